@@ -1,0 +1,64 @@
+// Receives what a host shares, on this machine, in place of the research backend.
+
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <exception>
+#include <iostream>
+
+#include "arguments.h"
+#include "collector.h"
+
+namespace {
+
+int openSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signalfd(-1, &signals, SFD_CLOEXEC);
+}
+
+bool inputHasEnded() {
+    std::array<char, 256> ignored{};
+    return read(STDIN_FILENO, ignored.data(), ignored.size()) <= 0;
+}
+
+void waitForTheEnd(int signals, bool untilEndOfInput) {
+    // poll passes over a negative descriptor.
+    std::array<pollfd, 2> sources{pollfd{.fd = signals, .events = POLLIN, .revents = 0},
+                                  pollfd{.fd = untilEndOfInput ? STDIN_FILENO : -1, .events = POLLIN, .revents = 0}};
+    while (true) {
+        if (poll(sources.data(), sources.size(), -1) < 0) continue;
+        if (sources[0].revents != 0) return;
+        if (sources[1].revents != 0 && inputHasEnded()) return;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const auto arguments = collector::Arguments::parse({argv, static_cast<std::size_t>(argc)});
+    if (!arguments) {
+        std::cerr << "collector: " << arguments.error() << '\n' << collector::Arguments::usage;
+        return 2;
+    }
+    const int signals = openSignals();  // before any thread starts: all of them block the signals
+    try {
+        const collector::Collector receiver(arguments->collector, [](const auto& document) {
+            std::cout << document.file.filename().string() << ": " << document.bytes << " bytes, " << document.samples
+                      << " samples\n"
+                      << std::flush;
+        });
+        std::cout << "Receiving for " << arguments->collector.host << " on 127.0.0.1:" << receiver.port() << '\n'
+                  << std::flush;
+        waitForTheEnd(signals, arguments->untilEndOfInput);
+    } catch (const std::exception& error) {
+        std::cerr << "collector: " << error.what() << '\n';
+        return 1;
+    }
+}

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+
+#include "tarvex/export.h"
+#include "tarvex/platform/hid_event_system.h"
+
+namespace tarvex {
+
+/// The ambient light sensor: the last reading that it reported, in state that the process holds once.
+///
+/// Thread-bound: every operation is called on the main thread, where the sensor's events arrive too.
+class TARVEX_EXPORT TXAmbientLightSensor {
+public:
+    TXAmbientLightSensor() = delete;
+
+    /// Creates a client matched to the ambient light sensor, and asks the first one found to report every
+    /// `milliseconds`. Intervals that do not fit a 32-bit count of microseconds (2147.483647 s and more) are limited
+    /// to it. The last reading stays.
+    static void init_iokit(std::int32_t milliseconds);
+
+    /// Starts the delivery of events on the main run loop; does nothing before `init_iokit`.
+    static void start_iokit();
+
+    /// Ends the delivery of events; the last reading stays.
+    static void stop_iokit();
+
+    /// Copies the last reading: lux, and the four raw channels (red, green, blue and clear where the sensor has
+    /// colours); all 0 before the first event.
+    static void get_lux(std::int32_t* lux, float* ch0, float* ch1, float* ch2, float* ch3);
+};
+
+}  // namespace tarvex
+
+/// Takes over the reading of an ambient light event; events of other types are ignored. Only `event` is used.
+extern "C" TARVEX_EXPORT void handle_event(void* target, void* refcon, tarvex::platform::HidServiceClient* sender,
+                                           tarvex::platform::HidEvent* event);

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tarvex/export.h"
+#include "tarvex/platform/object_store.h"
+#include "tarvex/uuid.h"
+
+namespace tarvex {
+
+/// The stored record of one sample: a managed object of the entity "DataEntry".
+///
+/// Its attributes live in the object that the context holds; a `DataEntry` is a handle to it, cheap to copy.
+class TARVEX_EXPORT DataEntry {
+public:
+    using Bytes = std::vector<std::byte>;
+
+    // The attributes' places in a record.
+    static constexpr std::size_t idIndex = 0;
+    static constexpr std::size_t timestampIndex = 1;
+    static constexpr std::size_t typeIndex = 2;
+    static constexpr std::size_t dataIndex = 3;
+
+    /// The entity as the store's object model must describe it.
+    static platform::EntityDescription entityDescription();
+
+    /// A request for every record, without a predicate or an order.
+    static platform::FetchRequest fetchRequest();
+
+    /// Inserts a new record into `context`, pending until the context is saved. Absent attributes stay absent.
+    explicit DataEntry(platform::ManagedObjectContext& context);
+
+    std::optional<Uuid> id() const;
+    double timestamp() const;  ///< seconds since 1970-01-01 00:00:00 UTC
+    std::optional<std::string> type() const;
+    std::optional<Bytes> data() const;  ///< JSON of the sample's named values
+
+    void setId(std::optional<Uuid> id);
+    void setTimestamp(double secondsSince1970);
+    void setType(std::optional<std::string> type);
+    void setData(std::optional<Bytes> data);
+
+private:
+    std::shared_ptr<platform::ManagedObject> object_;
+};
+
+}  // namespace tarvex

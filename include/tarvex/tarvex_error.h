@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "tarvex/export.h"
+
+namespace tarvex {
+
+/// The platform's error object: what a log or another language's binding carries.
+struct TARVEX_EXPORT BridgedError {
+    std::string domain;                ///< "Tarvex.TarvexError"
+    int code;                          ///< 0 to 7, the case's place in `TarvexError::Code`
+    std::string localizedDescription;  ///< the same text as `TarvexError::errorDescription`
+};
+
+/// Every failure that the library hands to a host, in the result given to a completion callback.
+///
+/// A plain value that owns its payload. Hosts tell cases apart by `code()`; no order or equality is defined.
+class TARVEX_EXPORT TarvexError {
+public:
+    enum class Code : int {
+        usageDescription,
+        httpError,
+        noConsentToTrack,
+        noViewToAttachForDistanceTracking,
+        distanceTrackingIsNotAvailable,
+        lightTrackingIsNotAvailable,
+        noRefreshRate,
+        cannotLoadTrackingData
+    };
+
+    /// The host's Info.plist lacks `key`, which the reader needs.
+    static TarvexError usageDescription(std::string key);
+    /// The upload failed; `cause` is readable text: the transport's own, or one of the library's fixed sentences.
+    static TarvexError httpError(std::string cause);
+    /// The reader's consent flag is not set.
+    static TarvexError noConsentToTrack();
+    /// The distance reader was started without a host view.
+    static TarvexError noViewToAttachForDistanceTracking();
+    /// Nothing on this system can track a face.
+    static TarvexError distanceTrackingIsNotAvailable();
+    /// Raised by no operation today; part of the interface all the same.
+    static TarvexError lightTrackingIsNotAvailable();
+    /// The reader carries no refresh rate.
+    static TarvexError noRefreshRate();
+    /// The stored records could not be read, or their document could not be built.
+    static TarvexError cannotLoadTrackingData();
+
+    Code code() const noexcept { return code_; }
+
+    /// The key or the cause; empty where the case has none.
+    const std::string& payload() const noexcept { return payload_; }
+
+    /// The text meant for the user; present for every case.
+    std::optional<std::string> errorDescription() const;
+    std::optional<std::string> failureReason() const;       ///< always absent
+    std::optional<std::string> recoverySuggestion() const;  ///< always absent
+    std::optional<std::string> helpAnchor() const;          ///< always absent
+
+    BridgedError bridged() const;
+
+private:
+    explicit TarvexError(Code code, std::string payload = {});
+
+    Code code_;
+    std::string payload_;
+};
+
+}  // namespace tarvex

@@ -1,0 +1,238 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "tarvex/data_reader.h"
+
+/// A screen as a value: a tree of elements that says what is shown, for a renderer of any toolkit.
+///
+/// Lengths are in points, independent of the display's resolution. An absent length, spacing or bound is left to the
+/// renderer: its toolkit's standard. Elements compare equal when they show the same; a button's action is not compared.
+namespace tarvex::ui {
+
+/// System-adaptive colours: the renderer takes its toolkit's own blue, gray and white.
+enum class Color : std::uint8_t { blue, gray, white };
+
+enum class TextStyle : std::uint8_t { body, title };
+
+enum class HorizontalAlignment : std::uint8_t { leading, center, trailing };
+enum class VerticalAlignment : std::uint8_t { top, center, bottom };
+
+struct Alignment {
+    HorizontalAlignment horizontal = HorizontalAlignment::center;
+    VerticalAlignment vertical = VerticalAlignment::center;
+
+    friend bool operator==(const Alignment&, const Alignment&) = default;
+};
+
+/// Some of an element's four edges. Leading and trailing follow the direction of the text.
+struct Edges {
+    bool top = false;
+    bool leading = false;
+    bool bottom = false;
+    bool trailing = false;
+
+    static constexpr Edges all() { return {.top = true, .leading = true, .bottom = true, .trailing = true}; }
+    static constexpr Edges horizontal() { return {.leading = true, .trailing = true}; }
+    static constexpr Edges vertical() { return {.top = true, .bottom = true}; }
+
+    friend bool operator==(const Edges&, const Edges&) = default;
+};
+
+// The modifiers: each makes a new element around the one before.
+
+struct Padding {
+    Edges edges;
+    std::optional<double> length = std::nullopt;
+
+    friend bool operator==(const Padding&, const Padding&) = default;
+};
+
+/// Exactly this wide and high, where given; otherwise as large as what it frames.
+struct FixedFrame {
+    std::optional<double> width = std::nullopt;
+    std::optional<double> height = std::nullopt;
+    Alignment alignment = {};
+
+    friend bool operator==(const FixedFrame&, const FixedFrame&) = default;
+};
+
+/// Takes the room that it is offered, within the bounds; infinity fills all of it.
+struct FlexibleFrame {
+    std::optional<double> minWidth = std::nullopt;
+    std::optional<double> idealWidth = std::nullopt;
+    std::optional<double> maxWidth = std::nullopt;
+    std::optional<double> minHeight = std::nullopt;
+    std::optional<double> idealHeight = std::nullopt;
+    std::optional<double> maxHeight = std::nullopt;
+    Alignment alignment = {};
+
+    friend bool operator==(const FlexibleFrame&, const FlexibleFrame&) = default;
+};
+
+struct Background {
+    Color color;
+    Alignment alignment = {};
+
+    friend bool operator==(const Background&, const Background&) = default;
+};
+
+/// The colour of text and symbols, also of those further inside that set none themselves.
+struct ForegroundColor {
+    Color color;
+
+    friend bool operator==(const ForegroundColor&, const ForegroundColor&) = default;
+};
+
+/// The corners are circular arcs of this radius.
+struct RoundedRectangle {
+    double cornerRadius;
+
+    friend bool operator==(const RoundedRectangle&, const RoundedRectangle&) = default;
+};
+
+/// Shows only what lies inside the shape, as large as the element, its edge anti-aliased.
+struct ClipShape {
+    RoundedRectangle shape;
+
+    friend bool operator==(const ClipShape&, const ClipShape&) = default;
+};
+
+struct Font {
+    TextStyle style;
+
+    friend bool operator==(const Font&, const Font&) = default;
+};
+
+struct Bold {
+    friend bool operator==(const Bold&, const Bold&) = default;
+};
+
+/// How the lines of one text lie to each other.
+struct MultilineTextAlignment {
+    HorizontalAlignment alignment;
+
+    friend bool operator==(const MultilineTextAlignment&, const MultilineTextAlignment&) = default;
+};
+
+/// Lets an image stretch, as a whole, to the room that it is offered.
+struct Resizable {
+    friend bool operator==(const Resizable&, const Resizable&) = default;
+};
+
+/// As large as fits the room that it is offered, without distortion.
+struct ScaledToFit {
+    friend bool operator==(const ScaledToFit&, const ScaledToFit&) = default;
+};
+
+using Modifier = std::variant<Padding, FixedFrame, FlexibleFrame, Background, ForegroundColor, ClipShape, Font, Bold,
+                              MultilineTextAlignment, Resizable, ScaledToFit>;
+
+// The contents.
+
+struct Element;
+struct IdentifiedElement;
+
+/// Looked up in the host application's default string table, and shown as it stands when that has no entry. Then each
+/// "%@" takes the next of the arguments, which are never translated nor interpreted.
+struct LocalizedText {
+    std::string key;
+    std::vector<std::string> arguments;
+
+    friend bool operator==(const LocalizedText&, const LocalizedText&) = default;
+};
+
+/// Shown as it stands.
+struct VerbatimText {
+    std::string text;
+
+    friend bool operator==(const VerbatimText&, const VerbatimText&) = default;
+};
+
+struct Text {
+    std::variant<LocalizedText, VerbatimText> source;
+
+    friend bool operator==(const Text&, const Text&) = default;
+};
+
+/// A symbol that every renderer draws itself. "gearshape.2.fill" is two filled gears, one larger than the other.
+struct Image {
+    std::string systemName;
+
+    friend bool operator==(const Image&, const Image&) = default;
+};
+
+/// The largest circle that fits, filled.
+struct Circle {
+    Color fill;
+
+    friend bool operator==(const Circle&, const Circle&) = default;
+};
+
+/// Takes the room that the other elements of its stack leave over; several share it equally.
+struct Spacer {
+    std::optional<double> minLength = std::nullopt;
+
+    friend bool operator==(const Spacer&, const Spacer&) = default;
+};
+
+struct Button {
+    std::vector<Element> label;
+    std::function<void()> action;  ///< called on the main thread, once for each press
+
+    bool operator==(const Button&) const;
+};
+
+/// Elements side by side, from the leading to the trailing edge.
+struct HStack {
+    VerticalAlignment alignment = VerticalAlignment::center;
+    std::optional<double> spacing = std::nullopt;
+    std::vector<Element> children;
+
+    friend bool operator==(const HStack&, const HStack&) = default;
+};
+
+/// Elements from top to bottom.
+struct VStack {
+    HorizontalAlignment alignment = HorizontalAlignment::center;
+    std::optional<double> spacing = std::nullopt;
+    std::vector<Element> children;
+
+    friend bool operator==(const VStack&, const VStack&) = default;
+};
+
+/// Rows made from a list: children, in this order, of the stack that it is a child of.
+struct ForEach {
+    std::vector<IdentifiedElement> rows;
+
+    friend bool operator==(const ForEach&, const ForEach&) = default;
+};
+
+using Content = std::variant<Spacer, Text, Image, Circle, Button, HStack, VStack, ForEach>;
+
+/// A content, and what is done to it: the first modifier is the innermost.
+struct Element {
+    Content content;
+    std::vector<Modifier> modifiers;
+
+    friend bool operator==(const Element&, const Element&) = default;
+};
+
+/// A row with what tells it from the others; equal readers share an identity.
+struct IdentifiedElement {
+    DataReader identity;
+    Element element;
+
+    friend bool operator==(const IdentifiedElement&, const IdentifiedElement&) = default;
+};
+
+inline bool Button::operator==(const Button& other) const {
+    return label == other.label;
+}
+
+}  // namespace tarvex::ui

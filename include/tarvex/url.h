@@ -1,0 +1,26 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "tarvex/export.h"
+
+namespace tarvex {
+
+/// An absolute URL (RFC 3986), kept as the text it was parsed from.
+class TARVEX_EXPORT Url {
+public:
+    /// Absent for a string that is not an absolute URL.
+    static std::optional<Url> parse(std::string_view text);
+
+    const std::string& string() const noexcept { return text_; }
+
+private:
+    explicit Url(std::string text) : text_(std::move(text)) {}
+
+    std::string text_;
+};
+
+}  // namespace tarvex

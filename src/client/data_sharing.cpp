@@ -1,0 +1,71 @@
+#include "client/data_sharing.h"
+
+#include <memory>
+#include <utility>
+
+#include "client/host_callback.h"
+
+namespace tarvex {
+
+namespace {
+
+Client::Result outcome(const std::optional<platform::UrlResponse>& response,
+                       const std::optional<platform::TransportError>& error) {
+    if (error) return std::unexpected(TarvexError::httpError(error->localizedDescription));
+    if (!response || response->statusCode != 200)
+        return std::unexpected(TarvexError::httpError("The request was not successfull (statusCode != 200)."));
+    return {};
+}
+
+}  // namespace
+
+DataSharing::DataSharing(platform::Platform& platform, PersistenceController& store, std::string_view endpoint)
+    : platform_(platform), store_(store), endpoint_(endpoint) {}
+
+DataSharing::~DataSharing() {
+    if (didEnterBackgroundNotification_)
+        platform_.notificationCenter().removeObserver(*didEnterBackgroundNotification_);
+}
+
+void DataSharing::uploadInBackground() {
+    didEnterBackgroundNotification_ = platform_.notificationCenter().addObserverForName(
+        platform::applicationDidEnterBackground, [weakSelf = weak_from_this()] {
+            if (const auto self = weakSelf.lock()) self->share(true, {});
+        });
+}
+
+void DataSharing::share(bool deleteIfSuccessfull, Client::ShareCompletion completion) {
+    auto document = store_.loadTrackingData();
+    if (!document) return callHost(completion, std::unexpected(TarvexError::cannotLoadTrackingData()));
+
+    auto url = Url::parse(endpoint_);
+    if (!url) return callHost(completion, std::unexpected(TarvexError::httpError("Cannot parse backend url String")));
+
+    platform::UrlRequest request{.url = std::move(*url),
+                                 .method = "POST",
+                                 .headers = {{"Content-Type", "application/json"}},
+                                 .body = std::make_shared<const platform::ByteBuffer>(std::move(*document))};
+    auto handler = [self = shared_from_this(), deleteIfSuccessfull, completion = std::move(completion)](
+                       const auto& response, const auto& error) {
+        self->handleUploadResponse(response, error, deleteIfSuccessfull, completion);
+    };
+    platform_.urlSession().dataTask(std::move(request), std::move(handler))->resume();
+}
+
+void DataSharing::handleUploadResponse(const std::optional<platform::UrlResponse>& response,
+                                       const std::optional<platform::TransportError>& error, bool deleteIfSuccessfull,
+                                       const Client::ShareCompletion& completion) {
+    const Client::Result result = outcome(response, error);
+    if (result && deleteIfSuccessfull) store_.deleteAllTrackingData();
+    callHost(completion, result);
+}
+
+void DataSharing::deleteAll() {
+    store_.deleteAllTrackingData();
+}
+
+std::int64_t DataSharing::count() {
+    return store_.countTrackingData().value_or(0);
+}
+
+}  // namespace tarvex

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "platform/platform.h"
+#include "storage/persistence_controller.h"
+#include "tarvex/client.h"
+
+namespace tarvex {
+
+/// What leaves the device or is deleted: the upload of the whole store, on request and whenever the host goes to the
+/// background, deletion and counting.
+///
+/// Owned by a shared pointer: an upload holds it until its outcome has been handled, the background observer does not.
+class DataSharing : public std::enable_shared_from_this<DataSharing> {
+public:
+    DataSharing(platform::Platform& platform, PersistenceController& store, std::string_view endpoint);
+    ~DataSharing();
+    DataSharing(const DataSharing&) = delete;
+    DataSharing& operator=(const DataSharing&) = delete;
+
+    /// From now on every transition of the host to the background starts an upload with deletion.
+    void uploadInBackground();
+
+    /// See `Client::shareTrackingData`.
+    void share(bool deleteIfSuccessfull, Client::ShareCompletion completion);
+
+    void deleteAll();
+    std::int64_t count();
+
+private:
+    void handleUploadResponse(const std::optional<platform::UrlResponse>& response,
+                              const std::optional<platform::TransportError>& error, bool deleteIfSuccessfull,
+                              const Client::ShareCompletion& completion);
+
+    platform::Platform& platform_;
+    PersistenceController& store_;
+    std::string_view endpoint_;
+    std::optional<platform::NotificationCenter::ObserverToken> didEnterBackgroundNotification_;
+};
+
+}  // namespace tarvex

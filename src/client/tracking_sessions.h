@@ -1,0 +1,54 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/platform.h"
+#include "sensors/ambient_light_tracking.h"
+#include "sensors/distance_tracking.h"
+#include "storage/persistence_controller.h"
+#include "tarvex/client.h"
+
+namespace tarvex {
+
+/// The sampling sessions: for each kind of reader at most one tracker, and the timer whose ticks make it sample.
+///
+/// Thread-bound to the main thread. The timers hold this object weakly; owned by a shared pointer.
+class TrackingSessions : public std::enable_shared_from_this<TrackingSessions> {
+public:
+    TrackingSessions(platform::Platform& platform, PersistenceController& store);
+
+    /// Keys are kind keys; a stopped kind stays, with false.
+    const std::unordered_map<DataReader, bool>& trackingInProgress() const { return trackingInProgress_; }
+
+    /// See `Client::startTracking`.
+    void start(const std::vector<DataReader>& readers, const std::shared_ptr<View>& view,
+               const Client::StartCompletion& completion);
+
+    void stop(const DataReader& reader);
+    void stopAll();
+
+private:
+    void startDistanceTracking(std::optional<std::int64_t> refreshRate, const std::shared_ptr<View>& view,
+                               const Client::StartCompletion& completion);
+    void startAmbientLightTracking(std::optional<std::int64_t> refreshRate, const Client::StartCompletion& completion);
+    void scheduleTicks(const DataReader& kindKey, std::int64_t refreshRate,
+                       std::function<void(TrackingSessions&)> tick);
+
+    bool isInProgress(const DataReader& kindKey) const;
+    bool hasConsented(const DataReader& kindKey) const;
+    bool infoPlistContains(std::string_view key) const;
+    bool faceTrackingIsAvailable() const;
+
+    platform::Platform& platform_;
+    PersistenceController& store_;
+    std::unordered_map<DataReader, bool> trackingInProgress_;
+    std::shared_ptr<DistanceTracking> distanceTracking_;
+    std::unique_ptr<AmbientLightTracking> ambientLightTracking_;
+    std::unordered_map<DataReader, std::shared_ptr<platform::Timer>> timers_;  // a stopped kind's stays, invalidated
+};
+
+}  // namespace tarvex

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+#include "platform/platform.h"
+
+namespace tarvex {
+
+/// The identifier of this installation: whatever string the user defaults hold under "userID". When there is none, a
+/// new random UUID is stored there first. Read afresh on every call; two first reads, also of two processes, end with
+/// one identifier.
+std::string userID(platform::Platform& platform);
+
+}  // namespace tarvex

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <span>
+#include <string_view>
+
+#include "tarvex/export.h"
+
+namespace tarvex::platform {
+
+/// Growing bytes for one large document.
+///
+/// Reserve an upper bound: memory that is never written to is never taken, and a large buffer is backed by huge pages.
+/// Bytes behind `size()` may be written through `spare`, then kept with `extend`. Throws `std::bad_alloc`.
+class TARVEX_EXPORT ByteBuffer {
+public:
+    ByteBuffer() = default;
+
+    void reserve(std::size_t capacity);
+
+    std::size_t size() const noexcept { return size_; }
+    const char* data() const noexcept { return bytes_.get(); }
+    std::string_view view() const noexcept { return {bytes_.get(), size_}; }
+
+    void append(std::string_view text) {
+        if (text.empty()) return;
+        std::memcpy(spare(text.size()).data(), text.data(), text.size());
+        extend(text.size());
+    }
+    void append(char byte) {
+        spare(1).front() = byte;
+        extend(1);
+    }
+
+    /// At least `count` writable bytes behind the contents; valid until the next change of the buffer.
+    std::span<char> spare(std::size_t count) {
+        if (capacity_ - size_ < count) grow(size_ + count);
+        return {bytes_.get() + size_, capacity_ - size_};
+    }
+    void extend(std::size_t count) noexcept { size_ += count; }
+    void truncate(std::size_t size) noexcept { size_ = size; }
+
+private:
+    struct Free {
+        void operator()(char* bytes) const { std::free(bytes); }
+    };
+
+    void grow(std::size_t atLeast);
+
+    std::unique_ptr<char, Free> bytes_;
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;
+};
+
+}  // namespace tarvex::platform

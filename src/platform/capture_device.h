@@ -1,0 +1,18 @@
+#pragma once
+
+#include <functional>
+
+#include "tarvex/export.h"
+
+namespace tarvex::platform {
+
+class TARVEX_EXPORT CaptureDevice {
+public:
+    virtual ~CaptureDevice() = default;
+
+    /// Asks whether the application may use the camera, or answers from an earlier decision. `handler` is called
+    /// exactly once, after this has returned, on a thread of the platform's choosing.
+    virtual void requestAccessForVideo(std::function<void(bool)> handler) = 0;
+};
+
+}  // namespace tarvex::platform

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "tarvex/export.h"
+
+namespace tarvex::platform {
+
+class TARVEX_EXPORT Clock {
+public:
+    virtual ~Clock() = default;
+
+    /// Seconds since 1970-01-01 00:00:00 UTC, with their fraction. Thread-safe.
+    virtual double secondsSince1970() const = 0;
+};
+
+}  // namespace tarvex::platform

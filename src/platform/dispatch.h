@@ -1,0 +1,23 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+
+#include "tarvex/export.h"
+
+namespace tarvex::platform {
+
+/// The process's queues for work that runs later. Thread-safe.
+class TARVEX_EXPORT DispatchQueues {
+public:
+    virtual ~DispatchQueues() = default;
+
+    /// Runs `block` later on the main thread, after what was queued before; never inline.
+    virtual void mainAsync(std::function<void()> block) = 0;
+
+    /// Runs `block` on a background thread, no earlier than after `delay`. Blocks that are still waiting when the
+    /// process ends are dropped.
+    virtual void backgroundAfter(std::chrono::nanoseconds delay, std::function<void()> block) = 0;
+};
+
+}  // namespace tarvex::platform

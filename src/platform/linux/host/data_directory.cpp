@@ -1,0 +1,95 @@
+#include "platform/linux/host/data_directory.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <system_error>
+#include <utility>
+
+#include "platform/linux/host/absolute_path.h"
+#include "platform/linux/host/data_directory_record.h"
+#include "platform/linux/host/executable.h"
+#include "platform/linux/host/private_directory.h"
+#include "platform/linux/host/safe_file_name.h"
+
+namespace tarvex::platform {
+namespace {
+
+std::optional<std::filesystem::path> absolutePathInEnvironment(const char* variable) {
+    const char* value = std::getenv(variable);
+    if (value == nullptr || value[0] != '/') return std::nullopt;
+    return value;
+}
+
+std::filesystem::path homeOfUser() {
+    std::array<char, 16'384> text{};
+    passwd entry{};
+    passwd* found = nullptr;
+    const int failure = ::getpwuid_r(::geteuid(), &entry, text.data(), text.size(), &found);
+    return failure == 0 && found != nullptr ? std::filesystem::path(found->pw_dir) : "/";
+}
+
+std::filesystem::path dataHome() {
+    if (const auto chosen = absolutePathInEnvironment("XDG_DATA_HOME")) return *chosen;
+    const auto home = absolutePathInEnvironment("HOME");
+    return (home ? *home : homeOfUser()) / ".local" / "share";
+}
+
+// Hosts that one interpreter runs, each with a bundle of its own, are different hosts.
+std::string recordName(const std::filesystem::path& executable,
+                       const std::optional<std::filesystem::path>& propertyList) {
+    const auto ownDirectories = bundleDirectoriesOf(executable);
+    if (!propertyList || std::ranges::count(ownDirectories, propertyList->parent_path()) != 0)
+        return safeFileName(executable.filename().native());
+    return safeFileName(executable.filename().native() + ":" + propertyList->native());
+}
+
+// A directory with content had its permissions set by the host, for reasons of its own.
+void prepareChosenDirectory(const std::filesystem::path& path) {
+    createPrivateDirectory(path);
+    std::error_code failure;
+    if (std::filesystem::is_empty(path, failure)) makeDirectoryPrivate(path);
+}
+
+}  // namespace
+
+DataDirectory::DataDirectory(std::optional<std::filesystem::path> chosen, const Bundles& bundles) : bundles_(bundles) {
+    if (chosen) chosen_ = absolutePath(*std::move(chosen));
+}
+
+const std::filesystem::path& DataDirectory::path() {
+    std::call_once(resolved_, [this] { path_ = resolve(); });
+    return path_;
+}
+
+std::filesystem::path DataDirectory::resolve() const {
+    if (chosen_) {
+        prepareChosenDirectory(*chosen_);
+        return *chosen_;
+    }
+    const auto home = dataHome();
+    auto directory = home / hostName(home);
+    createPrivateDirectory(directory);
+    makeDirectoryPrivate(directory);
+    return directory;
+}
+
+std::string DataDirectory::hostName(const std::filesystem::path& dataHome) const {
+    const auto executable = executablePath();
+    const std::string executableName = safeFileName(executable.filename().native());
+    const auto file = bundles_.mainBundle().pathForResource("Info", "plist");
+    const auto list = file ? bundles_.dictionaryWithContentsOfFile(*file) : nullptr;
+    const DataDirectoryRecord record(dataHome / "tarvex" / "hosts" / recordName(executable, file));
+    std::string lastName = record.name().value_or(executableName);
+    if (file && !list) return lastName;
+
+    const auto identifier = list ? list->stringForKey("CFBundleIdentifier") : std::nullopt;
+    const std::string name = identifier && !identifier->empty() ? safeFileName(*identifier) : executableName;
+    if (name != lastName) record.setName(name);
+    return name;
+}
+
+}  // namespace tarvex::platform

@@ -1,0 +1,51 @@
+#include "platform/linux/host/regular_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace tarvex::platform {
+namespace {
+
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int number) : number_(number) {}
+    ~FileDescriptor() {
+        if (number_ >= 0) ::close(number_);
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+
+    int number() const { return number_; }
+
+private:
+    int number_;
+};
+
+bool isRegularFile(const FileDescriptor& file) {
+    struct stat status{};
+    return ::fstat(file.number(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+}  // namespace
+
+std::optional<std::string> contentsOfRegularFile(const std::filesystem::path& path, std::size_t maximumSize) {
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (file.number() < 0 || !isRegularFile(file)) return std::nullopt;
+
+    std::string contents;
+    while (contents.size() <= maximumSize) {
+        constexpr std::size_t chunk = 65'536;
+        const std::size_t size = contents.size();
+        contents.resize(size + chunk);
+        const ssize_t count = ::read(file.number(), contents.data() + size, chunk);
+        if (count < 0 && errno != EINTR) return std::nullopt;
+        contents.resize(size + static_cast<std::size_t>(count > 0 ? count : 0));
+        if (count == 0) return contents.size() <= maximumSize ? std::optional(std::move(contents)) : std::nullopt;
+    }
+    return std::nullopt;
+}
+
+}  // namespace tarvex::platform

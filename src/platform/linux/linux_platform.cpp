@@ -1,0 +1,100 @@
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "platform/linux/device_node_capture_device.h"
+#include "platform/linux/gio_application.h"
+#include "platform/linux/glm_scene_graph.h"
+#include "platform/linux/headless_view_toolkit.h"
+#include "platform/linux/host/data_directory.h"
+#include "platform/linux/host/plist_bundles.h"
+#include "platform/linux/kernel_system_info.h"
+#include "platform/linux/kernel_uuid_generator.h"
+#include "platform/linux/local_notification_center.h"
+#include "platform/linux/loop/dispatch_queues.h"
+#include "platform/linux/loop/glib_run_loop.h"
+#include "platform/linux/loop/glib_timer_scheduler.h"
+#include "platform/linux/network/curl_url_session.h"
+#include "platform/linux/no_face_tracking.h"
+#include "platform/linux/sensor/iio_hid_event_system.h"
+#include "platform/linux/simdjson_coder.h"
+#include "platform/linux/store/sqlite_object_store.h"
+#include "platform/linux/store/sqlite_user_defaults.h"
+#include "platform/linux/system_clock.h"
+#include "platform/platform.h"
+
+namespace tarvex::platform {
+
+namespace {
+
+struct CurrentPlatform {
+    std::mutex mutex;
+    std::unique_ptr<Platform> platform;
+    std::vector<std::unique_ptr<Platform>> replaced;  // someone may hold a reference
+};
+
+// Never destroyed: threads of the services may outlive the end of main.
+CurrentPlatform& currentPlatform() {
+    static CurrentPlatform& current = *new CurrentPlatform;
+    return current;
+}
+
+}  // namespace
+
+std::unique_ptr<Platform> Platform::makeLinux(LinuxOptions options) {
+    auto platform = std::make_unique<Platform>();
+
+    auto bundles = std::make_unique<PlistBundles>(std::move(options.bundleDirectory));
+    auto directory = std::make_shared<DataDirectory>(std::move(options.dataDirectory), *bundles);
+    const auto dataDirectory = [directory] { return directory->path(); };
+    platform->setBundles(std::move(bundles));
+    platform->setUserDefaults(std::make_unique<SqliteUserDefaults>(dataDirectory));
+    platform->setObjectStore(std::make_unique<SqliteObjectStore>(dataDirectory));
+
+    auto mainRunLoop = std::make_unique<GLibRunLoop>();
+    auto queues = std::make_unique<LinuxDispatchQueues>(*mainRunLoop);
+    platform->setCaptureDevice(std::make_unique<DeviceNodeCaptureDevice>(*queues));
+    platform->setMainRunLoop(std::move(mainRunLoop));
+    platform->setDispatchQueues(std::move(queues));
+    platform->setTimerScheduler(std::make_unique<GLibTimerScheduler>());
+
+    platform->setHidEventSystem(options.sensorRoot ? std::make_unique<IioHidEventSystem>(std::move(*options.sensorRoot))
+                                                   : std::make_unique<IioHidEventSystem>());
+    platform->setUrlSession(std::make_unique<CurlUrlSession>());
+    platform->setNotificationCenter(std::make_unique<LocalNotificationCenter>());
+    platform->setJsonCoder(std::make_unique<SimdjsonCoder>());
+    platform->setSystemInfo(std::make_unique<KernelSystemInfo>());
+    platform->setClock(std::make_unique<SystemClock>());
+    platform->setUuidGenerator(std::make_unique<KernelUuidGenerator>());
+    platform->setFaceTracking(std::make_unique<NoFaceTracking>());
+    platform->setSceneGraph(std::make_unique<GlmSceneGraph>());
+    platform->setApplication(std::make_unique<GioApplication>());
+    platform->setViewToolkit(std::make_unique<HeadlessViewToolkit>());
+    return platform;
+}
+
+Platform& Platform::current() {
+    CurrentPlatform& current = currentPlatform();
+    const std::lock_guard lock(current.mutex);
+    if (!current.platform) current.platform = makeLinux();
+    return *current.platform;
+}
+
+bool Platform::install(std::unique_ptr<Platform> platform) {
+    CurrentPlatform& current = currentPlatform();
+    const std::lock_guard lock(current.mutex);
+    if (current.platform) {
+        if (current.platform->used_) return false;
+        current.replaced.push_back(std::move(current.platform));
+    }
+    current.platform = std::move(platform);
+    return true;
+}
+
+Platform::~Platform() = default;
+
+RunLoop& RunLoop::main() {
+    return Platform::current().mainRunLoop();
+}
+
+}  // namespace tarvex::platform

@@ -1,0 +1,90 @@
+#include "platform/linux/loop/dispatch_queues.h"
+
+#include <pthread.h>
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <utility>
+
+#include "platform/run_loop.h"
+
+namespace tarvex::platform {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+Clock::time_point deadlineAfter(std::chrono::nanoseconds delay) {
+    const auto now = Clock::now();
+    return delay > Clock::time_point::max() - now ? Clock::time_point::max() : now + delay;
+}
+
+}  // namespace
+
+/// Shared with the thread, which outlives the queues when one of its own blocks destroys them.
+class LinuxDispatchQueues::DelayedBlocks {
+public:
+    void add(Clock::time_point deadline, std::function<void()> block) {
+        const std::lock_guard lock(mutex_);
+        if (closed_ || !block) return;
+        blocks_.emplace(deadline, std::move(block));
+        changed_.notify_one();
+    }
+
+    void close() {
+        std::multimap<Clock::time_point, std::function<void()>> dropped;
+        const std::lock_guard lock(mutex_);
+        closed_ = true;
+        std::swap(dropped, blocks_);
+    }
+
+    void runUntil(const std::stop_token& stop) {
+        while (const std::function<void()> block = waitForNext(stop))
+            block();
+    }
+
+private:
+    /// The block whose deadline came; empty once `stop` is requested.
+    std::function<void()> waitForNext(const std::stop_token& stop) {
+        std::unique_lock lock(mutex_);
+        while (!stop.stop_requested()) {
+            if (blocks_.empty()) {
+                changed_.wait(lock, stop, [this] { return !blocks_.empty(); });
+                continue;
+            }
+            const Clock::time_point deadline = blocks_.begin()->first;
+            if (deadline <= Clock::now()) return std::move(blocks_.extract(blocks_.begin()).mapped());
+            changed_.wait_until(lock, stop, deadline,
+                                [&] { return blocks_.empty() || blocks_.begin()->first < deadline; });
+        }
+        return nullptr;
+    }
+
+    std::mutex mutex_;
+    std::condition_variable_any changed_;
+    std::multimap<Clock::time_point, std::function<void()>> blocks_;  // equal deadlines keep the order of the calls
+    bool closed_ = false;
+};
+
+LinuxDispatchQueues::LinuxDispatchQueues(RunLoop& main) : main_(main), delayed_(std::make_shared<DelayedBlocks>()) {}
+
+LinuxDispatchQueues::~LinuxDispatchQueues() {
+    thread_.request_stop();
+    delayed_->close();
+    if (thread_.get_id() == std::this_thread::get_id()) thread_.detach();
+}
+
+void LinuxDispatchQueues::mainAsync(std::function<void()> block) {
+    main_.perform(std::move(block));
+}
+
+void LinuxDispatchQueues::backgroundAfter(std::chrono::nanoseconds delay, std::function<void()> block) {
+    delayed_->add(deadlineAfter(delay), std::move(block));
+    std::call_once(started_, [this] {
+        thread_ = std::jthread([delayed = delayed_](const std::stop_token& stop) { delayed->runUntil(stop); });
+        pthread_setname_np(thread_.native_handle(), "tarvex-delayed");
+    });
+}
+
+}  // namespace tarvex::platform

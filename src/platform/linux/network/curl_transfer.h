@@ -1,0 +1,99 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "platform/linux/network/curl_transport_options.h"
+#include "platform/linux/network/socket_progress.h"
+#include "platform/url_session.h"
+
+namespace tarvex::platform {
+
+/// One request under way: its easy handle, what it has moved so far, and the handler that waits for its outcome.
+///
+/// Thread-bound from `start` on. The body is sent from where it lies. Destroying a transfer drops it: its handler is
+/// then not called.
+///
+/// A transfer is over when the whole answer is in. An answer that goes on and on is cut off, after a mebibyte or twice
+/// the request's time-out, and the status it began with stands; one that stalls or breaks off is an error.
+class CurlTransfer {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    CurlTransfer(UrlRequest request, UrlSession::CompletionHandler handler, CurlTransportOptions options);
+    ~CurlTransfer();
+    CurlTransfer(const CurlTransfer&) = delete;
+    CurlTransfer& operator=(const CurlTransfer&) = delete;
+
+    /// The transfer that `handle` was made for.
+    static CurlTransfer& of(CURL* handle);
+
+    /// Adds the transfer to `multi`, which must outlive it. Should that fail, the transfer is overdue at once.
+    void start(CURLM* multi);
+
+    /// How the transfer has to be ended from this side, if it has to be: nothing has moved for the request's time-out,
+    /// or the answer does not end. Looks at the sockets, so ask every `checkInterval`.
+    std::optional<CURLcode> overdue(Clock::time_point now);
+    Clock::duration checkInterval() const;
+
+    /// Ends the transfer and calls its handler with the outcome.
+    void finish(CURLcode code) noexcept;
+
+    /// Ends the transfer and calls its handler with an error.
+    void fail(std::string description) noexcept;
+
+private:
+    // Named deleters: g++ 12 gives a lambda in a header a type of its own in every source file.
+    struct Cleanup {
+        void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+        void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+    };
+    using Easy = std::unique_ptr<CURL, Cleanup>;
+    using List = std::unique_ptr<curl_slist, Cleanup>;
+    using Outcome = std::pair<std::optional<UrlResponse>, std::optional<TransportError>>;
+
+    CURLcode configure();
+    CURLcode configureRequest();
+    CURLcode configureTrust();
+    CURLcode configureObservation();
+    static int socketOpened(void* self, curl_socket_t socket, curlsocktype purpose);
+    static std::size_t headerArrived(char* bytes, std::size_t size, std::size_t count, void* self);
+    static std::size_t bodyArrived(char* bytes, std::size_t size, std::size_t count, void* self);
+
+    bool answerTooLong(std::size_t arrived);
+    std::uint64_t sentBytes() const;
+    std::uint64_t bodySize() const { return request_.body ? request_.body->size() : 0; }
+    bool isConnected() const;
+    std::uint64_t movedBytes() const;
+    Outcome outcome(CURLcode code) const;
+    void answer(Outcome outcome) noexcept;
+    void detach();
+
+    UrlRequest request_;
+    UrlSession::CompletionHandler handler_;
+    CurlTransportOptions options_;
+
+    SocketProgress sockets_;  // outlives the handle: the callbacks use it
+    List headers_;
+    List connectTo_;
+    std::array<char, CURL_ERROR_SIZE> errorText_{};
+    Easy easy_;
+    CURLM* multi_ = nullptr;
+
+    CURLcode startFailure_ = CURLE_OK;
+    std::uint64_t moved_ = 0;
+    Clock::time_point lastProgress_;
+    std::uint64_t answered_ = 0;
+    bool statusIsFinal_ = false;
+    bool answerCutOff_ = false;
+    std::optional<Clock::time_point> answerBegan_;
+};
+
+}  // namespace tarvex::platform

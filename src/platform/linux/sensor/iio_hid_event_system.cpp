@@ -1,0 +1,15 @@
+#include "platform/linux/sensor/iio_hid_event_system.h"
+
+#include <utility>
+
+#include "platform/linux/sensor/iio_hid_event_system_client.h"
+
+namespace tarvex::platform {
+
+IioHidEventSystem::IioHidEventSystem(std::filesystem::path root) : root_(std::move(root)) {}
+
+std::unique_ptr<HidEventSystemClient> IioHidEventSystem::createClient() {
+    return std::make_unique<IioHidEventSystemClient>(root_);
+}
+
+}  // namespace tarvex::platform

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <array>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "platform/linux/sensor/light_reading.h"
+
+namespace tarvex::platform {
+
+/// Which attributes of a device its readings are made of. Drivers differ in what they expose:
+///
+/// | Reading          | Attributes, in the order of preference                                                       |
+/// |------------------|-----------------------------------------------------------------------------------------------|
+/// | lux              | `in_illuminance_input`; (`in_illuminance_raw` + `…_offset`) × `…_scale`; none: 0             |
+/// | channels 0 to 3  | `in_intensity_{red,green,blue,clear}_raw` when the device has any of them                     |
+/// | channels 0 and 1 | otherwise `in_intensity_both_raw`, else `in_intensity_raw`; and `in_intensity_ir_raw`         |
+///
+/// Names may carry an index (`in_illuminance0_input`): the one without an index counts first, then the lowest. A scale
+/// that is missing is 1, an offset 0; either may be shared by all indexes.
+class LightSensorLayout {
+public:
+    using Names = std::set<std::string, std::less<>>;
+    using ReadNumber = std::function<std::optional<double>(const std::string& name)>;
+
+    /// Absent when none of the names is the level or a channel of a light sensor.
+    static std::optional<LightSensorLayout> of(const Names& names);
+
+    /// Absent when any of the layout's attributes cannot be read or does not fit: half a reading is none.
+    [[nodiscard]] std::optional<LightReading> read(const ReadNumber& number) const;
+
+private:
+    LightSensorLayout() = default;
+
+    [[nodiscard]] std::optional<double> readLux(const ReadNumber& number) const;
+
+    // Empty where the device has no such attribute.
+    std::string level_;
+    bool levelIsRaw_ = false;
+    std::string offset_;
+    std::string scale_;
+    std::array<std::string, 4> channels_;
+};
+
+}  // namespace tarvex::platform

@@ -1,0 +1,157 @@
+#include "platform/linux/store/sqlite_connection.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+namespace tarvex::platform {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Opening waits longer than an operation: another process may be emptying the log of its last connection.
+constexpr auto openingPatience = 5000ms;
+
+StoreError describe(const std::filesystem::path& path, std::string_view message, int code) {
+    StoreError error;
+    error.description.append(message).append(": ").append(path.native());
+    error.userInfo.append(R"(["file": ")").append(path.native()).append(R"(", "code": )");
+    error.userInfo.append(std::to_string(code)).append("]");
+    return error;
+}
+
+std::unexpected<StoreError> systemError(const std::filesystem::path& path) {
+    const int code = errno;
+    return std::unexpected(describe(path, std::system_category().message(code), code));
+}
+
+/// As SQLite sees it, which takes a file of one byte for an empty one.
+bool isMissingOrEmpty(const std::filesystem::path& path) {
+    std::error_code missing;
+    const auto size = std::filesystem::file_size(path, missing);
+    return missing || size <= 1;
+}
+
+bool makeEntryDurable(const std::filesystem::path& directory) {
+    const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) return false;
+    const bool synced = fsync(descriptor) == 0;
+    close(descriptor);
+    return synced;
+}
+
+/// Only a file that is not there yet is opened: closing a descriptor of one that is would drop the locks that other
+/// connections of the process hold on it.
+std::expected<void, StoreError> createPrivateFile(const std::filesystem::path& path) {
+    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (descriptor < 0) {
+        if (errno == EEXIST) return {};
+        return systemError(path);
+    }
+    const bool restricted = fchmod(descriptor, S_IRUSR | S_IWUSR) == 0;
+    close(descriptor);
+    const auto directory = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
+    if (!restricted || !makeEntryDurable(directory)) return systemError(path);
+    return {};
+}
+
+}  // namespace
+
+std::string_view columnText(sqlite3_stmt* row, int column) {
+    const auto* text = sqlite3_column_text(row, column);
+    const auto length = static_cast<std::size_t>(sqlite3_column_bytes(row, column));
+    return {reinterpret_cast<const char*>(text), text ? length : 0};
+}
+
+std::expected<std::unique_ptr<SqliteConnection>, StoreError> SqliteConnection::open(const std::filesystem::path& path,
+                                                                                    const char* vfs) {
+    // SQLite deletes a log whose database is empty, and with it what an emptied database may still be rescued from.
+    // The log is looked at first: a process that is just creating both makes it last.
+    if (!isMissingOrEmpty(path.native() + "-wal") && isMissingOrEmpty(path))
+        return std::unexpected(describe(path, "database is empty but its log is not", SQLITE_CORRUPT));
+    if (auto created = createPrivateFile(path); !created) return std::unexpected(std::move(created.error()));
+
+    std::unique_ptr<SqliteConnection> connection(new SqliteConnection(path));
+    sqlite3* database = nullptr;
+    // NOMUTEX: the owner lets one thread at a time in, a lock of SQLite's own would only cost.
+    const int code = sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, vfs);
+    connection->database_.reset(database);
+    if (code != SQLITE_OK)
+        return std::unexpected(describe(path, database ? sqlite3_errmsg(database) : sqlite3_errstr(code), code));
+    sqlite3_extended_result_codes(database, 1);
+    sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    sqlite3_busy_handler(database, &SqliteConnection::waitForOthers, connection.get());
+    connection->waitAtMost(openingPatience);
+    return connection;
+}
+
+std::expected<void, StoreError> SqliteConnection::configure() {
+    if (auto done = execute("PRAGMA page_size=4096"); !done) return done;
+    // FULL, not NORMAL: an acknowledged write must survive a power cut, and a sample a second can afford the sync.
+    if (auto done = execute("PRAGMA synchronous=FULL; PRAGMA temp_store=MEMORY; PRAGMA secure_delete=FAST"); !done)
+        return done;
+    return switchToLog();
+}
+
+void SqliteConnection::tidyUpWhenClosed() const {
+    sqlite3_db_config(handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+}
+
+/// Two processes that both create the database get in each other's way here; SQLite does not wait by itself then.
+std::expected<void, StoreError> SqliteConnection::switchToLog() {
+    auto statement = prepare("PRAGMA journal_mode=WAL");
+    if (!statement) return std::unexpected(std::move(statement.error()));
+    for (int attempt = 0;; ++attempt) {
+        const Execution execution(statement->get());
+        const int code = sqlite3_step(execution.get());
+        if (code == SQLITE_ROW) {
+            if (columnText(execution.get(), 0) == "wal") return {};
+            return std::unexpected(error("database cannot keep a write-ahead log", SQLITE_CANTOPEN));
+        }
+        if ((code & 0xFF) != SQLITE_BUSY || waitForOthers(this, attempt) == 0) return std::unexpected(error());
+    }
+}
+
+std::expected<void, StoreError> SqliteConnection::execute(const char* sql) const {
+    if (sqlite3_exec(handle(), sql, nullptr, nullptr, nullptr) != SQLITE_OK) return std::unexpected(error());
+    return {};
+}
+
+std::expected<Statement, StoreError> SqliteConnection::prepare(std::string_view sql) const {
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(handle(), sql.data(), static_cast<int>(sql.size()), &statement, nullptr) != SQLITE_OK)
+        return std::unexpected(error());
+    return Statement(statement);
+}
+
+std::expected<std::int64_t, StoreError> SqliteConnection::integer(std::string_view sql) const {
+    auto statement = prepare(sql);
+    if (!statement) return std::unexpected(std::move(statement.error()));
+    if (sqlite3_step(statement->get()) != SQLITE_ROW) return std::unexpected(error());
+    return sqlite3_column_int64(statement->get(), 0);
+}
+
+StoreError SqliteConnection::error() const {
+    return error(sqlite3_errmsg(handle()), sqlite3_extended_errcode(handle()));
+}
+
+StoreError SqliteConnection::error(std::string_view message, int code) const {
+    return describe(path_, message, code);
+}
+
+int SqliteConnection::waitForOthers(void* self, int attempt) {
+    auto& patience = static_cast<SqliteConnection*>(self)->patience_;
+    const auto pause = std::min(patience, std::chrono::milliseconds(1 << std::min(attempt, 4)));
+    if (pause <= 0ms) return 0;
+    std::this_thread::sleep_for(pause);
+    patience -= pause;
+    return 1;
+}
+
+}  // namespace tarvex::platform

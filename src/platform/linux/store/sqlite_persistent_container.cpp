@@ -1,0 +1,35 @@
+#include "platform/linux/store/sqlite_persistent_container.h"
+
+#include <utility>
+
+#include "platform/linux/store/sqlite_schema.h"
+
+namespace tarvex::platform {
+
+SqlitePersistentContainer::SqlitePersistentContainer(std::function<std::filesystem::path()> file, const char* vfs,
+                                                     ManagedObjectModel model)
+    : file_(std::move(file)), vfs_(vfs), model_(std::move(model)) {}
+
+std::expected<void, StoreError> SqlitePersistentContainer::loadPersistentStores() {
+    auto connection = SqliteConnection::open(file_(), vfs_);
+    if (!connection) return std::unexpected(std::move(connection.error()));
+    if ((*connection)->readOnly())
+        return std::unexpected((*connection)->error("file cannot be written", SQLITE_READONLY));
+    const SqliteSchema schema(model_);
+    const auto present = schema.isPresentIn(**connection);
+    if (!present) return std::unexpected(present.error());
+    if (auto configured = (*connection)->configure(); !configured) return configured;
+    if (!*present) {
+        if (auto created = schema.createIn(**connection); !created) return created;
+    }
+    auto context = SqliteManagedObjectContext::open(std::move(*connection), model_);
+    if (!context) return std::unexpected(std::move(context.error()));
+    context_ = std::move(*context);
+    return {};
+}
+
+ManagedObjectContext& SqlitePersistentContainer::viewContext() {
+    return *context_;
+}
+
+}  // namespace tarvex::platform

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+
+#include "platform/linux/store/sqlite_managed_object_context.h"
+#include "platform/object_store.h"
+
+namespace tarvex::platform {
+
+/// One database file and the context on it, which is there once the store is loaded.
+class SqlitePersistentContainer final : public PersistentContainer {
+public:
+    SqlitePersistentContainer(std::function<std::filesystem::path()> file, const char* vfs, ManagedObjectModel model);
+
+    /// Fails, and leaves the file as it is, when the file cannot be read and written, is damaged, or holds anything but
+    /// the model's tables.
+    std::expected<void, StoreError> loadPersistentStores() override;
+    ManagedObjectContext& viewContext() override;
+
+private:
+    std::function<std::filesystem::path()> file_;
+    const char* vfs_;
+    ManagedObjectModel model_;
+    std::unique_ptr<SqliteManagedObjectContext> context_;
+};
+
+}  // namespace tarvex::platform

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <expected>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <variant>
+
+#include "platform/linux/store/sqlite_connection.h"
+#include "platform/user_defaults.h"
+
+namespace tarvex::platform {
+
+/// User defaults in a database of their own, `UserDefaults.sqlite`, which is opened at the first use.
+///
+/// Every read goes to the file. What cannot be written is kept in memory, is read back from there, and is written with
+/// the next value that can be; standard error gets one line about it, the first time only. As on the phone platform, a
+/// string read as a bool is true when it begins with Y, y, T, t or a number other than 0; a bool is no string.
+class SqliteUserDefaults final : public UserDefaults {
+public:
+    /// `directory` is asked for the place of the file when it is opened; it has made that directory when it returns.
+    /// `vfs` names SQLite's file system; null is the system's own.
+    explicit SqliteUserDefaults(std::function<std::filesystem::path()> directory, const char* vfs = nullptr);
+
+    bool boolForKey(std::string_view key) const override;
+    std::optional<std::string> stringForKey(std::string_view key) const override;
+    void setValueForKey(bool value, std::string_view key) override;
+    std::string setStringIfAbsent(std::string_view value, std::string_view key) override;
+
+private:
+    using Value = std::variant<bool, std::string>;
+
+    std::optional<Value> value(std::string_view key) const;
+    std::optional<std::string> string(std::string_view key) const;
+    std::expected<std::optional<Value>, StoreError> stored(std::string_view key) const;
+    void write();
+    std::expected<void, StoreError> writeAll();
+    std::expected<void, StoreError> open() const;
+    void giveUp(const StoreError& error) const;
+
+    const std::function<std::filesystem::path()> directory_;
+    const char* const vfs_;
+    mutable std::mutex mutex_;
+    mutable std::unique_ptr<SqliteConnection> connection_;
+    mutable bool reported_ = false;
+    std::map<std::string, Value, std::less<>> unwritten_;
+};
+
+}  // namespace tarvex::platform

@@ -1,0 +1,142 @@
+#pragma once
+
+#include <atomic>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "application.h"
+#include "bundle.h"
+#include "capture_device.h"
+#include "clock.h"
+#include "dispatch.h"
+#include "face_tracking.h"
+#include "hid_event_system.h"
+#include "json.h"
+#include "notification_center.h"
+#include "object_store.h"
+#include "run_loop.h"
+#include "scene.h"
+#include "system_info.h"
+#include "tarvex/export.h"
+#include "timer.h"
+#include "url_session.h"
+#include "user_defaults.h"
+#include "uuid_generator.h"
+#include "view_toolkit.h"
+
+namespace tarvex::platform {
+
+struct LinuxOptions {
+    std::optional<std::filesystem::path> dataDirectory = std::nullopt;  ///< default: XDG data home / bundle identifier
+    std::optional<std::filesystem::path> bundleDirectory =
+        std::nullopt;  ///< where Info.plist lies; default: beside the executable
+    std::optional<std::filesystem::path> sensorRoot = std::nullopt;  ///< default: the kernel's IIO tree
+};
+
+/// The services that the library is built on: all that it knows of the system it runs on.
+///
+/// A host that is content with Linux as it finds it never meets this class. One that brings a service of its own
+/// makes a platform, sets the service, and installs it before anything uses the library:
+///
+///     auto platform = Platform::makeLinux();
+///     platform->setUrlSession(std::make_unique<MyUrlSession>());
+///     if (!Platform::install(std::move(platform))) …
+///
+/// The services are owned by the platform and live as long as the process once it is installed. Getters may be called
+/// from any thread; setters only while nothing else uses the platform.
+class TARVEX_EXPORT Platform {
+public:
+    static std::unique_ptr<Platform> makeLinux(LinuxOptions options = {});
+
+    /// The platform of the process: the installed one, else `makeLinux()`. Thread-safe.
+    static Platform& current();
+
+    /// Makes `platform` the current one; false, and nothing changed, once any service of the current one was used.
+    [[nodiscard]] static bool install(std::unique_ptr<Platform> platform);
+
+    Platform() = default;
+    ~Platform();
+    Platform(const Platform&) = delete;
+    Platform& operator=(const Platform&) = delete;
+
+    UserDefaults& userDefaults() { return use(userDefaults_); }
+    NotificationCenter& notificationCenter() { return use(notificationCenter_); }
+    RunLoop& mainRunLoop() { return use(mainRunLoop_); }
+    TimerScheduler& timerScheduler() { return use(timerScheduler_); }
+    DispatchQueues& dispatchQueues() { return use(dispatchQueues_); }
+    Bundles& bundles() { return use(bundles_); }
+    UrlSession& urlSession() { return use(urlSession_); }
+    HidEventSystem& hidEventSystem() { return use(hidEventSystem_); }
+    ObjectStore& objectStore() { return use(objectStore_); }
+    JsonCoder& jsonCoder() { return use(jsonCoder_); }
+    SystemInfo& systemInfo() { return use(systemInfo_); }
+    Clock& clock() { return use(clock_); }
+    UuidGenerator& uuidGenerator() { return use(uuidGenerator_); }
+    FaceTracking& faceTracking() { return use(faceTracking_); }
+    SceneGraph& sceneGraph() { return use(sceneGraph_); }
+    Application& application() { return use(application_); }
+    CaptureDevice& captureDevice() { return use(captureDevice_); }
+    ViewToolkit& viewToolkit() { return use(viewToolkit_); }
+
+    void setUserDefaults(std::unique_ptr<UserDefaults> service) { replace(userDefaults_, std::move(service)); }
+    void setNotificationCenter(std::unique_ptr<NotificationCenter> service) {
+        replace(notificationCenter_, std::move(service));
+    }
+    void setMainRunLoop(std::unique_ptr<RunLoop> service) { replace(mainRunLoop_, std::move(service)); }
+    void setTimerScheduler(std::unique_ptr<TimerScheduler> service) { replace(timerScheduler_, std::move(service)); }
+    void setDispatchQueues(std::unique_ptr<DispatchQueues> service) { replace(dispatchQueues_, std::move(service)); }
+    void setBundles(std::unique_ptr<Bundles> service) { replace(bundles_, std::move(service)); }
+    void setUrlSession(std::unique_ptr<UrlSession> service) { replace(urlSession_, std::move(service)); }
+    void setHidEventSystem(std::unique_ptr<HidEventSystem> service) { replace(hidEventSystem_, std::move(service)); }
+    void setObjectStore(std::unique_ptr<ObjectStore> service) { replace(objectStore_, std::move(service)); }
+    void setJsonCoder(std::unique_ptr<JsonCoder> service) { replace(jsonCoder_, std::move(service)); }
+    void setSystemInfo(std::unique_ptr<SystemInfo> service) { replace(systemInfo_, std::move(service)); }
+    void setClock(std::unique_ptr<Clock> service) { replace(clock_, std::move(service)); }
+    void setUuidGenerator(std::unique_ptr<UuidGenerator> service) { replace(uuidGenerator_, std::move(service)); }
+    void setFaceTracking(std::unique_ptr<FaceTracking> service) { replace(faceTracking_, std::move(service)); }
+    void setSceneGraph(std::unique_ptr<SceneGraph> service) { replace(sceneGraph_, std::move(service)); }
+    void setApplication(std::unique_ptr<Application> service) { replace(application_, std::move(service)); }
+    void setCaptureDevice(std::unique_ptr<CaptureDevice> service) { replace(captureDevice_, std::move(service)); }
+    void setViewToolkit(std::unique_ptr<ViewToolkit> service) { replace(viewToolkit_, std::move(service)); }
+
+private:
+    template <typename Service>
+    Service& use(const std::unique_ptr<Service>& service) {
+        used_.store(true, std::memory_order_relaxed);
+        return *service;
+    }
+
+    // A replaced service stays alive: another one may have been built on it.
+    template <typename Service>
+    void replace(std::unique_ptr<Service>& slot, std::unique_ptr<Service> service) {
+        if (slot) replaced_.push_back(std::shared_ptr<Service>(std::move(slot)));
+        slot = std::move(service);
+    }
+
+    std::atomic<bool> used_ = false;
+    std::vector<std::shared_ptr<void>> replaced_;
+
+    std::unique_ptr<UserDefaults> userDefaults_;
+    std::unique_ptr<NotificationCenter> notificationCenter_;
+    std::unique_ptr<RunLoop> mainRunLoop_;
+    std::unique_ptr<TimerScheduler> timerScheduler_;
+    std::unique_ptr<DispatchQueues> dispatchQueues_;
+    std::unique_ptr<Bundles> bundles_;
+    std::unique_ptr<UrlSession> urlSession_;
+    std::unique_ptr<HidEventSystem> hidEventSystem_;
+    std::unique_ptr<ObjectStore> objectStore_;
+    std::unique_ptr<JsonCoder> jsonCoder_;
+    std::unique_ptr<SystemInfo> systemInfo_;
+    std::unique_ptr<Clock> clock_;
+    std::unique_ptr<UuidGenerator> uuidGenerator_;
+    std::unique_ptr<FaceTracking> faceTracking_;
+    std::unique_ptr<SceneGraph> sceneGraph_;
+    std::unique_ptr<Application> application_;
+    std::unique_ptr<CaptureDevice> captureDevice_;
+    std::unique_ptr<ViewToolkit> viewToolkit_;
+};
+
+}  // namespace tarvex::platform

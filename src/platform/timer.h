@@ -1,0 +1,31 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "tarvex/export.h"
+
+namespace tarvex::platform {
+
+/// A repeating timer. Dropping the last reference does not stop it: `invalidate` does.
+class TARVEX_EXPORT Timer {
+public:
+    virtual ~Timer() = default;
+
+    /// Stops the timer for good and releases what its block holds. Called on the timer's thread, also by the block.
+    virtual void invalidate() = 0;
+};
+
+class TARVEX_EXPORT TimerScheduler {
+public:
+    virtual ~TimerScheduler() = default;
+
+    /// Calls `block` every `interval` seconds on the calling thread's run loop, first after one interval.
+    ///
+    /// Deadlines are absolute, so that ticks do not drift; one that was missed is skipped. An interval of zero or
+    /// below, or one that is not a number, ticks once a second; one past the clock's range never ticks. A thread
+    /// without a loop of its own gets the tick on the main loop.
+    [[nodiscard]] virtual std::shared_ptr<Timer> scheduledTimer(double interval, std::function<void()> block) = 0;
+};
+
+}  // namespace tarvex::platform

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "byte_buffer.h"
+#include "tarvex/export.h"
+#include "tarvex/url.h"
+
+namespace tarvex::platform {
+
+struct UrlRequest {
+    Url url;
+    std::string method;
+    std::vector<std::pair<std::string, std::string>> headers;
+    std::shared_ptr<const ByteBuffer> body =
+        nullptr;                                ///< sent from where it lies; shared with the transfer until it ends
+    std::chrono::milliseconds timeout{60'000};  ///< without any progress, connecting included
+};
+
+struct UrlResponse {
+    std::optional<int> statusCode = std::nullopt;  ///< absent when the answer was no HTTP response
+};
+
+struct TransportError {
+    std::string localizedDescription;
+};
+
+/// A request that has been built and waits for `resume`.
+class TARVEX_EXPORT UrlSessionTask {
+public:
+    virtual ~UrlSessionTask() = default;
+
+    /// Starts the transfer; later calls do nothing. The transfer does not need the task to stay alive.
+    virtual void resume() = 0;
+};
+
+/// The process's URL loading system. Thread-safe.
+class TARVEX_EXPORT UrlSession {
+public:
+    /// Called once for each resumed task, on the session's delivery thread. An error means that the outcome of the
+    /// request is not known. The response's body is not kept.
+    using CompletionHandler = std::function<void(std::optional<UrlResponse>, std::optional<TransportError>)>;
+
+    virtual ~UrlSession() = default;
+
+    [[nodiscard]] virtual std::unique_ptr<UrlSessionTask> dataTask(UrlRequest request, CompletionHandler handler) = 0;
+};
+
+}  // namespace tarvex::platform

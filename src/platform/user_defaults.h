@@ -1,0 +1,26 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "tarvex/export.h"
+
+namespace tarvex::platform {
+
+/// The application's small persistent key-value store: consent flags and the user identifier.
+/// Thread-safe, also against other processes of the application. A write is durable when it returns; one that could
+/// not be written is still read back for the life of the process.
+class TARVEX_EXPORT UserDefaults {
+public:
+    virtual ~UserDefaults() = default;
+
+    virtual bool boolForKey(std::string_view key) const = 0;  ///< false when missing
+    virtual std::optional<std::string> stringForKey(std::string_view key) const = 0;
+    virtual void setValueForKey(bool value, std::string_view key) = 0;
+
+    /// Stores `value` unless a string is there already; returns the one that is stored afterwards.
+    virtual std::string setStringIfAbsent(std::string_view value, std::string_view key) = 0;
+};
+
+}  // namespace tarvex::platform

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+
+#include "platform/platform.h"
+#include "storage/persistence_controller.h"
+#include "tarvex/view.h"
+
+namespace tarvex {
+
+/// Measures how far the user's eyes are from the camera: one face-tracking run for each measurement.
+///
+/// `beginMeasurement` is called on the main thread; the delegate's callbacks arrive on the scene view's rendering
+/// thread, from where the sample is stored. Needs a platform that supports face tracking.
+class DistanceTracking final : public platform::FaceTrackingDelegate,
+                               public std::enable_shared_from_this<DistanceTracking> {
+public:
+    static std::shared_ptr<DistanceTracking> make(platform::Platform& platform, PersistenceController& store);
+
+    /// Attaches the scene view to `view` and starts tracking afresh. The run ends with the first face update, or
+    /// 3 seconds after its start; a pause that an earlier run scheduled can end it too.
+    void beginMeasurement(const std::shared_ptr<View>& view);
+
+    std::shared_ptr<platform::SceneNode> nodeForAnchor(const platform::Anchor& anchor) override;
+    void didUpdateNode(platform::SceneNode& node, const platform::Anchor& anchor) override;
+
+private:
+    DistanceTracking(platform::Platform& platform, PersistenceController& store);
+
+    void recordEyeDistances();
+
+    const std::shared_ptr<platform::SceneNode>& rightEyeNode();
+    const std::shared_ptr<platform::SceneNode>& leftEyeNode();
+    const platform::FaceTrackingConfiguration& configuration();
+
+    platform::Platform& platform_;
+    PersistenceController& store_;
+    std::shared_ptr<platform::FaceTrackingSceneView> sceneView_;
+    std::shared_ptr<platform::SceneNode> contentNode_;
+    std::shared_ptr<platform::SceneNode> rightEyeNode_;
+    std::shared_ptr<platform::SceneNode> leftEyeNode_;
+    std::optional<platform::FaceTrackingConfiguration> configuration_;
+};
+
+}  // namespace tarvex

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "tarvex/export.h"
+#include "tarvex/platform/application.h"
+
+namespace tarvex::testing {
+
+/// Keeps the URLs that it is asked to open, and opens none. Thread-safe.
+class TARVEX_EXPORT RecordingApplication final : public platform::Application {
+public:
+    void openUrl(const Url& url) override {
+        const std::scoped_lock lock(mutex_);
+        openedUrls_.push_back(url.string());
+    }
+
+    std::vector<std::string> openedUrls() const {
+        const std::scoped_lock lock(mutex_);
+        return openedUrls_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<std::string> openedUrls_;
+};
+
+}  // namespace tarvex::testing

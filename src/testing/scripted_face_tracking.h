@@ -1,0 +1,84 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "tarvex/export.h"
+#include "tarvex/platform/face_tracking.h"
+
+namespace tarvex::testing {
+
+/// A face-tracking view whose anchors appear when a test says so, on the thread on which it says so.
+class TARVEX_EXPORT ScriptedSceneView final : public platform::FaceTrackingSceneView,
+                                              private platform::FaceTrackingSession {
+public:
+    struct Settings {
+        bool showsStatistics = false;
+        int preferredFramesPerSecond = 60;
+        bool rendersContinuously = true;
+        platform::SceneBackground background = platform::SceneBackground::camera;
+    };
+
+    struct Run {
+        platform::FaceTrackingConfiguration configuration;
+        platform::RunOptions options;
+    };
+
+    ScriptedSceneView();
+    ~ScriptedSceneView() override;
+
+    /// A new anchor: asks the delegate for its node and gives that the anchor's transform. The returned node is null
+    /// where the delegate wanted none. Nothing happens while the session is paused.
+    std::shared_ptr<platform::SceneNode> addAnchor(const platform::Anchor& anchor);
+
+    /// The anchor was seen again: gives `node` its transform and tells the delegate.
+    void updateAnchor(platform::SceneNode& node, const platform::Anchor& anchor);
+
+    const Settings& settings() const { return settings_; }
+    std::vector<Run> runs() const;
+    bool isRunning() const;
+    int pauses() const;
+
+    void addSubview(std::shared_ptr<View> child) override;
+    void setDelegate(std::weak_ptr<platform::FaceTrackingDelegate> delegate) override;
+    platform::FaceTrackingSession& session() override { return *this; }
+    void setShowsStatistics(bool shows) override { settings_.showsStatistics = shows; }
+    void setPreferredFramesPerSecond(int rate) override { settings_.preferredFramesPerSecond = rate; }
+    void setRendersContinuously(bool continuously) override { settings_.rendersContinuously = continuously; }
+    void setAntialiasingMode(platform::AntialiasingMode /*mode*/) override {}
+    void setSceneBackground(platform::SceneBackground background) override { settings_.background = background; }
+
+private:
+    void run(const platform::FaceTrackingConfiguration& configuration, platform::RunOptions options) override;
+    void pause() override;
+
+    Settings settings_;
+    std::shared_ptr<View> children_ = makeHeadlessView();
+    std::weak_ptr<platform::FaceTrackingDelegate> delegate_;
+    mutable std::mutex mutex_;
+    std::vector<Run> runs_;
+    bool running_ = false;
+    int pauses_ = 0;
+};
+
+/// A device that can track `supportedFaces` faces, and that sees what a test shows it.
+class TARVEX_EXPORT ScriptedFaceTracking final : public platform::FaceTracking {
+public:
+    explicit ScriptedFaceTracking(bool supported = true, int supportedFaces = 1);
+    ~ScriptedFaceTracking() override;
+
+    bool isSupported() const override { return supported_; }
+    int supportedNumberOfTrackedFaces() const override { return supportedFaces_; }
+    [[nodiscard]] std::shared_ptr<platform::FaceTrackingSceneView> makeSceneView() override;
+
+    /// The views that were made, in their order; an entry is empty once nobody holds the view.
+    const std::vector<std::weak_ptr<ScriptedSceneView>>& views() const { return views_; }
+
+private:
+    bool supported_;
+    int supportedFaces_;
+    std::vector<std::weak_ptr<ScriptedSceneView>> views_;
+};
+
+}  // namespace tarvex::testing

@@ -1,0 +1,182 @@
+#include "platform/linux/host/property_list.h"
+
+#include <gtest/gtest.h>
+#include <plist/plist.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "property_list_documents.h"
+#include "temporary_directory.h"
+
+namespace tarvex::platform {
+namespace {
+
+using namespace test;
+
+constexpr std::size_t deep = 100'000;
+
+std::string repeated(std::string_view text, std::size_t times) {
+    std::string result;
+    result.reserve(text.size() * times);
+    while (times-- > 0)
+        result += text;
+    return result;
+}
+
+std::string asBinary(const std::string& xml) {
+    plist_t list = nullptr;
+    plist_from_xml(xml.data(), static_cast<std::uint32_t>(xml.size()), &list);
+    char* bytes = nullptr;
+    std::uint32_t length = 0;
+    plist_to_bin(list, &bytes, &length);
+    std::string binary(bytes, length);
+    plist_to_bin_free(bytes);
+    plist_free(list);
+    return binary;
+}
+
+std::string host() {
+    return xmlPropertyList(
+        "<dict><key>CFBundleName</key><string>Lichtprotokoll für Ärzte 🔆</string>"
+        "<key>Empty</key><string></string><key>Number</key><integer>7</integer><key>Real</key><real>0.5</real>"
+        "<key>Flag</key><true/><key>Day</key><date>2024-02-29T00:00:00Z</date><key>Bytes</key><data>AAEC</data>"
+        "<key>List</key><array><dict><key>Deep</key><array><string>a</string></array></dict></array>"
+        "<key>A name that is longer than fifteen bytes</key><string>&lt;&amp;&gt;</string></dict>");
+}
+
+// A dictionary whose one value is the chain of `containers`, each a reference to the next object.
+std::string binaryChain(const std::vector<std::string>& containers) {
+    std::vector<std::string> objects{"\xd1" + reference(1) + reference(2), binaryText("a")};
+    objects.insert(objects.end(), containers.begin(), containers.end());
+    objects.emplace_back("\x09");
+    return binaryPropertyList(objects);
+}
+
+std::string nestedArrays(std::size_t levels) {
+    std::vector<std::string> arrays;
+    arrays.reserve(levels);
+    for (std::size_t level = 0; level < levels; ++level)
+        arrays.push_back("\xa1" + reference(level + 3));
+    return binaryChain(arrays);
+}
+
+std::string arraysOfTenReferences(std::size_t levels) {
+    std::vector<std::string> arrays;
+    arrays.reserve(levels);
+    for (std::size_t level = 0; level < levels; ++level)
+        arrays.push_back("\xaa" + repeated(reference(level + 3), 10));
+    return binaryChain(arrays);
+}
+
+std::string nestedXmlArrays(std::size_t levels) {
+    return xmlPropertyList("<dict><key>a</key>" + repeated("<array>", levels) + repeated("</array>", levels) +
+                           "</dict>");
+}
+
+TEST(PropertyList, ReadsTheRootDictionaryOfXmlAndBinaryAlike) {
+    for (const std::string& bytes : {host(), asBinary(host())}) {
+        const auto list = PropertyList::parse(bytes);
+        ASSERT_TRUE(list);
+        EXPECT_EQ(list->stringForKey("CFBundleName"), "Lichtprotokoll für Ärzte 🔆");
+        EXPECT_EQ(list->stringForKey("Empty"), "");
+        EXPECT_EQ(list->stringForKey("A name that is longer than fifteen bytes"), "<&>");
+        for (const char* key : {"Number", "Real", "Flag", "Day", "Bytes", "List"}) {
+            EXPECT_TRUE(list->contains(key)) << key;
+            EXPECT_EQ(list->stringForKey(key), std::nullopt) << key;
+        }
+        EXPECT_FALSE(list->contains("Deep"));
+        EXPECT_FALSE(list->contains(std::string_view("Flag\0", 5)));
+    }
+}
+
+TEST(PropertyList, ReadsWhatIsOrdinarilyNested) {
+    EXPECT_TRUE(PropertyList::parse(nestedXmlArrays(500)));
+    EXPECT_TRUE(PropertyList::parse(nestedArrays(500)));
+}
+
+TEST(PropertyList, RefusesEveryTruncation) {
+    const std::string xml = host();
+    const std::string binary = asBinary(host());
+    for (std::size_t length = 0; length < xml.find("</dict></plist>"); ++length)
+        EXPECT_FALSE(PropertyList::parse(std::string_view(xml).substr(0, length))) << length;
+    for (std::size_t length = 0; length < binary.size(); ++length)
+        EXPECT_FALSE(PropertyList::parse(std::string_view(binary).substr(0, length))) << length;
+}
+
+TEST(PropertyList, RefusesWhatIsNoUnicodeDictionary) {
+    struct Case {
+        const char* description;
+        std::string bytes;
+    };
+    const std::string dictionary = "\xd1" + reference(1) + reference(2);
+    const std::string name = binaryText("a");
+    for (const Case& c :
+         {Case{"garbage", "no property list at all"}, Case{"old-style text", R"({ CFBundleName = "Light"; })"},
+          Case{"an array", xmlPropertyList("<array><string>a</string></array>")},
+          Case{"a string", xmlPropertyList("<string>a</string>")},
+          Case{"a binary array", binaryPropertyList({"\xa1" + reference(1), name})},
+          Case{"a declared entity", "<!DOCTYPE plist [<!ENTITY a \"b\">]>" +
+                                        xmlPropertyList("<dict><key>a</key><string>&a;</string></dict>")},
+          Case{"bytes that are not UTF-8", xmlPropertyList("<dict><key>a</key><string>\xc3</string></dict>")},
+          Case{"a NUL in XML",
+               xmlPropertyList("<dict><key>a</key><string>b" + std::string(1, '\0') + "c</string></dict>")},
+          Case{"binary text past ASCII", binaryPropertyList({dictionary, name, binaryText("\xff")})},
+          Case{"a NUL in binary text", binaryPropertyList({dictionary, name, binaryText(std::string_view("x\0y", 3))})},
+          Case{"a lone high surrogate", binaryPropertyList({dictionary, name, "\x61\xd8\x01"})},
+          Case{"a lone low surrogate", binaryPropertyList({dictionary, name, "\x62\xdc\x01 x"})},
+          Case{"a key that is no string", binaryPropertyList({dictionary, "\x10\x05", name})},
+          Case{"a reference to nowhere", binaryPropertyList({dictionary, name})}}) {
+        EXPECT_FALSE(PropertyList::parse(c.bytes)) << c.description;
+    }
+}
+
+TEST(PropertyList, RefusesWhatWouldExhaustTheReader) {
+    struct Case {
+        const char* description;
+        std::string bytes;
+    };
+    for (const Case& c :
+         {Case{"deep XML", nestedXmlArrays(deep)},
+          Case{"deep XML, never closed", "<plist><dict><key>a</key>" + repeated("<array>", deep)},
+          Case{"deep XML dictionaries",
+               xmlPropertyList(repeated("<dict><key>a</key>", deep) + "<true/>" + repeated("</dict>", deep))},
+          Case{"a text of a million entities",
+               xmlPropertyList("<dict><key>a</key><string>" + repeated("&lt;", 1'000'000) + "</string></dict>")},
+          Case{"deep binary", nestedArrays(deep)},
+          Case{"an array that holds itself", binaryChain({"\xa1" + reference(2)})},
+          Case{"an array that holds the root", binaryChain({"\xa1" + reference(0)})},
+          Case{"a billion values in a kilobyte", arraysOfTenReferences(9)},
+          Case{"a length past the end", binaryChain({"\xaf\x13" + bigEndian(~std::uint64_t{0}, 8)})}}) {
+        EXPECT_FALSE(PropertyList::parse(c.bytes)) << c.description;
+    }
+}
+
+TEST(PropertyList, ReadsRegularFilesUpToItsLimit) {
+    const TemporaryDirectory directory;
+    const auto file = directory.path() / "Info.plist";
+    const std::string list = host();
+    const std::string largest = list + std::string(PropertyList::maximumSize - list.size(), '\n');
+
+    writeFile(file, largest);
+    ASSERT_TRUE(PropertyList::withContentsOfFile(file));
+    EXPECT_EQ(PropertyList::withContentsOfFile(file)->stringForKey("Empty"), "");
+    writeFile(file, largest + "\n");
+    EXPECT_FALSE(PropertyList::withContentsOfFile(file));
+}
+
+TEST(PropertyList, NeverWaitsForWhatIsNoRegularFile) {
+    const TemporaryDirectory directory;
+    const auto fifo = directory.path() / "fifo";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    std::filesystem::create_symlink("loop", directory.path() / "loop");
+
+    for (const auto& path : {fifo, directory.path(), directory.path() / "loop", directory.path() / "missing",
+                             std::filesystem::path("/dev/zero")})
+        EXPECT_FALSE(PropertyList::withContentsOfFile(path)) << path;
+}
+
+}  // namespace
+}  // namespace tarvex::platform

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <chrono>
+#include <future>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include "platform/url_session.h"
+
+namespace tarvex::test {
+
+inline Url urlOf(std::string_view text) {
+    const auto url = Url::parse(text);
+    if (!url) throw std::invalid_argument(std::string(text) + " is no URL");
+    return *url;
+}
+
+inline std::shared_ptr<const platform::ByteBuffer> bodyOf(std::string_view text) {
+    auto body = std::make_shared<platform::ByteBuffer>();
+    body->append(text);
+    return body;
+}
+
+/// What a document is posted with, to the host that the tests' certificates name.
+inline platform::UrlRequest request(std::shared_ptr<const platform::ByteBuffer> body,
+                                    std::chrono::milliseconds timeout = std::chrono::seconds(60)) {
+    return {.url = urlOf("https://backend.example/tracking"),
+            .method = "POST",
+            .headers = {{"Content-Type", "application/json"}},
+            .body = std::move(body),
+            .timeout = timeout};
+}
+
+/// A request that has been sent, and its outcome once that is there.
+class PostedRequest {
+public:
+    struct Outcome {
+        bool hasResponse;
+        std::optional<int> status;
+        std::string error;
+        std::thread::id thread;
+    };
+
+    PostedRequest(platform::UrlSession& session, platform::UrlRequest request) {
+        auto promise = std::make_shared<std::promise<Outcome>>();
+        outcome_ = promise->get_future();
+        session
+            .dataTask(std::move(request),
+                      [promise](const auto& response, const auto& error) {
+                          promise->set_value({.hasResponse = response.has_value(),
+                                              .status = response ? response->statusCode : std::nullopt,
+                                              .error = error ? error->localizedDescription : std::string(),
+                                              .thread = std::this_thread::get_id()});
+                      })
+            ->resume();
+    }
+
+    bool isOver() const { return outcome_.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }
+
+    /// Throws when the handler was released without a call, or after two minutes.
+    Outcome outcome() {
+        if (outcome_.wait_for(std::chrono::minutes(2)) != std::future_status::ready)
+            throw std::runtime_error("the request does not end");
+        return outcome_.get();
+    }
+
+private:
+    std::future<Outcome> outcome_;
+};
+
+}  // namespace tarvex::test

@@ -1,0 +1,140 @@
+#include "platform/linux/simdjson_coder.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <limits>
+#include <optional>
+#include <random>
+#include <string>
+
+namespace tarvex::platform {
+
+namespace {
+
+using namespace std::string_literals;
+
+std::optional<std::string> appended(const std::string& valueMap) {
+    ByteBuffer output;
+    output.append("before");
+    const bool taken = SimdjsonCoder().appendValueMap(valueMap, output);
+    EXPECT_TRUE(output.view().starts_with("before"));
+    if (!taken) {
+        EXPECT_EQ(output.view(), "before") << "a refused map leaves nothing behind";
+        return std::nullopt;
+    }
+    return std::string(output.view().substr(6));
+}
+
+std::string number(double value) {
+    ByteBuffer output;
+    EXPECT_TRUE(SimdjsonCoder().appendNumber(value, output));
+    return std::string(output.view());
+}
+
+std::string quoted(std::string_view text) {
+    ByteBuffer output;
+    SimdjsonCoder().appendString(text, output);
+    return std::string(output.view());
+}
+
+}  // namespace
+
+TEST(SimdjsonCoder, KeepsTheBytesOfCompactValueMaps) {
+    for (const auto& map :
+         {R"({})"s, R"({"lux":250})"s, R"({"a":-2.5e-3,"b":0,"c":1E+7})"s, R"({"a":0e999})"s, R"({"a":1e-999})"s,
+          R"({"a":18446744073709551616})"s, R"({"":1})"s, R"({"Größe":1})"s, R"({"a b":1})"s})
+        EXPECT_EQ(appended(map), map);
+}
+
+TEST(SimdjsonCoder, RewritesValueMapsThatAreNotCompactOrRepeatNames) {
+    struct Case {
+        std::string map;
+        std::string rewritten;
+    };
+    for (const Case& c : {Case{" { } ", "{}"}, Case{R"({ "a" : 1 })", R"({"a":1})"}, Case{R"({"a":1 })", R"({"a":1})"},
+                          Case{"{\"a\":1}\n", R"({"a":1})"}, Case{R"({"a":1,"a":2})", R"({"a":2})"},
+                          Case{R"({"a":1,"\u0061":3})", R"({"a":3})"}, Case{R"({"\\":1})", R"({"\\":1})"},
+                          Case{R"({"\"":1})", R"({"\"":1})"},
+                          Case{R"({"a":1,"b":2,"c":3,"d":4,"e":5,"f":6,"g":7,"h":8,"i":9,"a":0})",
+                               R"({"a":0,"b":2,"c":3,"d":4,"e":5,"f":6,"g":7,"h":8,"i":9})"}})
+        EXPECT_EQ(appended(c.map), c.rewritten) << c.map;
+}
+
+TEST(SimdjsonCoder, RefusesWhatIsNoMapOfFiniteNumbers) {
+    for (const auto& text : {""s,
+                             "{"s,
+                             "[1]"s,
+                             "null"s,
+                             R"({"a":"1"})"s,
+                             R"({"a":null})"s,
+                             R"({"a":true})"s,
+                             R"({"a":[1]})"s,
+                             R"({"a":{}})"s,
+                             R"({"a":1e999})"s,
+                             R"({"a":-1e999,"b":1})"s,
+                             R"({"a":NaN})"s,
+                             R"({"a":01})"s,
+                             R"({"a":1.})"s,
+                             R"({"a":+1})"s,
+                             R"({"a":1,})"s,
+                             R"({"a":1)"s,
+                             R"({"a":1}})"s,
+                             R"({"a":1}{"b":2})"s,
+                             R"({"a":1}x)"s,
+                             R"({"a":1 2})"s,
+                             R"({"a"1})"s,
+                             R"({'a':1})"s,
+                             "{\"a\":1}\0"s,
+                             "\xEF\xBB\xBF{\"a\":1}"s,
+                             "{\"\xFF\":1}"s,
+                             R"({"\ud800":1})"s,
+                             R"({"\x":1})"s,
+                             "{\"a\nb\":1}"s,
+                             std::string(100'000, '[')})
+        EXPECT_EQ(appended(text), std::nullopt) << text.substr(0, 40);
+}
+
+TEST(SimdjsonCoder, WritesNumbersThatReadBackTheSame) {
+    std::mt19937_64 random(1);
+    for (int i = 0; i < 100'000; ++i) {
+        const auto value = std::bit_cast<double>(random());
+        if (!std::isfinite(value)) continue;
+        const auto decoded = SimdjsonCoder().decode(number(value));
+        ASSERT_TRUE(decoded.has_value());
+        ASSERT_EQ(std::bit_cast<std::uint64_t>(std::get<double>(decoded->value)), std::bit_cast<std::uint64_t>(value));
+    }
+    EXPECT_EQ(number(static_cast<double>(0.1F)), "0.10000000149011612");
+    EXPECT_EQ(number(250), "250");
+}
+
+TEST(SimdjsonCoder, RefusesNumbersThatAreNotFinite) {
+    using Limits = std::numeric_limits<double>;
+    for (const double value : {Limits::quiet_NaN(), Limits::infinity(), -Limits::infinity()}) {
+        ByteBuffer output;
+        EXPECT_FALSE(SimdjsonCoder().appendNumber(value, output));
+        EXPECT_EQ(output.size(), 0U);
+    }
+}
+
+TEST(SimdjsonCoder, EscapesStringsAndReplacesWhatIsNotUtf8) {
+    EXPECT_EQ(quoted("plain"), R"("plain")");
+    EXPECT_EQ(quoted("a\"b\\c\n\x01"), R"("a\"b\\c\n\u0001")");
+    EXPECT_EQ(quoted("Größe \U0001F441"), "\"Größe \U0001F441\"");
+    EXPECT_EQ(quoted("a\xFF"), "\"a\uFFFD\"");
+    EXPECT_EQ(quoted(std::string_view("a\0b", 3)), R"("a\u0000b")");
+}
+
+TEST(SimdjsonCoder, DecodesOnlyOneCompleteTextOfReasonableDepth) {
+    const SimdjsonCoder coder;
+    const auto value = coder.decode(R"({"a":[1,"x",true,null],"a":[2]})");
+    ASSERT_TRUE(value.has_value());
+    const auto& array = std::get<JsonValue::Array>(std::get<JsonValue::Object>(value->value).at("a").value);
+    EXPECT_EQ(std::get<double>(array.at(0).value), 2);
+    for (const auto& text : {""s, "1 2"s, "1e999"s, "{\"a\":1}\0"s, "\"\xFF\""s, "\xEF\xBB\xBF 1"s,
+                             std::string(1000, '[') + std::string(1000, ']')})
+        EXPECT_FALSE(coder.decode(text).has_value()) << text.substr(0, 20);
+}
+
+}  // namespace tarvex::platform

@@ -1,0 +1,88 @@
+#include "storage/tracking_data.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <string>
+
+#include "platform/linux/simdjson_coder.h"
+
+namespace tarvex {
+
+namespace {
+
+const platform::SimdjsonCoder coder;
+
+std::optional<std::string> text(const std::optional<platform::ByteBuffer>& encoded) {
+    return encoded ? std::optional(std::string(encoded->view())) : std::nullopt;
+}
+
+TrackingDataWrapper wrapperWith(std::vector<TrackingData> samples) {
+    return {.userId = "u\"1",
+            .device = "x86_64",
+            .applicationIdentifier = "org.example",
+            .trackingData = std::move(samples)};
+}
+
+}  // namespace
+
+TEST(TrackingDataWrapper, ReadsBackWhatItEncodes) {
+    const auto wrapper = wrapperWith({{.timestamp = 1700000000.123456, .type = "distance", .data = {{"left", 0.1F}}},
+                                      {.timestamp = 0, .type = "ambient_light", .data = {}}});
+    const auto encoded = encode(wrapper, coder);
+    ASSERT_TRUE(encoded.has_value());
+    const auto decoded = decodeTrackingDataWrapper(encoded->view(), coder);
+    ASSERT_TRUE(decoded.has_value());
+    EXPECT_EQ(decoded->userId, "u\"1");
+    EXPECT_EQ(decoded->device, "x86_64");
+    EXPECT_EQ(decoded->applicationIdentifier, "org.example");
+    ASSERT_EQ(decoded->trackingData.size(), 2U);
+    EXPECT_EQ(decoded->trackingData[0].timestamp, 1700000000.123456);
+    EXPECT_EQ(decoded->trackingData[0].data, (ValueMap{{"left", 0.10000000149011612}}));
+    EXPECT_TRUE(decoded->trackingData[1].data.empty());
+}
+
+TEST(TrackingDataWrapper, EncodesCompactlyAndAnEmptyListAsAnArray) {
+    EXPECT_EQ(text(encode(wrapperWith({}), coder)),
+              R"({"trackingData":[],"userId":"u\"1","device":"x86_64","applicationIdentifier":"org.example"})");
+    EXPECT_THAT(text(encode(wrapperWith({{.timestamp = 12, .type = "t", .data = {}}}), coder)).value(),
+                ::testing::HasSubstr(R"([{"data":{},"type":"t","timestamp":12}])"));
+}
+
+TEST(TrackingDataWrapper, FailsAsAWholeOnANumberThatIsNotFinite) {
+    const double infinity = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(text(encode(wrapperWith({{.timestamp = infinity, .type = "t", .data = {}}}), coder)), std::nullopt);
+    EXPECT_EQ(text(encode(wrapperWith({{.timestamp = 1, .type = "t", .data = {{"lux", -infinity}}}}), coder)),
+              std::nullopt);
+    EXPECT_EQ(text(encode(ValueMap{{"lux", std::numeric_limits<double>::quiet_NaN()}}, coder)), std::nullopt);
+}
+
+TEST(ValueMap, EncodesAndDecodes) {
+    EXPECT_EQ(text(encode(ValueMap{}, coder)), "{}");
+    EXPECT_EQ(text(encode(ValueMap{{"b", 2.5}, {"a", 1}}, coder)), R"({"a":1,"b":2.5})");
+    EXPECT_EQ(decodeValueMap(R"({"lux":12})", coder), (ValueMap{{"lux", 12.0}}));
+    for (const char* bad : {"[1]", R"({"lux":"12"})", R"({"lux":null})", "12", "{"})
+        EXPECT_EQ(decodeValueMap(bad, coder), std::nullopt) << bad;
+}
+
+TEST(TrackingData, DecodesOnlyWithEveryMember) {
+    EXPECT_TRUE(decodeTrackingData(R"({"timestamp":1,"type":"t","data":{},"more":[]})", coder).has_value());
+    for (const char* bad :
+         {R"({"timestamp":1,"data":{}})", R"({"timestamp":"1","type":"t","data":{}})",
+          R"({"timestamp":1,"type":null,"data":{}})", R"({"timestamp":1,"type":"t","data":{"a":"b"}})", R"([])"})
+        EXPECT_FALSE(decodeTrackingData(bad, coder).has_value()) << bad;
+    EXPECT_FALSE(decodeTrackingDataWrapper(
+                     R"({"userId":"","device":"","applicationIdentifier":"","trackingData":[{"type":"t"}]})", coder)
+                     .has_value());
+}
+
+TEST(CodingKeys, AreNamedLikeTheFields) {
+    using enum TrackingDataWrapper::CodingKeys;
+    EXPECT_EQ(stringValue(applicationIdentifier), "applicationIdentifier");
+    EXPECT_EQ(codingKey<TrackingDataWrapper::CodingKeys>("trackingData"), trackingData);
+    EXPECT_EQ(codingKey<TrackingData::CodingKeys>("data"), TrackingData::CodingKeys::data);
+    EXPECT_EQ(codingKey<TrackingData::CodingKeys>("userId"), std::nullopt);
+}
+
+}  // namespace tarvex

@@ -1,0 +1,74 @@
+// The example collector and the transport that hosts reach it with, end to end.
+
+#include "testing/loopback_url_session.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+#include "collector.h"
+#include "platform/linux/network/posted_request.h"
+#include "temporary_directory.h"
+
+namespace tarvex::testing {
+namespace {
+
+using collector::Collector;
+using ::testing::ElementsAre;
+using ::testing::FieldsAre;
+using ::testing::HasSubstr;
+
+std::string contents(const std::filesystem::path& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+platform::UrlRequest documentFor(const std::string& host, std::string_view document) {
+    auto request = test::request(test::bodyOf(document));
+    request.url = test::urlOf("https://" + host + "/tracking");
+    return request;
+}
+
+TEST(LoopbackUrlSession, BringsADocumentToTheCollector) {
+    setenv("https_proxy", "http://127.0.0.1:9", 1);  // passed by
+    const std::string document = R"({"userId":"u","trackingData":[{},{}]})";
+    for (const int status : {200, 503}) {
+        const test::TemporaryDirectory directory;
+        std::vector<Collector::Document> received;
+        const Collector collector({.directory = directory.path(), .host = TARVEX_BACKEND_HOST, .status = status},
+                                  [&](const auto& arrived) { received.push_back(arrived); });
+        const auto session =
+            makeLoopbackUrlSession(static_cast<std::uint16_t>(std::stoi(contents(directory.path() / "port"))),
+                                   contents(directory.path() / "certificate.pem"));
+        const auto outcomeOf = [&](platform::UrlRequest request) {
+            return test::PostedRequest(*session, std::move(request)).outcome();
+        };
+        EXPECT_EQ(outcomeOf(documentFor(TARVEX_BACKEND_HOST, document)).status, status);
+        EXPECT_EQ(contents(directory.path() / "document-1.json"), document);
+        EXPECT_THAT(received,
+                    ElementsAre(FieldsAre(directory.path() / "document-1.json", document.size(), std::size_t{2})));
+
+        EXPECT_EQ(outcomeOf(documentFor(TARVEX_BACKEND_HOST, "{}")).status, 400);
+        auto text = documentFor(TARVEX_BACKEND_HOST, document);
+        text.headers = {{"Content-Type", "text/plain"}};
+        EXPECT_EQ(outcomeOf(std::move(text)).status, 415);
+        EXPECT_EQ(received.size(), 1U);
+    }
+}
+
+TEST(LoopbackUrlSession, MapsTheBackendOnly) {
+    const test::TemporaryDirectory directory;
+    const Collector collector({.directory = directory.path(), .host = "localhost"}, [](const auto&) { FAIL(); });
+    const auto session = makeLoopbackUrlSession(collector.port(), collector.certificatePem());
+    const auto outcomeFor = [&](const std::string& host) {
+        return test::PostedRequest(*session, documentFor(host, R"({"trackingData":[]})")).outcome();
+    };
+    EXPECT_THAT(outcomeFor(TARVEX_BACKEND_HOST).error, HasSubstr("no alternative certificate subject name"));
+    EXPECT_THAT(outcomeFor("localhost:1").error, HasSubstr("Failed to connect to localhost port 1"));
+}
+
+}  // namespace
+}  // namespace tarvex::testing
