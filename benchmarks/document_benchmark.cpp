@@ -1,0 +1,77 @@
+// The upload document of a million records.
+
+#include <benchmark/benchmark.h>
+
+#include <charconv>
+
+#include "benchmark_store.h"
+#include "platform/platform.h"
+#include "storage/persistence_controller.h"
+
+namespace tarvex::benchmarks {
+
+namespace {
+
+void documentTarvex(benchmark::State& state) {
+    BenchmarkDirectory directory;
+    directory.takeManyRecords();
+    const auto platform = platform::Platform::makeLinux({.dataDirectory = directory.path()});
+    PersistenceController store(*platform);
+    store.countTrackingData();
+    for (auto _ : state) {
+        const std::int64_t before = residentMemory();
+        resetPeakMemory();
+        const auto document = store.loadTrackingData();
+        if (!document) return state.SkipWithError("no document");
+        state.counters["megabytes"] = static_cast<double>(document->size()) / 1e6;
+        state.counters["memory"] = static_cast<double>(peakMemory() - before) / static_cast<double>(document->size());
+    }
+}
+
+// What remains when nothing is validated: stepping, copying, framing.
+void documentCopyAndFraming(benchmark::State& state) {
+    BenchmarkDirectory directory;
+    directory.takeManyRecords();
+    const Database database = openByHand(directory.store());
+    for (auto _ : state) {
+        platform::ByteBuffer document;
+        document.reserve(std::size_t{256} << 20U);
+        const Statement select = prepare(database.get(), "SELECT timestamp, type, data FROM DataEntry ORDER BY seq");
+        while (sqlite3_step(select.get()) == SQLITE_ROW) {
+            document.append(R"({"data":)");
+            document.append({static_cast<const char*>(sqlite3_column_blob(select.get(), 2)),
+                             static_cast<std::size_t>(sqlite3_column_bytes(select.get(), 2))});
+            document.append(R"(,"type":")");
+            document.append({reinterpret_cast<const char*>(sqlite3_column_text(select.get(), 1)),
+                             static_cast<std::size_t>(sqlite3_column_bytes(select.get(), 1))});
+            document.append(R"(","timestamp":)");
+            const auto room = document.spare(32);
+            const auto end = std::to_chars(room.data(), room.data() + 32, sqlite3_column_double(select.get(), 0)).ptr;
+            document.extend(static_cast<std::size_t>(end - room.data()));
+            document.append("},");
+        }
+        benchmark::DoNotOptimize(document.data());
+    }
+}
+
+void documentSqliteJson(benchmark::State& state) {
+    BenchmarkDirectory directory;
+    directory.takeManyRecords();
+    const Database database = openByHand(directory.store());
+    for (auto _ : state) {
+        const Statement select =
+            prepare(database.get(),
+                    "SELECT json_object('userId', 'u', 'trackingData', json_group_array(json_object('data', json(data),"
+                    " 'type', type, 'timestamp', timestamp))) FROM DataEntry");
+        if (sqlite3_step(select.get()) != SQLITE_ROW) return state.SkipWithError("no document");
+        benchmark::DoNotOptimize(sqlite3_column_text(select.get(), 0));
+    }
+}
+
+BENCHMARK(documentTarvex)->Name("document/tarvex")->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(documentCopyAndFraming)->Name("document/copy_and_framing")->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(documentSqliteJson)->Name("document/sqlite_json")->Iterations(1)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+}  // namespace tarvex::benchmarks
