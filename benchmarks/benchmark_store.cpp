@@ -20,16 +20,6 @@ void check(sqlite3* database, int code) {
     std::exit(1);
 }
 
-std::int64_t memoryFigure(const std::string& name) {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        std::int64_t kilobytes = 0;
-        if (line.starts_with(name) && std::istringstream(line.substr(name.size() + 1)) >> kilobytes)
-            return kilobytes * 1024;
-    }
-    return 0;
-}
-
 // The store that the library makes, filled without its syncs.
 const BenchmarkDirectory& manyRecordsStore() {
     static const BenchmarkDirectory& directory = *[] {
@@ -86,18 +76,6 @@ void BenchmarkDirectory::takeManyRecords() {
         std::filesystem::remove(store().string() + suffix);
     std::filesystem::copy_file(manyRecordsStore().store(), store(), std::filesystem::copy_options::overwrite_existing);
     sync();  // else the copy's own write-back is measured as well
-}
-
-std::int64_t residentMemory() {
-    return memoryFigure("VmRSS:");
-}
-
-std::int64_t peakMemory() {
-    return memoryFigure("VmHWM:");
-}
-
-void resetPeakMemory() {
-    std::ofstream("/proc/self/clear_refs") << 5;
 }
 
 }  // namespace tarvex::benchmarks

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -44,10 +45,5 @@ private:
 /// The record of one light sample, as the library stores it.
 constexpr const char* sampleValues =
     R"({"channel0":1013.25,"channel1":844.5,"channel2":0.10000000149011612,"channel3":512,"lux":250})";
-
-/// The process's resident memory now, and the most since the last reset, in bytes.
-std::int64_t residentMemory();
-std::int64_t peakMemory();
-void resetPeakMemory();
 
 }  // namespace tarvex::benchmarks

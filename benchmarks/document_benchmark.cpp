@@ -4,6 +4,7 @@
 
 #include <charconv>
 
+#include "benchmark_memory.h"
 #include "benchmark_store.h"
 #include "platform/platform.h"
 #include "storage/persistence_controller.h"

@@ -1,7 +1,6 @@
 // The first use of the library in a process, with a store that exists: each round in a process of its own.
 
 #include <benchmark/benchmark.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -9,6 +8,7 @@
 
 #include "benchmark_store.h"
 #include "platform/platform.h"
+#include "process_figures.h"
 #include "tarvex/client.h"
 
 namespace tarvex::benchmarks {
@@ -16,21 +16,11 @@ namespace tarvex::benchmarks {
 namespace {
 
 double secondsInChild(const std::function<void()>& work) {
-    int ends[2];
-    if (pipe(ends) != 0) return -1;
-    const pid_t child = fork();
-    if (child == 0) {
+    return figureOfChild([&] {
         const auto begin = std::chrono::steady_clock::now();
         work();
-        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-        _exit(write(ends[1], &seconds, sizeof seconds) == sizeof seconds ? 0 : 1);
-    }
-    double seconds = -1;
-    const bool told = read(ends[0], &seconds, sizeof seconds) == sizeof seconds;
-    waitpid(child, nullptr, 0);
-    close(ends[0]);
-    close(ends[1]);
-    return told ? seconds : -1;
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    });
 }
 
 void useTarvex(const std::filesystem::path& directory) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "benchmark_memory.h"
 #include "benchmark_store.h"
 #include "platform/linux/network/curl_url_session.h"
 #include "platform/linux/network/scripted_tls_server.h"

@@ -15,7 +15,9 @@ set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
 
 find_program(TARVEX_CCACHE ccache)
 if(TARVEX_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-    set(CMAKE_CXX_COMPILER_LAUNCHER "${TARVEX_CCACHE}")
+    # What ccache must overlook before it takes a precompiled header.
+    set(CMAKE_CXX_COMPILER_LAUNCHER
+        "${CMAKE_COMMAND}" -E env CCACHE_SLOPPINESS=pch_defines,time_macros "${TARVEX_CCACHE}")
 endif()
 
 add_library(tarvex_warnings INTERFACE)

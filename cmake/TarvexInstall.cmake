@@ -32,6 +32,11 @@ install(TARGETS tarvex_testing EXPORT TarvexTestingTargets)
 install(EXPORT TarvexTestingTargets NAMESPACE Tarvex:: FILE Tarvex-testing-targets.cmake DESTINATION "${TARVEX_CMAKE_DIR}")
 tarvex_install_pkg_config(tarvex-testing tarvex_testing tarvex "Doubles of the platform's services for the tests of Tarvex hosts")
 
+install(TARGETS tarvex_camera EXPORT TarvexCameraTargets)
+install(EXPORT TarvexCameraTargets NAMESPACE Tarvex:: FILE Tarvex-camera-targets.cmake DESTINATION "${TARVEX_CMAKE_DIR}")
+tarvex_install_pkg_config(tarvex-camera tarvex_camera tarvex "Face tracking from a camera for Tarvex hosts")
+install(DIRECTORY "${TARVEX_FACE_MODELS}" DESTINATION "${CMAKE_INSTALL_DATADIR}/tarvex" OPTIONAL)
+
 configure_package_config_file(cmake/TarvexConfig.cmake.in "${PROJECT_BINARY_DIR}/TarvexConfig.cmake"
     INSTALL_DESTINATION "${TARVEX_CMAKE_DIR}")
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/TarvexConfigVersion.cmake" COMPATIBILITY SameMajorVersion)

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <memory>
-
 #include "platform/object_store.h"
+#include "prelude.h"
 #include "tarvex/data_entry.h"
 
 namespace tarvex::test {
@@ -26,16 +25,19 @@ public:
     }
     std::expected<void, platform::StoreError> save() override { return {}; }
     std::expected<void, platform::StoreError> fetch(const platform::FetchRequest&, const RowVisitor&) override {
-        return std::unexpected(platform::StoreError{"disk I/O error", "{}"});
+        return failure();
     }
     std::size_t fetchSizeBound(const platform::FetchRequest&) override { return 0; }
     std::expected<std::int64_t, platform::StoreError> count(const platform::FetchRequest&) override {
-        return std::unexpected(platform::StoreError{"disk I/O error", "{}"});
+        return failure();
     }
-    std::expected<void, platform::StoreError> batchDelete(const platform::FetchRequest&) override {
-        return std::unexpected(platform::StoreError{"disk I/O error", "{}"});
-    }
+    std::expected<void, platform::StoreError> batchDelete(const platform::FetchRequest&) override { return failure(); }
     void scrub() override {}
+
+private:
+    static std::unexpected<platform::StoreError> failure() {
+        return std::unexpected(platform::StoreError{"error", "{}"});
+    }
 };
 
 }  // namespace tarvex::test

@@ -2,8 +2,11 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace tarvex::test {
 
@@ -29,5 +32,18 @@ public:
 private:
     std::filesystem::path path_;
 };
+
+/// Makes the directories on the way too.
+inline void writeFile(const std::filesystem::path& path, std::string_view contents) {
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << contents;
+}
+
+/// Empty where there is no such file.
+inline std::string contentsOf(const std::filesystem::path& path) {
+    std::ostringstream contents;
+    contents << std::ifstream(path, std::ios::binary).rdbuf();
+    return contents.str();
+}
 
 }  // namespace tarvex::test

@@ -1,12 +1,9 @@
 #pragma once
 
-#include <filesystem>
-#include <memory>
-#include <stdexcept>
-#include <utility>
-
 #include "platform/platform.h"
-#include "temporary_directory.h"
+#include "prelude.h"
+#include "storage/persistence_controller.h"
+#include "storage/tracking_data.h"
 #include "testing/manual_clock.h"
 #include "testing/manual_dispatch_queues.h"
 #include "testing/manual_timer_scheduler.h"
@@ -37,6 +34,12 @@ public:
     platform::Platform& operator*() const { return platform::Platform::current(); }
     platform::Platform* operator->() const { return &platform::Platform::current(); }
 
+    /// The host's property list, read afresh at each use.
+    void writeInfoPlist(const std::string& entries) const {
+        writeFile(directory.path() / "bundle/Info.plist",
+                  R"(<?xml version="1.0"?><plist version="1.0"><dict>)" + entries + "</dict></plist>");
+    }
+
     TemporaryDirectory directory;
     testing::ManualDispatchQueues* dispatchQueues = nullptr;
     testing::ManualTimerScheduler* timers = nullptr;
@@ -54,5 +57,11 @@ private:
         (platform.*set)(std::move(made));
     }
 };
+
+/// What an upload would carry now.
+inline TrackingDataWrapper documentOf(PersistenceController& store) {
+    const auto encoded = store.loadTrackingData();
+    return decodeTrackingDataWrapper(encoded.value().view(), platform::Platform::current().jsonCoder()).value();
+}
 
 }  // namespace tarvex::test

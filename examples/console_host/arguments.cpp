@@ -30,6 +30,8 @@ std::expected<Arguments, std::string> Arguments::parse(std::span<char*> words) {
             arguments.dataDirectory = value;
         } else if (name == "--recording") {
             arguments.recording = value;
+        } else if (name == "--pictures") {
+            arguments.pictureDirectory = value;
         } else if (name == "--collector") {
             arguments.collectorDirectory = value;
         } else {

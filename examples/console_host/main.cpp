@@ -1,11 +1,14 @@
-// A host without a screen: asks for consent on the terminal, samples the ambient light, and shares what it stored.
+// A host without a screen: asks for consent on the terminal, samples the ambient light and the
+// distance of the eyes, and shares what it stored.
 
 #include <tarvex/ambient_light_sensor.h>
+#include <tarvex/camera.h>
 #include <tarvex/client.h>
 #include <tarvex/platform/platform.h>
 #include <tarvex/testing/loopback_url_session.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <fstream>
@@ -16,9 +19,11 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "arguments.h"
 #include "light_player.h"
+#include "photographs.h"
 #include "terminal_consent.h"
 
 namespace console_host {
@@ -31,6 +36,8 @@ using tarvex::platform::LinuxOptions;
 using tarvex::platform::Platform;
 using tarvex::platform::RunLoop;
 
+const std::vector readers{DataReader::ambientLight(1), DataReader::distance(2)};
+
 bool hasLightSensor() {
     const auto platform = Platform::makeLinux();
     const auto client = platform->hidEventSystem().createClient();
@@ -38,7 +45,7 @@ bool hasLightSensor() {
     return !client->copyServices().empty();
 }
 
-std::unique_ptr<LightPlayer> playLightWhereThereIsNoSensor(const Arguments& arguments) {
+std::unique_ptr<light_player::LightPlayer> playLightWhereThereIsNoSensor(const Arguments& arguments) {
     if (hasLightSensor()) {
         std::cout << "This machine has a light sensor: it is used.\n";
         return nullptr;
@@ -49,7 +56,7 @@ std::unique_ptr<LightPlayer> playLightWhereThereIsNoSensor(const Arguments& argu
     }
     std::cout << "This machine has no light sensor: a modelled day of light is played into a directory\n"
                  "shaped like the kernel's sensor tree, and read from there.\n";
-    return std::make_unique<LightPlayer>(*arguments.recording, std::chrono::seconds(arguments.seconds));
+    return std::make_unique<light_player::LightPlayer>(*arguments.recording, std::chrono::seconds(arguments.seconds));
 }
 
 std::string contents(const std::filesystem::path& path) {
@@ -58,10 +65,11 @@ std::string contents(const std::filesystem::path& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-void installPlatform(const Arguments& arguments, const LightPlayer* player) {
+void installPlatform(const Arguments& arguments, const light_player::LightPlayer* player) {
     LinuxOptions options{.dataDirectory = arguments.dataDirectory};
     if (player != nullptr) options.sensorRoot = player->root();
     auto platform = Platform::makeLinux(std::move(options));
+    tarvex::camera::addTo(*platform, photographs::cameraOrPhotographs(arguments.pictureDirectory));
     if (const auto& collector = arguments.collectorDirectory) {
         const auto port = static_cast<std::uint16_t>(std::stoi(contents(*collector / "port")));
         platform->setUrlSession(
@@ -85,17 +93,19 @@ void showProgress(int tenths, int seconds) {
               << Client::shared().trackingDataCount() << (terminal ? "" : "\n") << std::flush;
 }
 
-bool sample(int seconds) {
-    bool started = true;
+/// Whether anything is sampled.
+bool start() {
     Client::shared().startTracking(
-        {DataReader::ambientLight(1)}, nullptr, [&started](const Client::Result& result, const auto& reader) {
+        readers, tarvex::makeHeadlessView(), [](const Client::Result& result, const auto& reader) {
             if (result) return;
-            started = false;
             std::cerr << reader->description() << ": " << result.error().errorDescription().value_or("") << '\n';
         });
-    if (!started) return false;
+    return std::ranges::any_of(Client::shared().trackingInProgress(), [](const auto& state) { return state.second; });
+}
 
-    std::cout << "Sampling the ambient light once a second for " << seconds << " s\n";
+bool sample(int seconds) {
+    if (!start()) return false;
+    std::cout << "Sampling for " << seconds << " s: the ambient light every second, the distance every second second\n";
     int tenths = 0;
     const auto progress = Platform::current().timerScheduler().scheduledTimer(0.1, [&] {
         showProgress(++tenths, seconds);
@@ -104,6 +114,10 @@ bool sample(int seconds) {
     RunLoop::main().run();
     progress->invalidate();
     Client::shared().stopTracking();
+    // A measurement that has begun is still stored.
+    const auto rest = Platform::current().timerScheduler().scheduledTimer(1, [] { RunLoop::main().stop(); });
+    RunLoop::main().run();
+    rest->invalidate();
     std::cout << (isatty(STDOUT_FILENO) != 0 ? "\n" : "");
     return true;
 }
@@ -124,7 +138,7 @@ bool share() {
 int run(const Arguments& arguments) {
     const auto player = playLightWhereThereIsNoSensor(arguments);
     installPlatform(arguments, player.get());
-    if (!askForConsent(RunLoop::main())) {
+    if (!askForConsent(RunLoop::main(), readers)) {
         std::cout << "No consent was given: nothing is sampled.\n";
         return 0;
     }

@@ -89,16 +89,16 @@ bool userAgrees() {
 
 }  // namespace
 
-bool askForConsent(tarvex::platform::RunLoop& loop) {
+bool askForConsent(tarvex::platform::RunLoop& loop, const std::vector<tarvex::DataReader>& readers) {
     bool consented = false;
-    const auto view = tarvex::Client::shared().informationView(
-        std::nullopt, "The demonstration keeps every sample on this machine.", {tarvex::DataReader::ambientLight(1)},
-        std::nullopt, [&](bool decision) {
-            loop.perform([&consented, &loop, decision] {
-                consented = decision;
-                loop.stop();
-            });
-        });
+    const auto view =
+        tarvex::Client::shared().informationView(std::nullopt, "The demonstration keeps every sample on this machine.",
+                                                 readers, std::nullopt, [&](bool decision) {
+                                                     loop.perform([&consented, &loop, decision] {
+                                                         consented = decision;
+                                                         loop.stop();
+                                                     });
+                                                 });
     const TerminalScreen screen(view.body());
     std::cout << '\n' << screen.text() << '\n';
     screen.press(userAgrees() ? "I consent" : "Cancel");

@@ -11,6 +11,9 @@ public:
 
     /// Asks the desktop to open `url`; nothing is reported, also when no application opens it.
     virtual void openUrl(const Url& url) = 0;
+
+    /// Whether the desktop has yet to say what became of a URL: it may show a dialog of its own.
+    virtual bool isOpeningUrl() const { return false; }
 };
 
 }  // namespace tarvex::platform

@@ -54,6 +54,7 @@ struct ManagedObject {
 
 struct FetchRequest {
     std::string entityName;
+    std::vector<std::size_t> propertiesToFetch;  ///< places of attributes; the others read as absent. Empty: all
 };
 
 struct StoreError {

@@ -31,7 +31,7 @@ platform::EntityDescription DataEntry::entityDescription() {
 }
 
 platform::FetchRequest DataEntry::fetchRequest() {
-    return {.entityName = "DataEntry"};
+    return {.entityName = "DataEntry", .propertiesToFetch = {}};
 }
 
 DataEntry::DataEntry(platform::ManagedObjectContext& context) : object_(context.insertNewObject("DataEntry")) {}

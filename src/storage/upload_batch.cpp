@@ -36,7 +36,8 @@ std::optional<platform::ByteBuffer> PersistenceController::loadTrackingData() {
 
 std::optional<platform::ByteBuffer> PersistenceController::assembleUploadDocument() {
     platform::ManagedObjectContext& context = viewContext();
-    const platform::FetchRequest request = DataEntry::fetchRequest();
+    platform::FetchRequest request = DataEntry::fetchRequest();
+    request.propertiesToFetch = {DataEntry::timestampIndex, DataEntry::typeIndex, DataEntry::dataIndex};
     UploadDocument document(platform_.jsonCoder(), context.fetchSizeBound(request));
     const auto fetched = context.fetch(request, [&document](std::span<const platform::AttributeView> record) {
         appendRecord(record, document);

@@ -12,6 +12,11 @@ void ScriptedCaptureDevice::requestAccessForVideo(std::function<void(bool)> hand
     waiting_.push_back(std::move(handler));
 }
 
+bool ScriptedCaptureDevice::isRequestInProgress() const {
+    const std::scoped_lock lock(mutex_);
+    return !waiting_.empty();
+}
+
 std::size_t ScriptedCaptureDevice::requestCount() const {
     const std::scoped_lock lock(mutex_);
     return requestCount_;

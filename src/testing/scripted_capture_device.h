@@ -23,6 +23,7 @@ public:
     explicit ScriptedCaptureDevice(std::deque<bool> answers = {});
 
     void requestAccessForVideo(std::function<void(bool)> handler) override;
+    bool isRequestInProgress() const override;
 
     /// How often access was requested.
     std::size_t requestCount() const;

@@ -1,12 +1,8 @@
 #include "tarvex/client.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <thread>
 #include <type_traits>
-#include <vector>
 
+#include "prelude.h"
 #include "test_platform.h"
 
 namespace tarvex {
@@ -23,14 +19,11 @@ protected:
 static_assert(!std::is_copy_constructible_v<Client> && !std::is_move_constructible_v<Client>);
 
 TEST_F(ClientTest, IsCreatedOnceByWhicheverThreadComesFirst) {
-    std::vector<Client*> seen(8);
-    {
-        std::vector<std::jthread> threads;
-        threads.reserve(seen.size());
-        for (Client*& client : seen)
-            threads.emplace_back([&client] { client = &Client::shared(); });
-    }
-    EXPECT_THAT(seen, ::testing::Each(&Client::shared()));
+    std::array<std::future<Client*>, 8> seen;
+    for (auto& client : seen)
+        client = std::async(std::launch::async, [] { return &Client::shared(); });
+    for (auto& client : seen)
+        EXPECT_EQ(client.get(), &Client::shared());
 }
 
 TEST_F(ClientTest, FirstUseStoresAUserIdentifierAndListensForTheBackground) {
@@ -50,7 +43,7 @@ TEST_F(ClientTest, ReadsConsentAfreshForEachKind) {
     EXPECT_FALSE(client.hasConsentedToTracking(DataReader::ambientLight(7)));
 }
 
-TEST_F(ClientTest, TakesALightSampleFromTheSensorToTheBackend) {
+TEST_F(ClientTest, TakesALightSampleFromTheSensorToTheBackendAndDeletesOnRequest) {
     Client& client = Client::shared();
     platform.defaults->setValueForKey(true, "hasConsentedToTrackAmbientLight");
     client.startTracking({DataReader::ambientLight(1)}, nullptr, {});
@@ -64,20 +57,17 @@ TEST_F(ClientTest, TakesALightSampleFromTheSensorToTheBackend) {
 
     bool succeeded = false;
     client.shareTrackingData(true, [&](const Client::Result& result) { succeeded = result.has_value(); });
-    EXPECT_THAT(platform.backend->requests().front().body,
-                ::testing::HasSubstr(
-                    R"("data":{"channel0":0.10000000149011612,"channel1":2,"channel2":3,"channel3":4,"lux":250})"));
+    EXPECT_THAT(
+        platform.backend->requests().front().body,
+        HasSubstr(R"("data":{"channel0":0.10000000149011612,"channel1":2,"channel2":3,"channel3":4,"lux":250})"));
     platform.backend->respond(0, platform::UrlResponse{.statusCode = 200}, std::nullopt);
     EXPECT_TRUE(succeeded);
     EXPECT_EQ(client.trackingDataCount(), 0);
-}
 
-TEST_F(ClientTest, DeletesOnRequest) {
-    Client& client = Client::shared();
-    platform.defaults->setValueForKey(true, "hasConsentedToTrackAmbientLight");
     client.startTracking({DataReader::ambientLight(1)}, nullptr, {});
     platform.timers->advance(3);
     client.stopTracking();
+    platform.timers->advance(3);
     EXPECT_EQ(client.trackingDataCount(), 3);
     client.deleteTrackingData();
     EXPECT_EQ(client.trackingDataCount(), 0);

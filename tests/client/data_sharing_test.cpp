@@ -1,13 +1,8 @@
 #include "client/data_sharing.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "client/user_identifier.h"
 #include "failing_object_store.h"
+#include "prelude.h"
 #include "test_platform.h"
 
 namespace tarvex {
@@ -16,9 +11,6 @@ namespace {
 
 using platform::TransportError;
 using platform::UrlResponse;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 constexpr const char* endpoint = "https://backend.example/tracking";
 constexpr const char* notSuccessful = "HTTPError: The request was not successfull (statusCode != 200).";
@@ -26,6 +18,11 @@ constexpr const char* notSuccessful = "HTTPError: The request was not successful
 class ShareTrackingData : public ::testing::Test {
 protected:
     void storeSample(double lux) { store.saveTrackingData(DataReader::ambientLight(1), {{"lux", lux}}); }
+
+    void respond(std::size_t request, std::optional<UrlResponse> response = UrlResponse{.statusCode = 200},
+                 std::optional<TransportError> error = {}) {
+        platform.backend->respond(request, response, error);
+    }
 
     void share(bool deleteIfSuccessfull) {
         sharing->share(deleteIfSuccessfull, [this](const Client::Result& result) {
@@ -47,95 +44,72 @@ TEST_F(ShareTrackingData, PostsTheWholeStoreAsOneDocument) {
     storeSample(1);
     storeSample(2);
     share(false);
-    ASSERT_EQ(platform.backend->requests().size(), 1U);
+    ASSERT_THAT(platform.backend->requests(), SizeIs(1));
     const auto request = platform.backend->requests().front();
     EXPECT_EQ(request.method, "POST");
     EXPECT_EQ(request.url, endpoint);
-    EXPECT_THAT(request.headers, ElementsAre(::testing::Pair("Content-Type", "application/json")));
-    EXPECT_EQ(request.timeout, std::chrono::seconds(60));
+    EXPECT_THAT(request.headers, ElementsAre(Pair("Content-Type", "application/json")));
+    EXPECT_EQ(request.timeout, 60s);
     EXPECT_EQ(request.body, store.loadTrackingData().value().view());
     EXPECT_THAT(request.body, HasSubstr(R"("lux":2)"));
     EXPECT_THAT(outcomes, IsEmpty()) << "the outcome is not known yet";
 }
 
-TEST_F(ShareTrackingData, PostsAnEmptyStoreToo) {
-    share(true);
-    EXPECT_THAT(platform.backend->requests().front().body, HasSubstr(R"("trackingData":[])"));
-    platform.backend->respond(0, UrlResponse{.statusCode = 200}, std::nullopt);
-    EXPECT_THAT(outcomes, ElementsAre("success"));
-}
-
 TEST_F(ShareTrackingData, DeletesOnlyOnStatus200AndOnRequest) {
-    struct Case {
-        std::optional<UrlResponse> response;
-        std::optional<TransportError> error;
-        std::string outcome;
-        bool deletes;
-    };
-    for (const Case& c : {Case{UrlResponse{.statusCode = 201}, {}, notSuccessful, false},
-                          Case{UrlResponse{.statusCode = 204}, {}, notSuccessful, false},
-                          Case{UrlResponse{.statusCode = 301}, {}, notSuccessful, false},
-                          Case{UrlResponse{.statusCode = 500}, {}, notSuccessful, false},
-                          Case{UrlResponse{}, {}, notSuccessful, false}, Case{{}, {}, notSuccessful, false},
-                          Case{{}, TransportError{"Connection refused"}, "HTTPError: Connection refused", false},
-                          Case{UrlResponse{.statusCode = 200}, TransportError{"cut off"}, "HTTPError: cut off", false},
-                          Case{UrlResponse{.statusCode = 200}, {}, "success", true}}) {
-        SCOPED_TRACE(c.outcome);
+    using Case = std::tuple<std::optional<UrlResponse>, std::optional<TransportError>, std::string>;
+    const auto status = [](int code) { return UrlResponse{.statusCode = code}; };
+    for (const auto& [response, error, outcome] :
+         {Case{status(201), {}, notSuccessful}, Case{status(204), {}, notSuccessful},
+          Case{status(301), {}, notSuccessful}, Case{status(500), {}, notSuccessful},
+          Case{UrlResponse{}, {}, notSuccessful}, Case{{}, {}, notSuccessful},
+          Case{{}, TransportError{"Connection refused"}, "HTTPError: Connection refused"},
+          Case{status(200), TransportError{"cut off"}, "HTTPError: cut off"}, Case{status(200), {}, "success"}}) {
+        SCOPED_TRACE(outcome);
         store.deleteAllTrackingData();
         storeSample(1);
         outcomes.clear();
         for (const bool deleteIfSuccessfull : {false, true}) {
             share(deleteIfSuccessfull);
-            platform.backend->respond(platform.backend->requests().size() - 1, c.response, c.error);
-            EXPECT_EQ(recordsAtCallback, c.deletes && deleteIfSuccessfull ? 0 : 1);
+            respond(platform.backend->requests().size() - 1, response, error);
+            EXPECT_EQ(recordsAtCallback, outcome == "success" && deleteIfSuccessfull ? 0 : 1);
         }
-        EXPECT_THAT(outcomes, ElementsAre(c.outcome, c.outcome));
+        EXPECT_THAT(outcomes, ElementsAre(outcome, outcome));
     }
 }
 
-TEST_F(ShareTrackingData, DeletesSamplesTakenDuringTheUploadToo) {
+TEST_F(ShareTrackingData, OverlappingUploadsEachPostTheWholeStoreAndDeleteWhatIsThereThen) {
+    share(true);
+    EXPECT_THAT(platform.backend->requests().front().body, HasSubstr(R"("trackingData":[])")) << "empty, but posted";
     storeSample(1);
     share(true);
-    storeSample(2);
-    platform.backend->respond(0, UrlResponse{.statusCode = 200}, std::nullopt);
+    share(true);
+    EXPECT_EQ(platform.backend->requests()[1].body, platform.backend->requests()[2].body);
+    respond(1);
     EXPECT_EQ(recordsAtCallback, 0);
+    storeSample(2);
+    respond(0);
+    EXPECT_EQ(recordsAtCallback, 0) << "samples taken during an upload go too";
+    EXPECT_THAT(outcomes, ElementsAre("success", "success"));
+}
+
+TEST_F(ShareTrackingData, ReportsWhatCannotBeSentBeforeItReturns) {
+    sharing = std::make_shared<DataSharing>(*platform, store, "https://bad host/tracking");
+    share(true);
+    sharing->share(true, {});
+    platform->setObjectStore(std::make_unique<test::FailingObjectStore>());
+    PersistenceController failing(*platform);
+    sharing = std::make_shared<DataSharing>(*platform, failing, endpoint);
+    share(true);
+    sharing->share(true, {});
+    EXPECT_THAT(outcomes, ElementsAre("HTTPError: Cannot parse backend url String", "Cannot load the tracking data."));
+    EXPECT_THAT(platform.backend->requests(), IsEmpty());
+    EXPECT_EQ(recordsAtCallback, 0) << "a failed count reads as 0";
 }
 
 TEST_F(ShareTrackingData, WorksWithoutACallback) {
     storeSample(1);
     sharing->share(true, {});
-    platform.backend->respond(0, UrlResponse{.statusCode = 200}, std::nullopt);
-    EXPECT_EQ(sharing->count(), 0);
-}
-
-TEST_F(ShareTrackingData, ReportsRecordsThatCannotBeLoadedBeforeItReturns) {
-    platform->setObjectStore(std::make_unique<test::FailingObjectStore>());
-    share(true);
-    EXPECT_THAT(outcomes, ElementsAre("Cannot load the tracking data."));
-    EXPECT_THAT(platform.backend->requests(), IsEmpty());
-    EXPECT_EQ(sharing->count(), 0) << "a failed count reads as 0";
-    sharing->share(true, {});
-}
-
-TEST_F(ShareTrackingData, ReportsAnEndpointThatIsNoUrlBeforeItReturns) {
-    const auto broken = std::make_shared<DataSharing>(*platform, store, "https://bad host/tracking");
-    std::string outcome;
-    broken->share(true, [&](const Client::Result& result) { outcome = result.error().errorDescription().value(); });
-    EXPECT_EQ(outcome, "HTTPError: Cannot parse backend url String");
-    EXPECT_THAT(platform.backend->requests(), IsEmpty());
-    broken->share(true, {});
-}
-
-TEST_F(ShareTrackingData, OverlappingUploadsEachPostTheWholeStore) {
-    storeSample(1);
-    share(true);
-    share(true);
-    ASSERT_EQ(platform.backend->requests().size(), 2U);
-    EXPECT_EQ(platform.backend->requests()[0].body, platform.backend->requests()[1].body);
-    platform.backend->respond(1, UrlResponse{.statusCode = 200}, std::nullopt);
-    storeSample(2);
-    platform.backend->respond(0, UrlResponse{.statusCode = 200}, std::nullopt);
-    EXPECT_THAT(outcomes, ElementsAre("success", "success"));
+    respond(0);
     EXPECT_EQ(sharing->count(), 0);
 }
 
@@ -144,34 +118,29 @@ TEST_F(ShareTrackingData, UploadsAndDeletesWheneverTheHostGoesToTheBackground) {
     storeSample(1);
     for (std::size_t transition = 0; transition < 2; ++transition) {
         platform->notificationCenter().post(platform::applicationDidEnterBackground);
-        ASSERT_EQ(platform.backend->requests().size(), transition + 1);
-        platform.backend->respond(transition, UrlResponse{.statusCode = 200}, std::nullopt);
+        ASSERT_THAT(platform.backend->requests(), SizeIs(transition + 1));
+        respond(transition);
         EXPECT_EQ(sharing->count(), 0);
     }
     sharing.reset();
     platform->notificationCenter().post(platform::applicationDidEnterBackground);
-    EXPECT_EQ(platform.backend->requests().size(), 2U) << "nobody is left to upload";
+    EXPECT_THAT(platform.backend->requests(), SizeIs(2)) << "nobody is left to upload";
 }
 
 TEST_F(ShareTrackingData, AnUploadKeepsWhatItNeedsUntilItsOutcome) {
     storeSample(1);
     share(true);
-    sharing.reset();
     sharing = std::make_shared<DataSharing>(*platform, store, endpoint);
-    platform.backend->respond(0, UrlResponse{.statusCode = 200}, std::nullopt);
+    respond(0);
     EXPECT_THAT(outcomes, ElementsAre("success"));
 }
 
-TEST(UserId, IsMadeOnceAndThenKept) {
+TEST(UserId, IsMadeOnceUnlessAnyStringIsStored) {
     const test::TestPlatform platform;
     const std::string made = userID(*platform);
-    EXPECT_THAT(made, ::testing::MatchesRegex("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"));
+    EXPECT_THAT(made, MatchesRegex("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"));
     EXPECT_EQ(userID(*platform), made);
     EXPECT_EQ(platform.defaults->stringForKey("userID"), made);
-}
-
-TEST(UserId, TakesWhateverStringIsStored) {
-    const test::TestPlatform platform;
     for (const char* stored : {"participant-7", ""}) {
         platform->setUserDefaults(std::make_unique<testing::MemoryUserDefaults>());
         platform->userDefaults().setStringIfAbsent(stored, "userID");

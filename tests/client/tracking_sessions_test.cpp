@@ -1,12 +1,6 @@
 #include "client/tracking_sessions.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <fstream>
-#include <string>
-#include <vector>
-
+#include "prelude.h"
 #include "tarvex/ambient_light_sensor.h"
 #include "test_platform.h"
 #include "testing/scripted_face_tracking.h"
@@ -16,10 +10,6 @@ namespace tarvex {
 namespace {
 
 using Code = TarvexError::Code;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::Pair;
-using ::testing::UnorderedElementsAre;
 
 const DataReader distanceKey = DataReader::distance(std::nullopt);
 const DataReader lightKey = DataReader::ambientLight(std::nullopt);
@@ -48,21 +38,11 @@ protected:
             true, reader == distanceKey ? "hasConsentedToTrackDistance" : "hasConsentedToTrackAmbientLight");
     }
 
-    void writeInfoPlist(const std::string& content) {
-        std::ofstream(platform.directory.path() / "bundle/Info.plist")
-            << R"(<?xml version="1.0"?><plist version="1.0"><dict>)" << content << "</dict></plist>";
-    }
-
     testing::ScriptedFaceTracking& installFaceTracking(bool supported, int faces) {
         auto made = std::make_unique<testing::ScriptedFaceTracking>(supported, faces);
         auto& tracking = *made;
         platform->setFaceTracking(std::move(made));
         return tracking;
-    }
-
-    void allowEverythingForDistance() {
-        writeInfoPlist("<key>NSCameraUsageDescription</key><string></string>");
-        allow(distanceKey);
     }
 
     std::int64_t records() { return store.countTrackingData().value(); }
@@ -75,90 +55,81 @@ protected:
 
 }  // namespace
 
-TEST_F(StartTracking, ReportsSuccessOnceForNoReaders) {
+TEST_F(StartTracking, AmbientLightReportsTheFirstMissingPrecondition) {
+    EXPECT_THAT(start({lightKey}), ElementsAre(Pair(Code::noConsentToTrack, lightKey)));
+    allow(lightKey);
+    EXPECT_THAT(start({lightKey}), ElementsAre(Pair(Code::noRefreshRate, lightKey)));
+    EXPECT_EQ(platform.sensor->clientCount(), 0U) << "a failed start leaves the sensor alone";
     EXPECT_THAT(start({}), IsEmpty());
     EXPECT_THAT(sessions->trackingInProgress(), IsEmpty());
+    EXPECT_THAT(start({DataReader::ambientLight(3)}), IsEmpty());
     sessions->start({}, nullptr, {});  // an empty callback is called nowhere
 }
 
-TEST_F(StartTracking, AmbientLightReportsTheFirstMissingPrecondition) {
-    EXPECT_THAT(start({DataReader::ambientLight(std::nullopt)}), ElementsAre(Pair(Code::noConsentToTrack, lightKey)));
-    allow(lightKey);
-    EXPECT_THAT(start({DataReader::ambientLight(std::nullopt)}), ElementsAre(Pair(Code::noRefreshRate, lightKey)));
-    EXPECT_THAT(sessions->trackingInProgress(), IsEmpty());
-    EXPECT_EQ(platform.sensor->clientCount(), 0U) << "a failed start leaves the sensor alone";
-    EXPECT_THAT(start({DataReader::ambientLight(3)}), IsEmpty());
-}
-
 TEST_F(StartTracking, DistanceReportsTheFirstMissingPrecondition) {
-    EXPECT_THAT(start({DataReader::distance(std::nullopt)}), ElementsAre(Pair(Code::usageDescription, distanceKey)));
-    writeInfoPlist("<key>Other</key><string>x</string>");
-    EXPECT_THAT(start({DataReader::distance(5)}, view), ElementsAre(Pair(Code::usageDescription, distanceKey)));
-    writeInfoPlist("<key>NSCameraUsageDescription</key><string></string>");
-    EXPECT_THAT(start({DataReader::distance(std::nullopt)}), ElementsAre(Pair(Code::noConsentToTrack, distanceKey)));
+    const auto fails = [](Code code) { return ElementsAre(Pair(code, distanceKey)); };
+    const DataReader distance = DataReader::distance(5);
+    EXPECT_THAT(start({distanceKey}), fails(Code::usageDescription));
+    platform.writeInfoPlist("<key>Other</key><string>x</string>");
+    EXPECT_THAT(start({distance}, view), fails(Code::usageDescription));
+    writeFile(platform.directory.path() / "bundle/Info.plist", "<plist><dict><key>NSCameraUsage");
+    EXPECT_THAT(start({distance}, view), fails(Code::usageDescription)) << "a damaged list counts as none";
+    platform.writeInfoPlist("<key>NSCameraUsageDescription</key><true/>");
+    EXPECT_THAT(start({distanceKey}), fails(Code::noConsentToTrack)) << "a value of any type counts";
     allow(distanceKey);
-    EXPECT_THAT(start({DataReader::distance(std::nullopt)}), ElementsAre(Pair(Code::noRefreshRate, distanceKey)));
-    EXPECT_THAT(start({DataReader::distance(5)}),
-                ElementsAre(Pair(Code::noViewToAttachForDistanceTracking, distanceKey)));
-    EXPECT_THAT(start({DataReader::distance(5)}, view),
-                ElementsAre(Pair(Code::distanceTrackingIsNotAvailable, distanceKey)))
+    EXPECT_THAT(start({distanceKey}), fails(Code::noRefreshRate));
+    EXPECT_THAT(start({distance}), fails(Code::noViewToAttachForDistanceTracking));
+    EXPECT_THAT(start({distance}, view), fails(Code::distanceTrackingIsNotAvailable))
         << "nothing on a bare platform tracks faces";
     installFaceTracking(true, 0);
-    EXPECT_THAT(start({DataReader::distance(5)}, view),
-                ElementsAre(Pair(Code::distanceTrackingIsNotAvailable, distanceKey)));
+    EXPECT_THAT(start({distance}, view), fails(Code::distanceTrackingIsNotAvailable));
     EXPECT_THAT(sessions->trackingInProgress(), IsEmpty());
     installFaceTracking(true, 1);
-    EXPECT_THAT(start({DataReader::distance(5)}, view), IsEmpty());
+    EXPECT_THAT(start({distance}, view), IsEmpty());
     EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(distanceKey, true)));
 }
 
-TEST_F(StartTracking, OneReadersFailureDoesNotStopTheOthers) {
+TEST_F(StartTracking, OneReadersFailureDoesNotStopTheOthersAndEachKindHasOneSession) {
     allow(lightKey);
-    EXPECT_THAT(start({DataReader::distance(1), DataReader::distance(2), DataReader::ambientLight(1)}),
+    EXPECT_THAT(start({DataReader::distance(1), DataReader::distance(2), DataReader::ambientLight(10),
+                       DataReader::ambientLight(10)}),
                 ElementsAre(Pair(Code::usageDescription, distanceKey), Pair(Code::usageDescription, distanceKey)));
-    EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(lightKey, true)));
-}
-
-TEST_F(StartTracking, StartsOneSessionForEachKind) {
-    allow(lightKey);
-    EXPECT_THAT(start({DataReader::ambientLight(10), DataReader::ambientLight(10)}), IsEmpty());
-    EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(lightKey, true)));
     EXPECT_THAT(start({DataReader::ambientLight(1)}), IsEmpty()) << "a running kind is skipped";
+    EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(lightKey, true)));
     EXPECT_THAT(platform.timers->intervals(), ElementsAre(10.0)) << "and keeps its interval";
 }
 
 TEST_F(StartTracking, SamplesOnceInEachIntervalAndFirstAfterOne) {
     allow(lightKey);
     start({DataReader::ambientLight(5)});
-    EXPECT_EQ(records(), 0);
-    platform.timers->advance(4.9);
-    EXPECT_EQ(records(), 0);
-    platform.timers->advance(0.2);
-    EXPECT_EQ(records(), 1);
-    platform.timers->advance(10);
-    EXPECT_EQ(records(), 3);
+    for (const auto& [seconds, expected] : std::vector<std::pair<double, int>>{{4.9, 0}, {0.2, 1}, {10, 3}}) {
+        platform.timers->advance(seconds);
+        EXPECT_EQ(records(), expected);
+    }
+    sessions.reset();
+    platform.timers->advance(5);
+    EXPECT_EQ(records(), 3) << "ticks do nothing once the sessions are gone";
 }
 
 TEST_F(StartTracking, LimitsReportIntervalsToTheSensorsRange) {
-    struct Case {
-        std::int64_t rate;
-        std::int32_t microseconds;
-    };
+    using Rates = std::numeric_limits<std::int64_t>;
+    using Intervals = std::numeric_limits<std::int32_t>;
+    using Case = std::pair<std::int64_t, std::int32_t>;
     allow(lightKey);
-    constexpr std::int32_t most = std::numeric_limits<std::int32_t>::max();
-    constexpr std::int32_t least = std::numeric_limits<std::int32_t>::min();
-    for (const Case& c : {Case{5, 5'000'000}, Case{2147, 2'147'000'000}, Case{2148, most}, Case{2'147'484, most},
-                          Case{std::numeric_limits<std::int64_t>::max(), most}, Case{0, 0}, Case{-1, -1'000'000},
-                          Case{std::numeric_limits<std::int64_t>::min(), least}}) {
-        start({DataReader::ambientLight(c.rate)});
-        EXPECT_EQ(platform.sensor->propertiesSet().back().value, c.microseconds) << c.rate;
+    for (const auto& [rate, microseconds] :
+         {Case{5, 5'000'000}, Case{2147, 2'147'000'000}, Case{2148, Intervals::max()},
+          Case{2'147'484, Intervals::max()}, Case{Rates::max(), Intervals::max()}, Case{0, 0}, Case{-1, -1'000'000},
+          Case{Rates::min(), Intervals::min()}}) {
+        start({DataReader::ambientLight(rate)});
+        EXPECT_EQ(platform.sensor->propertiesSet().back().value, microseconds) << rate;
         sessions->stopAll();
     }
 }
 
 TEST_F(StartTracking, StoppingOneKindLeavesTheOtherRunning) {
+    platform.writeInfoPlist("<key>NSCameraUsageDescription</key><string></string>");
     allow(lightKey);
-    allowEverythingForDistance();
+    allow(distanceKey);
     auto& faceTracking = installFaceTracking(true, 1);
     start({DataReader::ambientLight(1), DataReader::distance(1)}, view);
     sessions->stop(DataReader::distance(99));
@@ -166,19 +137,13 @@ TEST_F(StartTracking, StoppingOneKindLeavesTheOtherRunning) {
     platform.timers->advance(1);
     EXPECT_EQ(records(), 1) << "light goes on";
     EXPECT_TRUE(faceTracking.views().front().expired()) << "the tracker was released";
-
     start({DataReader::distance(2)}, view);
-    EXPECT_EQ(faceTracking.views().size(), 2U) << "a new start has a new tracker";
-}
-
-TEST_F(StartTracking, StoppingAKindThatNeverRanMarksItStopped) {
-    sessions->stop(DataReader::ambientLight(1));
-    EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(lightKey, false)));
-    sessions->stopAll();
-    EXPECT_THAT(sessions->trackingInProgress(), IsEmpty());
+    EXPECT_THAT(faceTracking.views(), SizeIs(2)) << "a new start has a new tracker";
 }
 
 TEST_F(StartTracking, StoppingEverythingStopsSensorAndTimers) {
+    sessions->stop(DataReader::ambientLight(1));
+    EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(lightKey, false))) << "it never ran";
     allow(lightKey);
     start({DataReader::ambientLight(1)});
     EXPECT_EQ(platform.sensor->deliveringCount(), 1U);
@@ -186,37 +151,13 @@ TEST_F(StartTracking, StoppingEverythingStopsSensorAndTimers) {
     EXPECT_THAT(sessions->trackingInProgress(), IsEmpty());
     EXPECT_EQ(platform.sensor->deliveringCount(), 0U);
     EXPECT_THAT(platform.timers->intervals(), IsEmpty());
+    sessions->start({DataReader::ambientLight(1)}, nullptr, [this](auto&&...) { sessions->stopAll(); });
+    EXPECT_THAT(sessions->trackingInProgress(), IsEmpty()) << "a completion may stop what was started";
     platform.timers->advance(10);
     EXPECT_EQ(records(), 0);
-
     start({DataReader::ambientLight(1)});
     platform.timers->advance(1);
     EXPECT_EQ(records(), 1) << "and can be started again";
-}
-
-TEST_F(StartTracking, ACompletionMayStopWhatWasStarted) {
-    allow(lightKey);
-    sessions->start({DataReader::ambientLight(1)}, nullptr, [this](auto&&...) { sessions->stopAll(); });
-    EXPECT_THAT(sessions->trackingInProgress(), IsEmpty());
-    EXPECT_THAT(platform.timers->intervals(), IsEmpty());
-}
-
-TEST_F(StartTracking, TicksDoNothingOnceTheSessionsAreGone) {
-    allow(lightKey);
-    start({DataReader::ambientLight(1)});
-    sessions.reset();
-    platform.timers->advance(5);
-    EXPECT_EQ(records(), 0);
-}
-
-TEST_F(StartTracking, ReadsThePropertyListAfreshAndTakesADamagedOneAsAbsent) {
-    allow(distanceKey);
-    std::ofstream(platform.directory.path() / "bundle/Info.plist") << "<plist><dict><key>NSCameraUsage";
-    EXPECT_THAT(start({DataReader::distance(1)}, view), ElementsAre(Pair(Code::usageDescription, distanceKey)));
-    writeInfoPlist("<key>NSCameraUsageDescription</key><true/>");
-    EXPECT_THAT(start({DataReader::distance(1)}, view),
-                ElementsAre(Pair(Code::distanceTrackingIsNotAvailable, distanceKey)))
-        << "a value of any type counts";
 }
 
 }  // namespace tarvex

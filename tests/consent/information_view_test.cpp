@@ -1,15 +1,7 @@
 #include "tarvex/information_view.h"
 
-#include <gtest/gtest.h>
-
-#include <cstddef>
-#include <limits>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "consent/view_factories.h"
+#include "prelude.h"
 
 namespace tarvex {
 namespace {
@@ -35,7 +27,7 @@ Element spacer() {
     return {Spacer{std::nullopt}, {}};
 }
 
-Element button(Element label, std::vector<Modifier> modifiers = {}) {
+Element labelled(Element label, std::vector<Modifier> modifiers = {}) {
     return {Button{{std::move(label)}, {}}, std::move(modifiers)};
 }
 
@@ -59,11 +51,12 @@ Element requestedData(std::vector<IdentifiedElement> rows) {
 // The screen of the application `appName`, with what is optional and the rows given.
 Element screen(const std::string& appName, const std::vector<Element>& optionalElements,
                std::vector<IdentifiedElement> rows) {
-    const Element topBar{HStack{VerticalAlignment::center,
-                                std::nullopt,
-                                {spacer(), button(localized("Cancel"), {Padding{Edges{.trailing = true}, std::nullopt},
-                                                                        Padding{Edges{.top = true}, std::nullopt}})}},
-                         {}};
+    const Element topBar{
+        HStack{VerticalAlignment::center,
+               std::nullopt,
+               {spacer(), labelled(localized("Cancel"), {Padding{Edges{.trailing = true}, std::nullopt},
+                                                         Padding{Edges{.top = true}, std::nullopt}})}},
+        {}};
     const Element icon{Image{"gearshape.2.fill"},
                        {Resizable{}, ScaledToFit{}, ForegroundColor{Color::blue},
                         FixedFrame{100, std::nullopt, Alignment{}}, Padding{allEdges, std::nullopt}}};
@@ -77,13 +70,14 @@ Element screen(const std::string& appName, const std::vector<Element>& optionalE
     children.push_back(requestedData(std::move(rows)));
     children.push_back(spacer());
     children.push_back(
-        button(localized("I consent", {Bold{}}),
-               {Padding{allEdges, std::nullopt}, fullWidth, Background{Color::blue, Alignment{}},
-                ForegroundColor{Color::white}, ClipShape{RoundedRectangle{8}}, Padding{allEdges, std::nullopt}}));
+        labelled(localized("I consent", {Bold{}}),
+                 {Padding{allEdges, std::nullopt}, fullWidth, Background{Color::blue, Alignment{}},
+                  ForegroundColor{Color::white}, ClipShape{RoundedRectangle{8}}, Padding{allEdges, std::nullopt}}));
     return {VStack{HorizontalAlignment::center, std::nullopt, std::move(children)}, {}};
 }
 
-void expectEqual(const Element& actual, const Element& expected) {
+void expectEqual(const InformationView& view, const Element& expected) {
+    const Element actual = view.body();
     const auto& shown = std::get<VStack>(actual.content).children;
     const auto& wanted = std::get<VStack>(expected.content).children;
     ASSERT_EQ(shown.size(), wanted.size());
@@ -92,35 +86,22 @@ void expectEqual(const Element& actual, const Element& expected) {
     EXPECT_TRUE(actual == expected);
 }
 
-TEST(InformationView, ShowsEverythingThatTheHostGives) {
+TEST(InformationView, ShowsWhatTheHostGivesInItsOrderAndNoTraceOfTheRest) {
     const DataReader distance = DataReader::distance(5);
     const DataReader light = DataReader::ambientLight(std::nullopt);
-    const auto view = viewOf("Light Study", "", {distance, light}, Url::parse("https://example.org/study"));
-
-    const Element description{Text{VerbatimText{""}}, paragraph};
-    expectEqual(view.body(), screen("Light Study", {description, button(localized("Learn more..."))},
-                                    {{distance, row("Distance")}, {light, row("Ambient Light")}}));
-}
-
-TEST(InformationView, LeavesNoTraceOfWhatIsAbsent) {
-    const Element description{Text{VerbatimText{"%@ & <b>"}}, paragraph};
     const auto url = Url::parse("https://example.org/study");
-    expectEqual(viewOf("", std::nullopt, {}, std::nullopt).body(), screen("", {}, {}));
-    expectEqual(viewOf("A", "%@ & <b>", {}, std::nullopt).body(), screen("A", {description}, {}));
-    expectEqual(viewOf("A", std::nullopt, {}, url).body(), screen("A", {button(localized("Learn more..."))}, {}));
-}
-
-TEST(InformationView, KeepsTheOrderAndTheRepeatsOfTheReaders) {
-    const DataReader distance = DataReader::distance(5);
-    const DataReader light = DataReader::ambientLight(5);
-    expectEqual(
-        viewOf("A", std::nullopt, {light, distance, distance}, std::nullopt).body(),
-        screen("A", {}, {{light, row("Ambient Light")}, {distance, row("Distance")}, {distance, row("Distance")}}));
-}
-
-TEST(InformationView, PassesTheNameOnAsAnArgument) {
+    const Element button = labelled(localized("Learn more..."));
+    const auto verbatim = [](const char* text) { return Element{Text{VerbatimText{text}}, paragraph}; };
     const std::string name = "100 % \"light\" %@ \xff";
-    expectEqual(viewOf(name, std::nullopt, {}, std::nullopt).body(), screen(name, {}, {}));
+
+    expectEqual(
+        viewOf("Light Study", "", {distance, light}, url),
+        screen("Light Study", {verbatim(""), button}, {{distance, row("Distance")}, {light, row("Ambient Light")}}));
+    expectEqual(viewOf(name, std::nullopt, {}, std::nullopt), screen(name, {}, {}));
+    expectEqual(viewOf("", "%@ & <b>", {}, std::nullopt), screen("", {verbatim("%@ & <b>")}, {}));
+    expectEqual(viewOf("A", std::nullopt, {light, distance, distance}, url),
+                screen("A", {button},
+                       {{light, row("Ambient Light")}, {distance, row("Distance")}, {distance, row("Distance")}}));
 }
 
 }  // namespace

@@ -1,12 +1,6 @@
 #include "sensors/distance_tracking.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <thread>
-#include <vector>
-
+#include "prelude.h"
 #include "test_platform.h"
 #include "testing/scripted_face_tracking.h"
 
@@ -14,7 +8,6 @@ namespace tarvex {
 
 namespace {
 
-using namespace std::chrono_literals;
 using platform::Anchor;
 using platform::Transform;
 
@@ -48,9 +41,8 @@ protected:
     }
 
     std::vector<ValueMap> storedSamples() {
-        const auto document = decodeTrackingDataWrapper(store.loadTrackingData().value().view(), platform->jsonCoder());
         std::vector<ValueMap> samples;
-        for (const TrackingData& sample : document->trackingData) {
+        for (const TrackingData& sample : test::documentOf(store).trackingData) {
             EXPECT_EQ(sample.type, "distance");
             samples.push_back(sample.data);
         }
@@ -66,48 +58,40 @@ protected:
 
 }  // namespace
 
-TEST_F(DistanceTrackingTest, SetsUpASceneThatRendersNoMoreThanItMust) {
+TEST_F(DistanceTrackingTest, StartsEachRunAfreshInASceneThatRendersLittleAndAttachesTheViewLater) {
     EXPECT_TRUE(scene->settings().showsStatistics);
     EXPECT_EQ(scene->settings().preferredFramesPerSecond, 1);
     EXPECT_FALSE(scene->settings().rendersContinuously);
     EXPECT_EQ(scene->settings().background, platform::SceneBackground::clear);
     EXPECT_FALSE(scene->isRunning());
-}
-
-TEST_F(DistanceTrackingTest, StartsEachRunAfreshAndAttachesTheViewLater) {
     tracking->beginMeasurement(hostView);
     tracking->beginMeasurement(hostView);
-    ASSERT_EQ(scene->runs().size(), 2U);
+    ASSERT_THAT(scene->runs(), SizeIs(2));
     for (const auto& run : scene->runs()) {
         EXPECT_EQ(run.options, (platform::RunOptions{.resetTracking = true, .removeExistingAnchors = true}));
         EXPECT_EQ(run.configuration.maximumNumberOfTrackedFaces, 1);
         EXPECT_FALSE(run.configuration.lightEstimationEnabled);
     }
-    EXPECT_TRUE(hostView->added.empty()) << "the run comes before the view";
+    EXPECT_THAT(hostView->added, IsEmpty()) << "the run comes before the view";
     platform.dispatchQueues->runMain();
-    EXPECT_THAT(hostView->added, ::testing::ElementsAre(scene, scene));
+    EXPECT_THAT(hostView->added, ElementsAre(scene, scene));
 }
 
 TEST_F(DistanceTrackingTest, StoresBothDistancesInCentimetresAndPauses) {
-    struct Case {
-        Transform leftEye;
-        Transform rightEye;
-        ValueMap sample;
+    const auto sample = [](double left, double right) {
+        return ValueMap{{"leftEyeDistanceFromCamera", left}, {"rightEyeDistanceFromCamera", right}};
     };
-    for (const Case& c :
-         {Case{at(0.03F, 0.04F, 0),
-               at(0, 0, -0.5F),
-               {{"leftEyeDistanceFromCamera", 50.0}, {"rightEyeDistanceFromCamera", 5.0}}},
-          Case{at(0, 0, -0.3F),
-               at(0, 0, 0),
-               {{"leftEyeDistanceFromCamera", 0.0}, {"rightEyeDistanceFromCamera", 30.000001907348633}}}}) {
+    using Case = std::tuple<Transform, Transform, ValueMap>;
+    for (const auto& [leftEye, rightEye, expected] :
+         {Case{at(0.03F, 0.04F, 0), at(0, 0, -0.5F), sample(50, 5)},
+          Case{at(0, 0, -0.3F), at(0, 0, 0), sample(0, 30.000001907348633)}}) {
         store.deleteAllTrackingData();
         tracking->beginMeasurement(hostView);
-        const Anchor face = faceWith(c.leftEye, c.rightEye);
+        const Anchor face = faceWith(leftEye, rightEye);
         const auto node = scene->addAnchor(face);
         ASSERT_TRUE(node);
         std::jthread([&] { scene->updateAnchor(*node, face); }).join();  // the rendering thread
-        EXPECT_THAT(storedSamples(), ::testing::ElementsAre(c.sample));
+        EXPECT_THAT(storedSamples(), ElementsAre(expected));
         EXPECT_FALSE(scene->isRunning());
         scene->updateAnchor(*node, face);
         EXPECT_EQ(store.countTrackingData(), 1) << "a paused run measures nothing more";
@@ -123,35 +107,22 @@ TEST_F(DistanceTrackingTest, MeasuresFromTheWorldsOriginThroughTheAnchor) {
     EXPECT_NE(first, second) << "a new anchor has a new node";
     scene->updateAnchor(*second, face);
     const auto samples = storedSamples();
-    ASSERT_EQ(samples.size(), 1U);
+    ASSERT_THAT(samples, SizeIs(1));
     EXPECT_NEAR(samples[0].at("leftEyeDistanceFromCamera"), 50, 1e-4);
     EXPECT_NEAR(samples[0].at("rightEyeDistanceFromCamera"), 40, 1e-4);
 }
 
-TEST_F(DistanceTrackingTest, IgnoresAnchorsThatAreNoFace) {
+TEST_F(DistanceTrackingTest, IgnoresAnchorsThatAreNoFaceAndEndsARunThreeSecondsAfterItsStart) {
     tracking->beginMeasurement(hostView);
     const Anchor wall{.transform = at(0, 0, -2), .face = std::nullopt};
     EXPECT_EQ(scene->addAnchor(wall), nullptr);
     scene->updateAnchor(*platform->sceneGraph().makeNode(), wall);
-    EXPECT_EQ(store.countTrackingData(), 0);
-    EXPECT_TRUE(scene->isRunning());
-}
-
-TEST_F(DistanceTrackingTest, EndsARunWithoutAFaceThreeSecondsAfterItsStart) {
-    tracking->beginMeasurement(hostView);
     platform.dispatchQueues->advance(2999ms);
     EXPECT_TRUE(scene->isRunning());
+    tracking->beginMeasurement(hostView);
     platform.dispatchQueues->advance(1ms);
-    EXPECT_FALSE(scene->isRunning());
+    EXPECT_FALSE(scene->isRunning()) << "an earlier run's pause is never cancelled: it ends the later run";
     EXPECT_EQ(store.countTrackingData(), 0);
-}
-
-TEST_F(DistanceTrackingTest, AnEarlierRunsPauseEndsALaterRun) {
-    tracking->beginMeasurement(hostView);
-    platform.dispatchQueues->advance(2s);
-    tracking->beginMeasurement(hostView);
-    platform.dispatchQueues->advance(1s);
-    EXPECT_FALSE(scene->isRunning()) << "a pause is never cancelled";
 }
 
 TEST_F(DistanceTrackingTest, LivesAsLongAsAPauseWaits) {

@@ -1,16 +1,9 @@
 #include "storage/persistence_controller.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include <fstream>
-#include <limits>
-#include <set>
-#include <string>
-#include <thread>
-#include <vector>
-
+#include "failing_object_store.h"
+#include "prelude.h"
 #include "tarvex/data_entry.h"
 #include "test_platform.h"
 
@@ -18,170 +11,207 @@ namespace tarvex {
 
 namespace {
 
-using ::testing::HasSubstr;
+using namespace std::string_literals;
+using ::testing::internal::CaptureStdout;
+using ::testing::internal::GetCapturedStdout;
 
-struct StoredRecord {
-    std::optional<Uuid> id;
-    double timestamp = 0;
-    std::string type;
-    std::string data;
+// Stored as another version of the library, or a damaged disk, might have left it.
+struct ForeignRecord {
+    std::optional<std::string> type;
+    std::optional<std::string> data;
+    double timestamp = 5;
 };
 
 class PersistenceControllerTest : public ::testing::Test {
 protected:
     void storeSample(double lux) { store.saveTrackingData(DataReader::ambientLight(9), {{"lux", lux}}); }
 
-    std::filesystem::path storeFile() const { return platform.directory.path() / "data/TrackingDataContainer.sqlite"; }
-
-    // What a second connection sees.
-    std::vector<StoredRecord> storedRecords() const {
-        const auto other = platform::Platform::makeLinux({.dataDirectory = platform.directory.path() / "data"});
-        platform::ObjectStore& objects = other->objectStore();
-        const auto container = objects.makeContainer("TrackingDataContainer", {{DataEntry::entityDescription()}});
+    std::unique_ptr<platform::PersistentContainer> openContainer(std::string_view name) {
+        auto container = platform->objectStore().makeContainer(name, {{DataEntry::entityDescription()}});
         EXPECT_TRUE(container->loadPersistentStores().has_value());
-        std::vector<StoredRecord> records;
-        const auto fetched = container->viewContext().fetch(DataEntry::fetchRequest(), [&](auto values) {
-            const auto data = std::get<std::span<const std::byte>>(values[3]);
-            records.push_back({.id = std::get<Uuid>(values[0]),
-                               .timestamp = std::get<double>(values[1]),
-                               .type = std::string(std::get<std::string_view>(values[2])),
-                               .data = std::string(reinterpret_cast<const char*>(data.data()), data.size())});
-            return true;
-        });
-        EXPECT_TRUE(fetched.has_value());
-        return records;
+        return container;
+    }
+
+    void storeForeign(const std::vector<ForeignRecord>& records) {
+        const auto container = openContainer("TrackingDataContainer");
+        for (const ForeignRecord& record : records) {
+            DataEntry entry(container->viewContext());
+            entry.setTimestamp(record.timestamp);
+            entry.setType(record.type);
+            if (!record.data) continue;
+            const auto bytes = std::as_bytes(std::span(*record.data));
+            entry.setData(DataEntry::Bytes(bytes.begin(), bytes.end()));
+        }
+        ASSERT_TRUE(container->viewContext().save().has_value());
+    }
+
+    // What another process would upload: nothing that is pending.
+    std::vector<TrackingData> committed() const {
+        PersistenceController other(*platform);
+        return test::documentOf(other).trackingData;
     }
 
     test::TestPlatform platform;
     PersistenceController store{*platform};
+    const std::filesystem::path file = platform.directory.path() / "data/TrackingDataContainer.sqlite";
 };
 
 // Holds the store's write lock, as another process in a long transaction would.
-class WriteLock {
-public:
-    explicit WriteLock(const std::filesystem::path& file) {
-        EXPECT_EQ(sqlite3_open(file.c_str(), &connection_), SQLITE_OK);
-        EXPECT_EQ(sqlite3_exec(connection_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
-    }
-    ~WriteLock() { sqlite3_close(connection_); }
-    WriteLock(const WriteLock&) = delete;
-    WriteLock& operator=(const WriteLock&) = delete;
+auto lockForWriting(const std::filesystem::path& file) {
+    sqlite3* connection = nullptr;
+    EXPECT_EQ(sqlite3_open(file.c_str(), &connection), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(connection, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    return std::unique_ptr<sqlite3, decltype(&sqlite3_close)>(connection, sqlite3_close);
+}
 
-private:
-    sqlite3* connection_ = nullptr;
-};
+MATCHER_P(HasLux, lux, "") {
+    return arg.data == ValueMap{{"lux", lux}};
+}
 
 }  // namespace
 
 TEST_F(PersistenceControllerTest, StoresEachSampleAsARecordOfItsOwn) {
-    platform.clock->set(1700000000.25);
+    EXPECT_EQ(store.countTrackingData(), 0);
+    platform.clock->set(1700000000.1234567);
     store.saveTrackingData(DataReader::distance(99), {{"leftEyeDistanceFromCamera", 50.0}});
     platform.clock->set(1700000001.5);
     storeSample(7);
-    const auto records = storedRecords();
+    const auto records = committed();
     ASSERT_EQ(records.size(), 2U);
     EXPECT_EQ(records[0].type, "distance") << "the rate plays no part";
-    EXPECT_EQ(records[0].data, R"({"leftEyeDistanceFromCamera":50})");
-    EXPECT_EQ(records[0].timestamp, 1700000000.25);
+    EXPECT_EQ(records[0].data, (ValueMap{{"leftEyeDistanceFromCamera", 50}}));
+    EXPECT_EQ(records[0].timestamp, 1700000000.1234567) << "every bit of it";
     EXPECT_EQ(records[1].type, "ambient_light");
     EXPECT_EQ(records[1].timestamp, 1700000001.5);
-    EXPECT_NE(records[0].id, records[1].id);
+    store.deleteAllTrackingData();
+    EXPECT_EQ(store.countTrackingData(), 0);
+}
+
+TEST_F(PersistenceControllerTest, GivesEachRecordAnIdentifierOfItsOwn) {
+    for (int lux = 0; lux < 2; ++lux)
+        storeSample(lux);
+    const auto container = openContainer("TrackingDataContainer");
+    std::set<std::string> identifiers;
+    std::ignore = container->viewContext().fetch(DataEntry::fetchRequest(), [&](auto values) {
+        return identifiers.insert(std::get<Uuid>(values[0]).uuidString()).second;
+    });
+    EXPECT_THAT(identifiers, SizeIs(2));
 }
 
 TEST_F(PersistenceControllerTest, DropsASampleWithAValueThatIsNotFinite) {
-    ::testing::internal::CaptureStdout();
+    CaptureStdout();
     storeSample(std::numeric_limits<double>::quiet_NaN());
     storeSample(std::numeric_limits<double>::infinity());
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
-    EXPECT_EQ(store.countTrackingData(), 0);
-}
-
-TEST_F(PersistenceControllerTest, CountsAndDeletesAnEmptyStore) {
-    EXPECT_EQ(store.countTrackingData(), 0);
-    store.deleteAllTrackingData();
+    EXPECT_EQ(GetCapturedStdout(), "");
     EXPECT_EQ(store.countTrackingData(), 0);
 }
 
 TEST_F(PersistenceControllerTest, KeepsASamplePendingWhenItsCommitFails) {
     storeSample(1);
-    {
-        const WriteLock lock(storeFile());
-        ::testing::internal::CaptureStdout();
-        storeSample(2);
-        const std::string line = ::testing::internal::GetCapturedStdout();
-        EXPECT_TRUE(line.starts_with("[ ERROR ] Could not save data ")) << line;
-        EXPECT_EQ(std::ranges::count(line, '\n'), 1);
-        EXPECT_THAT(line, HasSubstr("locked"));
-        EXPECT_EQ(store.countTrackingData(), 2) << "stored and pending";
-        EXPECT_THAT(store.loadTrackingData().value().view(), HasSubstr(R"("lux":2)"));
-        EXPECT_EQ(storedRecords().size(), 1U);
-    }
+    auto lock = lockForWriting(file);
+    CaptureStdout();
+    storeSample(2);
+    const std::string line = GetCapturedStdout();
+    EXPECT_TRUE(line.starts_with("[ ERROR ] Could not save data ")) << line;
+    EXPECT_EQ(std::ranges::count(line, '\n'), 1);
+    EXPECT_THAT(line, HasSubstr("locked"));
+    EXPECT_EQ(store.countTrackingData(), 2) << "stored and pending";
+    EXPECT_THAT(test::documentOf(store).trackingData, ElementsAre(HasLux(1), HasLux(2)));
+    EXPECT_THAT(committed(), ElementsAre(HasLux(1)));
+    lock.reset();
     storeSample(3);
-    const auto records = storedRecords();
-    ASSERT_EQ(records.size(), 3U);
-    EXPECT_EQ(records[1].data, R"({"lux":2})") << "in the order of sampling";
+    EXPECT_THAT(committed(), ElementsAre(HasLux(1), HasLux(2), HasLux(3))) << "in the order of sampling";
     store.saveChanges();
-    EXPECT_EQ(storedRecords().size(), 3U) << "none twice";
+    EXPECT_THAT(committed(), SizeIs(3)) << "none twice";
 }
 
 TEST_F(PersistenceControllerTest, ADeletionLeavesPendingSamples) {
     storeSample(1);
-    {
-        const WriteLock lock(storeFile());
-        storeSample(2);
-        store.deleteAllTrackingData();
-        EXPECT_EQ(store.countTrackingData(), 2) << "the deletion failed, silently";
-    }
-    // Deleting does not commit what is pending.
+    auto lock = lockForWriting(file);
+    storeSample(2);
+    store.deleteAllTrackingData();
+    EXPECT_EQ(store.countTrackingData(), 2) << "the deletion failed, silently";
+    lock.reset();
     store.deleteAllTrackingData();
     EXPECT_EQ(store.countTrackingData(), 1);
+    EXPECT_THAT(committed(), IsEmpty()) << "deleting does not commit what is pending";
     store.saveChanges();
-    const auto records = storedRecords();
-    ASSERT_EQ(records.size(), 1U);
-    EXPECT_EQ(records[0].data, R"({"lux":2})");
+    EXPECT_THAT(committed(), ElementsAre(HasLux(2)));
 }
 
 TEST_F(PersistenceControllerTest, TakesSamplesFromSeveralThreadsBesideDeletionsAndUploads) {
     constexpr int samples = 40;
     {
-        std::vector<std::jthread> threads;
-        for (int thread = 0; thread < 2; ++thread) {
-            threads.emplace_back([this] {
-                for (int i = 0; i < samples; ++i)
-                    storeSample(i);
-            });
-        }
-        threads.emplace_back([this] {
-            for (int i = 0; i < 5; ++i)
-                EXPECT_TRUE(store.loadTrackingData().has_value());
-        });
+        const auto storeAll = [this] {
+            for (int i = 0; i < samples; ++i)
+                storeSample(i);
+        };
+        const std::jthread one(storeAll);
+        const std::jthread other(storeAll);
+        for (int i = 0; i < 5; ++i)
+            EXPECT_TRUE(store.loadTrackingData().has_value());
     }
     EXPECT_EQ(store.countTrackingData(), 2 * samples);
     {
         const std::jthread deleting([this] { store.deleteAllTrackingData(); });
-        const std::jthread counting([this] { EXPECT_TRUE(store.countTrackingData().has_value()); });
+        EXPECT_TRUE(store.countTrackingData().has_value());
     }
     EXPECT_EQ(store.countTrackingData(), 0);
 }
 
-TEST_F(PersistenceControllerTest, FindsItsRecordsAgainAfterARestart) {
-    storeSample(1);
-    PersistenceController restarted(*platform);
-    EXPECT_EQ(restarted.countTrackingData(), 1);
+TEST_F(PersistenceControllerTest, NamesTheInstallationTheDeviceAndTheApplicationInAnUpload) {
+    const TrackingDataWrapper first = test::documentOf(store);
+    EXPECT_EQ(first.userId, platform.defaults->stringForKey("userID"));
+    EXPECT_EQ(first.device, platform->systemInfo().machine());
+    EXPECT_EQ(first.applicationIdentifier, "unknown");
+    EXPECT_THAT(first.trackingData, IsEmpty());
+
+    platform.writeInfoPlist("<key>CFBundleIdentifier</key><string>org.example.study</string>");
+    const TrackingDataWrapper second = test::documentOf(store);
+    EXPECT_EQ(second.applicationIdentifier, "org.example.study");
+    EXPECT_EQ(second.userId, first.userId);
+}
+
+TEST_F(PersistenceControllerTest, LeavesRecordsOutOfAnUploadThatCannotBeRead) {
+    storeForeign({{"good", R"({"lux":1})"},
+                  {std::nullopt, R"({"lux":2})"},
+                  {"no data", std::nullopt},
+                  {"type is not UTF-8 \xFF", R"({"lux":3})"},
+                  {"empty", ""},
+                  {"array", "[1]"},
+                  {"not a number", R"({"lux":"4"})"},
+                  {"truncated", R"({"lux":5)"},
+                  {"trailing", "{\"lux\":6}\0"s},
+                  {"not UTF-8", "{\"\xFF\":7}"},
+                  {"infinite", R"({"lux":1e999})"},
+                  {"quote\"d", R"({ "lux": 8, "lux": 9 })"}});
+    const TrackingDataWrapper document = test::documentOf(store);
+    EXPECT_THAT(document.trackingData, ElementsAre(HasLux(1), HasLux(9))) << "of one name's members the last counts";
+    EXPECT_EQ(document.trackingData[1].type, "quote\"d");
+    EXPECT_EQ(store.countTrackingData(), 12) << "they stay stored";
+    storeForeign({{"t", R"({})", std::numeric_limits<double>::infinity()}});
+    EXPECT_FALSE(store.loadTrackingData().has_value()) << "a time that is not finite";
+}
+
+TEST_F(PersistenceControllerTest, DoesNotTouchTheUserIdentifierWhenTheFetchFails) {
+    platform->setObjectStore(std::make_unique<test::FailingObjectStore>());
+    EXPECT_FALSE(store.loadTrackingData().has_value());
+    EXPECT_EQ(platform.defaults->stringForKey("userID"), std::nullopt);
+    EXPECT_EQ(store.countTrackingData(), std::nullopt);
+    store.deleteAllTrackingData();
 }
 
 using PersistenceControllerDeathTest = PersistenceControllerTest;
 
 TEST_F(PersistenceControllerDeathTest, StopsTheProcessWhenTheStoreCannotBeOpened) {
-    std::filesystem::create_directories(storeFile().parent_path());
-    std::ofstream(storeFile()) << std::string(4096, 'x');
+    writeFile(file, std::string(4096, 'x'));
     EXPECT_DEATH(store.countTrackingData(),
                  "Fatal error: Unresolved error .*TrackingDataContainer\\.sqlite.*, .*: file PersistenceController");
-    EXPECT_EQ(std::filesystem::file_size(storeFile()), 4096U) << "nothing is moved or deleted";
+    EXPECT_EQ(std::filesystem::file_size(file), 4096U) << "nothing is moved or deleted";
 }
 
 TEST_F(PersistenceControllerDeathTest, StopsTheProcessWithoutItsObjectModel) {
-    // A library bundle that is not there, and one whose model describes something else.
+    // A library bundle without the model, and with one that describes something else or is not there.
     class Resources final : public platform::Bundles, public platform::Bundle {
     public:
         explicit Resources(std::optional<std::filesystem::path> model) : model_(std::move(model)) {}
@@ -201,34 +231,27 @@ TEST_F(PersistenceControllerDeathTest, StopsTheProcessWithoutItsObjectModel) {
         std::optional<std::filesystem::path> model_;
     };
 
-    const auto otherModel = platform.directory.path() / "other.momd";
-    std::ofstream(otherModel) << R"({"entities":[{"name":"Other","attributes":[]}]})";
-    for (const auto& model : {std::optional<std::filesystem::path>(), std::optional(otherModel),
-                              std::optional(platform.directory.path() / "missing.momd")}) {
-        platform->setBundles(std::make_unique<Resources>(model));
+    const auto model = platform.directory.path() / "other.momd";
+    writeFile(model, R"({"entities":[{"name":"Other","attributes":[]}]})");
+    for (const auto& path : std::vector<std::optional<std::filesystem::path>>{{}, model, model.native() + "x"}) {
+        platform->setBundles(std::make_unique<Resources>(path));
         EXPECT_DEATH(storeSample(1), "Fatal error: Unresolved error: file PersistenceController");
     }
 }
 
-TEST(DataEntry, IsAHandleToAPendingObject) {
-    const test::TestPlatform platform;
-    const auto container = platform->objectStore().makeContainer("Other", {{DataEntry::entityDescription()}});
-    ASSERT_TRUE(container->loadPersistentStores().has_value());
+TEST_F(PersistenceControllerTest, ADataEntryIsAHandleToAPendingObject) {
+    const auto container = openContainer("Other");
     DataEntry entry(container->viewContext());
-    EXPECT_EQ(entry.id(), std::nullopt);
-    EXPECT_EQ(entry.timestamp(), 0);
-    EXPECT_EQ(entry.type(), std::nullopt);
-    EXPECT_EQ(entry.data(), std::nullopt);
+    const auto values = [&] { return std::tuple(entry.id(), entry.timestamp(), entry.type(), entry.data()); };
+    EXPECT_EQ(values(), std::tuple(std::nullopt, 0, std::nullopt, std::nullopt));
     const Uuid id = platform->uuidGenerator().makeUuid();
     entry.setId(id);
     entry.setTimestamp(1.5);
     entry.setType("t");
     entry.setData(DataEntry::Bytes{std::byte{1}});
+    EXPECT_EQ(values(), std::tuple(id, 1.5, "t", DataEntry::Bytes{std::byte{1}}));
     entry.setType(std::nullopt);
-    EXPECT_EQ(entry.id(), id);
-    EXPECT_EQ(entry.timestamp(), 1.5);
     EXPECT_EQ(entry.type(), std::nullopt);
-    EXPECT_EQ(entry.data(), DataEntry::Bytes{std::byte{1}});
     EXPECT_EQ(container->viewContext().count(DataEntry::fetchRequest()).value(), 1);
 }
 

@@ -1,12 +1,7 @@
 #include "storage/tracking_data.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <limits>
-#include <string>
-
 #include "platform/linux/simdjson_coder.h"
+#include "prelude.h"
 
 namespace tarvex {
 
@@ -27,33 +22,28 @@ TrackingDataWrapper wrapperWith(std::vector<TrackingData> samples) {
 
 }  // namespace
 
-TEST(TrackingDataWrapper, ReadsBackWhatItEncodes) {
-    const auto wrapper = wrapperWith({{.timestamp = 1700000000.123456, .type = "distance", .data = {{"left", 0.1F}}},
-                                      {.timestamp = 0, .type = "ambient_light", .data = {}}});
-    const auto encoded = encode(wrapper, coder);
-    ASSERT_TRUE(encoded.has_value());
+TEST(TrackingDataWrapper, IsEncodedCompactlyAndReadsBack) {
+    EXPECT_EQ(text(encode(wrapperWith({}), coder)),
+              R"({"trackingData":[],"userId":"u\"1","device":"x86_64","applicationIdentifier":"org.example"})");
+    const auto encoded = encode(wrapperWith({{.timestamp = 12, .type = "t", .data = {}},
+                                             {.timestamp = 1.5, .type = "distance", .data = {{"left", 0.1F}}}}),
+                                coder);
+    EXPECT_THAT(text(encoded).value(), HasSubstr(R"([{"data":{},"type":"t","timestamp":12},)"));
     const auto decoded = decodeTrackingDataWrapper(encoded->view(), coder);
     ASSERT_TRUE(decoded.has_value());
     EXPECT_EQ(decoded->userId, "u\"1");
     EXPECT_EQ(decoded->device, "x86_64");
     EXPECT_EQ(decoded->applicationIdentifier, "org.example");
-    ASSERT_EQ(decoded->trackingData.size(), 2U);
-    EXPECT_EQ(decoded->trackingData[0].timestamp, 1700000000.123456);
-    EXPECT_EQ(decoded->trackingData[0].data, (ValueMap{{"left", 0.10000000149011612}}));
-    EXPECT_TRUE(decoded->trackingData[1].data.empty());
-}
-
-TEST(TrackingDataWrapper, EncodesCompactlyAndAnEmptyListAsAnArray) {
-    EXPECT_EQ(text(encode(wrapperWith({}), coder)),
-              R"({"trackingData":[],"userId":"u\"1","device":"x86_64","applicationIdentifier":"org.example"})");
-    EXPECT_THAT(text(encode(wrapperWith({{.timestamp = 12, .type = "t", .data = {}}}), coder)).value(),
-                ::testing::HasSubstr(R"([{"data":{},"type":"t","timestamp":12}])"));
+    ASSERT_THAT(decoded->trackingData, SizeIs(2));
+    EXPECT_EQ(decoded->trackingData[1].timestamp, 1.5);
+    EXPECT_EQ(decoded->trackingData[1].type, "distance");
+    EXPECT_EQ(decoded->trackingData[1].data, (ValueMap{{"left", 0.10000000149011612}}));
 }
 
 TEST(TrackingDataWrapper, FailsAsAWholeOnANumberThatIsNotFinite) {
     const double infinity = std::numeric_limits<double>::infinity();
     EXPECT_EQ(text(encode(wrapperWith({{.timestamp = infinity, .type = "t", .data = {}}}), coder)), std::nullopt);
-    EXPECT_EQ(text(encode(wrapperWith({{.timestamp = 1, .type = "t", .data = {{"lux", -infinity}}}}), coder)),
+    EXPECT_EQ(text(encode(wrapperWith({{.timestamp = 1, .type = "t", .data = {{"a", -infinity}}}}), coder)),
               std::nullopt);
     EXPECT_EQ(text(encode(ValueMap{{"lux", std::numeric_limits<double>::quiet_NaN()}}, coder)), std::nullopt);
 }

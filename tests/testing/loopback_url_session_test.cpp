@@ -2,52 +2,36 @@
 
 #include "testing/loopback_url_session.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
-
 #include "collector.h"
 #include "platform/linux/network/posted_request.h"
-#include "temporary_directory.h"
+#include "prelude.h"
 
 namespace tarvex::testing {
 namespace {
 
 using collector::Collector;
-using ::testing::ElementsAre;
 using ::testing::FieldsAre;
-using ::testing::HasSubstr;
-
-std::string contents(const std::filesystem::path& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 platform::UrlRequest documentFor(const std::string& host, std::string_view document) {
-    auto request = test::request(test::bodyOf(document));
-    request.url = test::urlOf("https://" + host + "/tracking");
-    return request;
+    return test::request(test::bodyOf(document), 60s, "https://" + host + "/tracking");
 }
 
 TEST(LoopbackUrlSession, BringsADocumentToTheCollector) {
     setenv("https_proxy", "http://127.0.0.1:9", 1);  // passed by
     const std::string document = R"({"userId":"u","trackingData":[{},{}]})";
     for (const int status : {200, 503}) {
-        const test::TemporaryDirectory directory;
+        const TemporaryDirectory directory;
         std::vector<Collector::Document> received;
         const Collector collector({.directory = directory.path(), .host = TARVEX_BACKEND_HOST, .status = status},
                                   [&](const auto& arrived) { received.push_back(arrived); });
         const auto session =
-            makeLoopbackUrlSession(static_cast<std::uint16_t>(std::stoi(contents(directory.path() / "port"))),
-                                   contents(directory.path() / "certificate.pem"));
+            makeLoopbackUrlSession(static_cast<std::uint16_t>(std::stoi(contentsOf(directory.path() / "port"))),
+                                   contentsOf(directory.path() / "certificate.pem"));
         const auto outcomeOf = [&](platform::UrlRequest request) {
             return test::PostedRequest(*session, std::move(request)).outcome();
         };
         EXPECT_EQ(outcomeOf(documentFor(TARVEX_BACKEND_HOST, document)).status, status);
-        EXPECT_EQ(contents(directory.path() / "document-1.json"), document);
+        EXPECT_EQ(contentsOf(directory.path() / "document-1.json"), document);
         EXPECT_THAT(received,
                     ElementsAre(FieldsAre(directory.path() / "document-1.json", document.size(), std::size_t{2})));
 
@@ -60,7 +44,7 @@ TEST(LoopbackUrlSession, BringsADocumentToTheCollector) {
 }
 
 TEST(LoopbackUrlSession, MapsTheBackendOnly) {
-    const test::TemporaryDirectory directory;
+    const TemporaryDirectory directory;
     const Collector collector({.directory = directory.path(), .host = "localhost"}, [](const auto&) { FAIL(); });
     const auto session = makeLoopbackUrlSession(collector.port(), collector.certificatePem());
     const auto outcomeFor = [&](const std::string& host) {

@@ -16,6 +16,8 @@
 #include "platform/linux/loop/glib_timer_scheduler.h"
 #include "platform/linux/network/curl_url_session.h"
 #include "platform/linux/no_face_tracking.h"
+#include "platform/linux/portal_application.h"
+#include "platform/linux/portal_capture_device.h"
 #include "platform/linux/sensor/iio_hid_event_system.h"
 #include "platform/linux/simdjson_coder.h"
 #include "platform/linux/store/sqlite_object_store.h"
@@ -53,7 +55,9 @@ std::unique_ptr<Platform> Platform::makeLinux(LinuxOptions options) {
 
     auto mainRunLoop = std::make_unique<GLibRunLoop>();
     auto queues = std::make_unique<LinuxDispatchQueues>(*mainRunLoop);
-    platform->setCaptureDevice(std::make_unique<DeviceNodeCaptureDevice>(*queues));
+    platform->setCaptureDevice(
+        std::make_unique<PortalCaptureDevice>(std::make_unique<DeviceNodeCaptureDevice>(*queues)));
+    platform->setApplication(std::make_unique<PortalApplication>(*mainRunLoop, std::make_unique<GioApplication>()));
     platform->setMainRunLoop(std::move(mainRunLoop));
     platform->setDispatchQueues(std::move(queues));
     platform->setTimerScheduler(std::make_unique<GLibTimerScheduler>());
@@ -68,7 +72,6 @@ std::unique_ptr<Platform> Platform::makeLinux(LinuxOptions options) {
     platform->setUuidGenerator(std::make_unique<KernelUuidGenerator>());
     platform->setFaceTracking(std::make_unique<NoFaceTracking>());
     platform->setSceneGraph(std::make_unique<GlmSceneGraph>());
-    platform->setApplication(std::make_unique<GioApplication>());
     platform->setViewToolkit(std::make_unique<HeadlessViewToolkit>());
     return platform;
 }

@@ -11,6 +11,8 @@
 #include <span>
 #include <utility>
 
+#include "platform/linux/plain_value_map.h"
+
 namespace tarvex::platform {
 
 namespace {
@@ -71,8 +73,9 @@ Shape shapeOf(std::string_view text) {
         if (std::move(member).get(field) != simdjson::SUCCESS) return Shape::noValueMap;
         const auto name = plainName(field);
         const std::string_view token = field.value().raw_json_token();
+        // Not always right about zeros: it refuses those whose exponent has very many digits.
         if (field.value().get_double().get(number) != simdjson::SUCCESS || !std::isfinite(number))
-            return Shape::noValueMap;
+            return Shape::needsRewriting;
         asWritten = asWritten && name && names.add(*name) && token.back() > ' ';
         compactSize += name.value_or("").size() + token.size() + std::strlen(R"("":,)");
     }
@@ -113,7 +116,7 @@ std::optional<JsonValue> converted(const nlohmann::json& value, int depth) {
     return JsonValue{std::move(members)};
 }
 
-// A member at a time, the last of each name; for what simdjson found to be a map of numbers.
+// A member at a time, the last of each name.
 bool appendRewritten(const JsonCoder& coder, std::string_view text, ByteBuffer& output) {
     const auto object = parsed(text);
     if (!object || !object->is_object()) return false;
@@ -165,6 +168,10 @@ bool SimdjsonCoder::appendNumber(double number, ByteBuffer& output) const {
 }
 
 bool SimdjsonCoder::appendValueMap(std::string_view text, ByteBuffer& output) const {
+    if (isPlainValueMap(text)) {
+        output.append(text);
+        return true;
+    }
     // The bytes are validated where they will stay.
     char* begin = output.spare(text.size() + simdjson::SIMDJSON_PADDING).data();
     if (!text.empty()) std::memcpy(begin, text.data(), text.size());

@@ -1,13 +1,8 @@
 #include "platform/linux/simdjson_coder.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cmath>
-#include <limits>
-#include <optional>
 #include <random>
-#include <string>
+
+#include "prelude.h"
 
 namespace tarvex::platform {
 
@@ -27,10 +22,11 @@ std::optional<std::string> appended(const std::string& valueMap) {
     return std::string(output.view().substr(6));
 }
 
-std::string number(double value) {
+std::optional<std::string> number(double value) {
     ByteBuffer output;
-    EXPECT_TRUE(SimdjsonCoder().appendNumber(value, output));
-    return std::string(output.view());
+    const bool taken = SimdjsonCoder().appendNumber(value, output);
+    EXPECT_EQ(taken, output.size() > 0);
+    return taken ? std::optional(std::string(output.view())) : std::nullopt;
 }
 
 std::string quoted(std::string_view text) {
@@ -41,58 +37,31 @@ std::string quoted(std::string_view text) {
 
 }  // namespace
 
-TEST(SimdjsonCoder, KeepsTheBytesOfCompactValueMaps) {
+TEST(SimdjsonCoder, RewritesOnlyValueMapsThatAreNotCompactOrRepeatNames) {
     for (const auto& map :
          {R"({})"s, R"({"lux":250})"s, R"({"a":-2.5e-3,"b":0,"c":1E+7})"s, R"({"a":0e999})"s, R"({"a":1e-999})"s,
-          R"({"a":18446744073709551616})"s, R"({"":1})"s, R"({"Größe":1})"s, R"({"a b":1})"s})
+          R"({"a":18446744073709551616})"s, R"({"":1})"s, R"({"Größe":1})"s, R"({"a b":1})"s, R"({"a}b":1})"s,
+          R"({"a1b":1,"a2b":2})"s, R"({"\\":1})"s, R"({"\"":1})"s, R"({"a":0.)" + std::string(400, '0') + "1}"})
         EXPECT_EQ(appended(map), map);
-}
-
-TEST(SimdjsonCoder, RewritesValueMapsThatAreNotCompactOrRepeatNames) {
-    struct Case {
-        std::string map;
-        std::string rewritten;
-    };
-    for (const Case& c : {Case{" { } ", "{}"}, Case{R"({ "a" : 1 })", R"({"a":1})"}, Case{R"({"a":1 })", R"({"a":1})"},
-                          Case{"{\"a\":1}\n", R"({"a":1})"}, Case{R"({"a":1,"a":2})", R"({"a":2})"},
-                          Case{R"({"a":1,"\u0061":3})", R"({"a":3})"}, Case{R"({"\\":1})", R"({"\\":1})"},
-                          Case{R"({"\"":1})", R"({"\"":1})"},
-                          Case{R"({"a":1,"b":2,"c":3,"d":4,"e":5,"f":6,"g":7,"h":8,"i":9,"a":0})",
-                               R"({"a":0,"b":2,"c":3,"d":4,"e":5,"f":6,"g":7,"h":8,"i":9})"}})
-        EXPECT_EQ(appended(c.map), c.rewritten) << c.map;
+    using Case = std::pair<const char*, const char*>;
+    for (const auto& [map, rewritten] :
+         {Case{" { } ", "{}"}, Case{R"({ "a" : 1 })", R"({"a":1})"}, Case{R"({"a":1 })", R"({"a":1})"},
+          Case{"{\"a\":1}\n", R"({"a":1})"}, Case{R"({"a":1,"a":2})", R"({"a":2})"},
+          Case{R"({"a":1,"\u0061":3})", R"({"a":3})"},
+          Case{R"({"a":0E9999999999999999999999999999999999999000})", R"({"a":0})"},
+          Case{R"({"a":1,"b":2,"c":3,"d":4,"e":5,"f":6,"g":7,"h":8,"i":9,"a":0})",
+               R"({"a":0,"b":2,"c":3,"d":4,"e":5,"f":6,"g":7,"h":8,"i":9})"}})
+        EXPECT_EQ(appended(map), rewritten) << map;
 }
 
 TEST(SimdjsonCoder, RefusesWhatIsNoMapOfFiniteNumbers) {
-    for (const auto& text : {""s,
-                             "{"s,
-                             "[1]"s,
-                             "null"s,
-                             R"({"a":"1"})"s,
-                             R"({"a":null})"s,
-                             R"({"a":true})"s,
-                             R"({"a":[1]})"s,
-                             R"({"a":{}})"s,
-                             R"({"a":1e999})"s,
-                             R"({"a":-1e999,"b":1})"s,
-                             R"({"a":NaN})"s,
-                             R"({"a":01})"s,
-                             R"({"a":1.})"s,
-                             R"({"a":+1})"s,
-                             R"({"a":1,})"s,
-                             R"({"a":1)"s,
-                             R"({"a":1}})"s,
-                             R"({"a":1}{"b":2})"s,
-                             R"({"a":1}x)"s,
-                             R"({"a":1 2})"s,
-                             R"({"a"1})"s,
-                             R"({'a':1})"s,
-                             "{\"a\":1}\0"s,
-                             "\xEF\xBB\xBF{\"a\":1}"s,
-                             "{\"\xFF\":1}"s,
-                             R"({"\ud800":1})"s,
-                             R"({"\x":1})"s,
-                             "{\"a\nb\":1}"s,
-                             std::string(100'000, '[')})
+    for (const auto* value : {R"("1")", "null", "true", "[1]", "{}", "1e999", "-1e999", "-", ".5", "NaN", "01", "1.",
+                              "+1", "1,", "1 2", R"(1}{"b":2)", ""})
+        EXPECT_EQ(appended(R"({"b":0,"a":)" + std::string(value) + "}"), std::nullopt) << value;
+    for (const auto& text :
+         {""s, "{"s, "[1]"s, "null"s, R"({"a":1)"s, R"({"a":1}})"s, R"({"a":1}x)"s, R"({"a"1})"s, R"({'a':1})"s,
+          "{\"a\":1}\0"s, "\xEF\xBB\xBF{\"a\":1}"s, "{\"\xFF\":1}"s, R"({"\ud800":1})"s, R"({"\x":1})"s,
+          "{\"a\nb\":1}"s, R"({"a":1)" + std::string(400, '0') + "}", std::string(100'000, '[')})
         EXPECT_EQ(appended(text), std::nullopt) << text.substr(0, 40);
 }
 
@@ -101,21 +70,15 @@ TEST(SimdjsonCoder, WritesNumbersThatReadBackTheSame) {
     for (int i = 0; i < 100'000; ++i) {
         const auto value = std::bit_cast<double>(random());
         if (!std::isfinite(value)) continue;
-        const auto decoded = SimdjsonCoder().decode(number(value));
+        const auto decoded = SimdjsonCoder().decode(number(value).value());
         ASSERT_TRUE(decoded.has_value());
         ASSERT_EQ(std::bit_cast<std::uint64_t>(std::get<double>(decoded->value)), std::bit_cast<std::uint64_t>(value));
     }
     EXPECT_EQ(number(static_cast<double>(0.1F)), "0.10000000149011612");
     EXPECT_EQ(number(250), "250");
-}
-
-TEST(SimdjsonCoder, RefusesNumbersThatAreNotFinite) {
     using Limits = std::numeric_limits<double>;
-    for (const double value : {Limits::quiet_NaN(), Limits::infinity(), -Limits::infinity()}) {
-        ByteBuffer output;
-        EXPECT_FALSE(SimdjsonCoder().appendNumber(value, output));
-        EXPECT_EQ(output.size(), 0U);
-    }
+    for (const double value : {Limits::quiet_NaN(), Limits::infinity(), -Limits::infinity()})
+        EXPECT_EQ(number(value), std::nullopt);
 }
 
 TEST(SimdjsonCoder, EscapesStringsAndReplacesWhatIsNotUtf8) {

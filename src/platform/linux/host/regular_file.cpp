@@ -6,23 +6,10 @@
 
 #include <cerrno>
 
+#include "platform/posix/file_descriptor.h"
+
 namespace tarvex::platform {
 namespace {
-
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int number) : number_(number) {}
-    ~FileDescriptor() {
-        if (number_ >= 0) ::close(number_);
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-
-    int number() const { return number_; }
-
-private:
-    int number_;
-};
 
 bool isRegularFile(const FileDescriptor& file) {
     struct stat status{};

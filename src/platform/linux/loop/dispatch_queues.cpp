@@ -1,12 +1,11 @@
 #include "platform/linux/loop/dispatch_queues.h"
 
-#include <pthread.h>
-
 #include <condition_variable>
 #include <map>
 #include <mutex>
 #include <utility>
 
+#include "platform/posix/library_thread.h"
 #include "platform/run_loop.h"
 
 namespace tarvex::platform {
@@ -82,8 +81,10 @@ void LinuxDispatchQueues::mainAsync(std::function<void()> block) {
 void LinuxDispatchQueues::backgroundAfter(std::chrono::nanoseconds delay, std::function<void()> block) {
     delayed_->add(deadlineAfter(delay), std::move(block));
     std::call_once(started_, [this] {
-        thread_ = std::jthread([delayed = delayed_](const std::stop_token& stop) { delayed->runUntil(stop); });
-        pthread_setname_np(thread_.native_handle(), "tarvex-delayed");
+        thread_ = std::jthread([delayed = delayed_](const std::stop_token& stop) {
+            beginLibraryThread("tarvex-delayed");
+            delayed->runUntil(stop);
+        });
     });
 }
 

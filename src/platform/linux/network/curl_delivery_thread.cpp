@@ -1,26 +1,17 @@
 #include "platform/linux/network/curl_delivery_thread.h"
 
-#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdlib>
 #include <system_error>
+
+#include "platform/posix/library_thread.h"
 
 namespace tarvex::platform {
 namespace {
 
 constexpr std::chrono::milliseconds exitGrace{500};
-
-// The host's signals are for the host's threads, and a closed connection's SIGPIPE is for nobody.
-void blockAsynchronousSignals() {
-    sigset_t signals;
-    sigfillset(&signals);
-    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS})
-        sigdelset(&signals, fault);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-}
 
 }  // namespace
 
@@ -99,8 +90,7 @@ void CurlDeliveryThread::awaitParked(std::chrono::steady_clock::time_point deadl
 }
 
 void CurlDeliveryThread::run() noexcept {
-    pthread_setname_np(pthread_self(), "tarvex-upload");
-    blockAsynchronousSignals();
+    beginLibraryThread("tarvex-upload");
     Transfers transfers;
     while (mayContinue(transfers)) {
         int running = 0;

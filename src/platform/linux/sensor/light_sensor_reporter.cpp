@@ -1,7 +1,5 @@
 #include "platform/linux/sensor/light_sensor_reporter.h"
 
-#include <pthread.h>
-
 #include <condition_variable>
 #include <mutex>
 #include <system_error>
@@ -9,6 +7,7 @@
 #include <utility>
 
 #include "platform/linux/deadline_grid.h"
+#include "platform/posix/library_thread.h"
 #include "platform/run_loop.h"
 
 namespace tarvex::platform {
@@ -58,6 +57,7 @@ private:
 LightSensorReporter::LightSensorReporter(Read read, Interval interval, RunLoop& runLoop, Report report)
     : mailbox_(std::make_shared<Mailbox>(runLoop, std::move(report))) {
     auto look = [mailbox = mailbox_, read = std::move(read), interval = std::move(interval)] {
+        beginLibraryThread("tarvex-light");
         Instant deadline = monotonicNow();
         do {
             if (const auto reading = read()) mailbox->put(*reading);
@@ -66,7 +66,6 @@ LightSensorReporter::LightSensorReporter(Read read, Interval interval, RunLoop& 
     };
     try {
         std::thread thread(std::move(look));
-        pthread_setname_np(thread.native_handle(), "tarvex-light");
         thread.detach();
     } catch (const std::system_error&) {
         // The process is out of threads: as without a sensor, nothing is ever put here.

@@ -34,6 +34,15 @@ AttributeView view(const AttributeValue& value) {
         value);
 }
 
+std::vector<std::size_t> wantedAttributes(const FetchRequest& request, const EntityDescription& entity) {
+    if (!request.propertiesToFetch.empty()) return request.propertiesToFetch;
+    std::vector<std::size_t> all;
+    all.reserve(entity.attributes.size());
+    for (std::size_t place = 0; place < entity.attributes.size(); ++place)
+        all.push_back(place);
+    return all;
+}
+
 std::size_t byteCount(const ManagedObject& object) {
     std::size_t sum = recordOverhead;
     for (const AttributeValue& value : object.values) {
@@ -131,35 +140,42 @@ std::expected<void, StoreError> SqliteManagedObjectContext::fetch(const FetchReq
     const auto from = table(request);
     if (!from) return std::unexpected(from.error());
     connection_->waitAtMost(operationPatience);
-    const auto goesOn = visitStored(**from, visit);
+    const std::vector<std::size_t> wanted = wantedAttributes(request, (*from)->entity);
+    const auto goesOn = visitStored(**from, wanted, visit);
     if (!goesOn) return std::unexpected(goesOn.error());
-    if (*goesOn) visitPending(**from, visit);
+    if (*goesOn) visitPending(**from, wanted, visit);
     retryScrub();
     return {};
 }
 
-std::expected<bool, StoreError> SqliteManagedObjectContext::visitStored(const Table& table, const RowVisitor& visit) {
-    auto select = connection_->prepare("SELECT " + SqliteSchema::columns(table.entity) + " FROM " +
-                                       SqliteSchema::quoted(table.entity.name) + " ORDER BY seq");
-    if (!select) return std::unexpected(std::move(select.error()));
+std::expected<bool, StoreError> SqliteManagedObjectContext::visitStored(const Table& table,
+                                                                        const std::vector<std::size_t>& wanted,
+                                                                        const RowVisitor& visit) {
     const auto& attributes = table.entity.attributes;
+    std::string columns;
+    for (const std::size_t attribute : wanted)
+        columns.append(columns.empty() ? "" : ", ").append(SqliteSchema::quoted(attributes[attribute].name));
+    auto select = connection_->prepare("SELECT " + columns + " FROM " + SqliteSchema::quoted(table.entity.name) +
+                                       " ORDER BY seq");
+    if (!select) return std::unexpected(std::move(select.error()));
     std::vector<AttributeView> values(attributes.size());
     int code = sqlite3_step(select->get());
     for (; code == SQLITE_ROW; code = sqlite3_step(select->get())) {
-        for (std::size_t i = 0; i < attributes.size(); ++i)
-            values[i] = readAttribute(select->get(), static_cast<int>(i), attributes[i].type);
+        for (int column = 0; const std::size_t attribute : wanted)
+            values[attribute] = readAttribute(select->get(), column++, attributes[attribute].type);
         if (!visit(values)) return false;
     }
     if (code != SQLITE_DONE) return std::unexpected(connection_->error());
     return true;
 }
 
-void SqliteManagedObjectContext::visitPending(const Table& table, const RowVisitor& visit) const {
-    std::vector<AttributeView> values;
+void SqliteManagedObjectContext::visitPending(const Table& table, const std::vector<std::size_t>& wanted,
+                                              const RowVisitor& visit) const {
+    std::vector<AttributeView> values(table.entity.attributes.size());
     for (const Pending& record : pending_) {
         if (record.table != &table) continue;
-        values.clear();
-        std::ranges::transform(record.object->values, std::back_inserter(values), view);
+        for (const std::size_t attribute : wanted)
+            values[attribute] = view(record.object->values[attribute]);
         if (!visit(values)) return;
     }
 }

@@ -49,8 +49,9 @@ private:
     std::expected<const Table*, StoreError> table(const FetchRequest& request) const;
     std::expected<void, StoreError> write(const Pending& record);
     std::expected<void, StoreError> writePending();
-    std::expected<bool, StoreError> visitStored(const Table& table, const RowVisitor& visit);
-    void visitPending(const Table& table, const RowVisitor& visit) const;
+    std::expected<bool, StoreError> visitStored(const Table& table, const std::vector<std::size_t>& wanted,
+                                                const RowVisitor& visit);
+    void visitPending(const Table& table, const std::vector<std::size_t>& wanted, const RowVisitor& visit) const;
     std::expected<Stored, StoreError> countStored(const Table& table);
     std::expected<void, StoreError> deleteStored(const Table& table);
     void retryScrub();

@@ -1,14 +1,9 @@
 #include "platform/linux/host/directory_bundle.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <string>
-
 #include "platform/linux/host/library_bundle.h"
 #include "platform/linux/host/plist_bundles.h"
+#include "prelude.h"
 #include "property_list_documents.h"
-#include "temporary_directory.h"
 
 namespace tarvex::platform {
 namespace {
@@ -29,19 +24,14 @@ TEST(DirectoryBundle, PrefersTheLocalizedStringOfTheMessageLanguage) {
     writeFile(directory.path() / "outside/InfoPlist.strings", named("<string>Outside</string>"));
     const DirectoryBundle bundle(directory.path());
 
-    struct Case {
-        const char* language;
-        const char* locale;
-        const char* name;
-    };
-    for (const Case& c :
+    using Case = std::array<const char*, 3>;
+    for (const auto& [language, locale, name] :
          {Case{"", "de_DE.UTF-8", "Licht"}, Case{"", "de_CH.UTF-8", "Liecht"}, Case{"", "C.UTF-8", "Light"},
           Case{"de", "C.UTF-8", "Licht"}, Case{"sv:de_CH:en", "C.UTF-8", "Liecht"}, Case{"fr", "C.UTF-8", "Light"},
           Case{"nl:de", "C.UTF-8", "Licht"}, Case{"../outside", "C.UTF-8", "Light"}}) {
-        SCOPED_TRACE(std::string(c.language) + "/" + c.locale);
-        ::setenv("LANGUAGE", c.language, 1);
-        ::setenv("LC_ALL", c.locale, 1);
-        EXPECT_EQ(bundle.stringForInfoDictionaryKey("CFBundleName"), c.name);
+        ::setenv("LANGUAGE", language, 1);
+        ::setenv("LC_ALL", locale, 1);
+        EXPECT_EQ(bundle.stringForInfoDictionaryKey("CFBundleName"), name) << language << "/" << locale;
     }
 }
 

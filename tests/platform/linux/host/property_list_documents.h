@@ -1,12 +1,6 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <string_view>
-#include <vector>
+#include "prelude.h"
 
 namespace tarvex::test {
 
@@ -47,11 +41,6 @@ inline std::string reference(std::size_t object) {
 }
 inline std::string binaryText(std::string_view text) {
     return static_cast<char>(0x50 + text.size()) + std::string(text);
-}
-
-inline void writeFile(const std::filesystem::path& path, std::string_view contents) {
-    std::filesystem::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << contents;
 }
 
 }  // namespace tarvex::test

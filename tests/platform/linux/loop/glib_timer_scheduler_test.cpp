@@ -1,15 +1,9 @@
 #include "platform/linux/loop/glib_timer_scheduler.h"
 
 #include <glib.h>
-#include <gmock/gmock.h>
-
-#include <limits>
-#include <memory>
-#include <stdexcept>
-#include <thread>
-#include <vector>
 
 #include "platform/linux/deadline_grid.h"
+#include "prelude.h"
 
 namespace tarvex::platform {
 namespace {
@@ -26,58 +20,49 @@ int timeUntilNextTick() {
     int priority = 0;
     g_main_context_prepare(context, &priority);
     int timeout = -1;
-    GPollFD descriptors[8];
-    g_main_context_query(context, G_MAXINT, &timeout, descriptors, 8);
+    std::array<GPollFD, 8> descriptors{};
+    g_main_context_query(context, G_MAXINT, &timeout, descriptors.data(), static_cast<int>(descriptors.size()));
     g_main_context_release(context);
     return timeout;
 }
 
-TEST(GLibTimerScheduler, TicksAgainAndAgainAlsoWithoutItsReference) {
-    GLibTimerScheduler scheduler;
-    int ticks = 0;
-    std::weak_ptr<Timer> observed;
-    {
-        const auto timer = scheduler.scheduledTimer(0.002, [&] { ++ticks; });
-        observed = timer;
+class GLibTimerSchedulerTest : public ::testing::Test {
+protected:
+    std::function<void()> tick() {
+        return [this] {
+            ++ticks;
+            thread = std::this_thread::get_id();
+        };
     }
+
+    GLibTimerScheduler scheduler;
+    std::shared_ptr<Timer> timer;
+    int ticks = 0;
+    std::thread::id thread;
+};
+
+TEST_F(GLibTimerSchedulerTest, TicksAgainAndAgainAlsoWithoutItsReference) {
+    const std::weak_ptr<Timer> observed = scheduler.scheduledTimer(0.002, tick());
     EXPECT_EQ(ticks, 0);
     iterateUntil([&] { return ticks >= 3; });
     EXPECT_TRUE(observed.expired());
 }
 
-TEST(GLibTimerScheduler, InvalidateInsideTheBlockEndsTheTicksAndReleasesWhatTheBlockHolds) {
-    GLibTimerScheduler scheduler;
+TEST_F(GLibTimerSchedulerTest, InvalidateEndsTheTicksAndReleasesWhatTheBlockHolds) {
     const auto held = std::make_shared<int>(0);
-    std::shared_ptr<Timer> timer;
-    timer = scheduler.scheduledTimer(0.001, [&timer, held] {
+    timer = scheduler.scheduledTimer(0.001, [this, held] {
         timer->invalidate();
-        ++*held;  // what the block holds outlives its invalidation
+        timer.reset();  // the last reference
+        ++*held;        // what the block holds outlives its invalidation
     });
     iterateUntil([&] { return *held == 1; });
     EXPECT_EQ(held.use_count(), 1);
-    EXPECT_EQ(timeUntilNextTick(), -1);
-    timer->invalidate();
-}
 
-TEST(GLibTimerScheduler, InvalidateReleasesWhatTheBlockHoldsAtOnce) {
-    GLibTimerScheduler scheduler;
-    const auto held = std::make_shared<int>(0);
-    const auto timer = scheduler.scheduledTimer(1000, [held] {});
+    timer = scheduler.scheduledTimer(1000, [held] {});
     EXPECT_EQ(held.use_count(), 2);
     timer->invalidate();
+    timer->invalidate();
     EXPECT_EQ(held.use_count(), 1);
-}
-
-TEST(GLibTimerScheduler, BlockMayDropTheLastReferenceToItsTimer) {
-    GLibTimerScheduler scheduler;
-    std::shared_ptr<Timer> timer;
-    int ticks = 0;
-    timer = scheduler.scheduledTimer(0.001, [&] {
-        timer->invalidate();
-        timer.reset();
-        ++ticks;
-    });
-    iterateUntil([&] { return ticks == 1; });
     EXPECT_EQ(timeUntilNextTick(), -1);
 }
 
@@ -85,24 +70,19 @@ TEST(DeadlineGrid, NeitherDriftsNorCatchesUp) {
     using std::chrono::microseconds;
     constexpr microseconds interval(50);
     const auto at = [](std::int64_t microsecond) { return Instant(microseconds(microsecond)); };
-    struct Case {
-        std::int64_t now;
-        std::int64_t expected;
-    };
-    for (const Case& c :
-         {Case{1000, 1050}, Case{1001, 1050}, Case{1049, 1050}, Case{1050, 1100}, Case{1099, 1100}, Case{1234, 1250}})
-        EXPECT_EQ(nextDeadline(at(1000), interval, at(c.now)), at(c.expected)) << c.now;
+    for (const auto& [now, expected] : std::map<std::int64_t, std::int64_t>{
+             {1000, 1050}, {1001, 1050}, {1049, 1050}, {1050, 1100}, {1099, 1100}, {1234, 1250}})
+        EXPECT_EQ(nextDeadline(at(1000), interval, at(now)), at(expected)) << now;
     EXPECT_EQ(nextDeadline(endOfTime - interval, interval, endOfTime - interval), endOfTime);
     EXPECT_EQ(nextDeadline(endOfTime - interval, interval, endOfTime), std::nullopt);
     EXPECT_EQ(nextDeadline(at(1000), microseconds::max(), at(2000)), std::nullopt);
 }
 
-TEST(GLibTimerScheduler, NeverTicksBeforeItsDeadlinesAndSkipsWhatItMissed) {
-    GLibTimerScheduler scheduler;
+TEST_F(GLibTimerSchedulerTest, NeverTicksBeforeItsDeadlinesAndSkipsWhatItMissed) {
     constexpr gint64 interval = 10'000;
     const gint64 before = g_get_monotonic_time();
     std::vector<gint64> times;
-    const auto timer = scheduler.scheduledTimer(0.01, [&] {
+    timer = scheduler.scheduledTimer(0.01, [&] {
         times.push_back(g_get_monotonic_time() - before);
         if (times.size() == 1) g_usleep(3 * interval);
     });
@@ -114,51 +94,33 @@ TEST(GLibTimerScheduler, NeverTicksBeforeItsDeadlinesAndSkipsWhatItMissed) {
     EXPECT_GE(times[3], 7 * interval);
 }
 
-TEST(GLibTimerScheduler, IntervalsThatAreNoneTickOnceASecond) {
-    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-    for (const double interval : {0.0, -0.0, -5.0, -1e300, nan}) {
-        SCOPED_TRACE(interval);
-        const auto timer = GLibTimerScheduler().scheduledTimer(interval, [] {});
-        const int milliseconds = timeUntilNextTick();
-        EXPECT_GT(milliseconds, 0);
-        EXPECT_LE(milliseconds, 1001);
+TEST_F(GLibTimerSchedulerTest, TakesIntervalsThatAreNoneForASecondAndHugeOnesForNever) {
+    using Limits = std::numeric_limits<double>;
+    const auto aSecond = ::testing::AllOf(::testing::Gt(0), ::testing::Le(1001));
+    using Case = std::pair<double, ::testing::Matcher<int>>;
+    for (const auto& [interval, expected] :
+         {Case{0.0, aSecond}, Case{-0.0, aSecond}, Case{-5.0, aSecond}, Case{-1e300, aSecond},
+          Case{Limits::quiet_NaN(), aSecond}, Case{9e9, G_MAXINT}, Case{9.3e12, -1}, Case{1e300, -1},
+          Case{Limits::infinity(), -1}}) {
+        timer = scheduler.scheduledTimer(interval, [] {});
+        EXPECT_THAT(timeUntilNextTick(), expected) << interval;
         timer->invalidate();
     }
 }
 
-TEST(GLibTimerScheduler, HugeIntervalsNeverTick) {
-    constexpr double infinity = std::numeric_limits<double>::infinity();
-    for (const double interval : {9.3e12, 1e300, infinity}) {
-        SCOPED_TRACE(interval);
-        const auto timer = GLibTimerScheduler().scheduledTimer(interval, [] {});
-        EXPECT_EQ(timeUntilNextTick(), -1);
-        timer->invalidate();
-    }
-    const auto centuries = GLibTimerScheduler().scheduledTimer(9e9, [] {});
-    EXPECT_EQ(timeUntilNextTick(), G_MAXINT);
-    centuries->invalidate();
-}
-
-TEST(GLibTimerScheduler, TinyIntervalsTickAtMostOnceAMillisecond) {
-    GLibTimerScheduler scheduler;
-    int ticks = 0;
+TEST_F(GLibTimerSchedulerTest, TinyIntervalsTickAtMostOnceAMillisecond) {
     const gint64 start = g_get_monotonic_time();
-    const auto timer = scheduler.scheduledTimer(1e-12, [&] { ++ticks; });
+    timer = scheduler.scheduledTimer(1e-12, tick());
     iterateUntil([&] { return ticks == 20; });
     EXPECT_GE(g_get_monotonic_time() - start, 20'000);
     timer->invalidate();
 }
 
-TEST(GLibTimerScheduler, TicksOnTheThreadsOwnContext) {
-    int ticks = 0;
-    std::thread::id tickThread;
+TEST_F(GLibTimerSchedulerTest, TicksOnTheThreadsOwnContext) {
     std::jthread worker([&] {
         GMainContext* context = g_main_context_new();
         g_main_context_push_thread_default(context);
-        const auto timer = GLibTimerScheduler().scheduledTimer(0.001, [&] {
-            tickThread = std::this_thread::get_id();
-            ++ticks;
-        });
+        timer = scheduler.scheduledTimer(0.001, tick());
         iterateUntil([&] { return ticks == 2; }, context);
         timer->invalidate();
         g_main_context_pop_thread_default(context);
@@ -166,26 +128,20 @@ TEST(GLibTimerScheduler, TicksOnTheThreadsOwnContext) {
     });
     const auto id = worker.get_id();
     worker.join();
-    EXPECT_EQ(tickThread, id);
+    EXPECT_EQ(thread, id);
 }
 
-TEST(GLibTimerScheduler, TicksOnTheMainLoopForAThreadWithoutALoop) {
-    int ticks = 0;
-    std::thread::id tickThread;
-    std::shared_ptr<Timer> timer;
-    std::jthread([&] {
-        timer = GLibTimerScheduler().scheduledTimer(0.001, [&] {
-            tickThread = std::this_thread::get_id();
-            ++ticks;
-        });
-    }).join();
+TEST_F(GLibTimerSchedulerTest, TicksOnTheMainLoopForAThreadWithoutALoop) {
+    std::jthread([&] { timer = scheduler.scheduledTimer(0.001, tick()); }).join();
     iterateUntil([&] { return ticks == 2; });
-    EXPECT_EQ(tickThread, std::this_thread::get_id());
+    EXPECT_EQ(thread, std::this_thread::get_id());
     timer->invalidate();
 }
 
-TEST(GLibTimerSchedulerDeathTest, ThrowingBlockTerminates) {
-    const auto timer = GLibTimerScheduler().scheduledTimer(0.001, [] { throw std::runtime_error("a block's own"); });
+using GLibTimerSchedulerDeathTest = GLibTimerSchedulerTest;
+
+TEST_F(GLibTimerSchedulerDeathTest, ThrowingBlockTerminates) {
+    timer = scheduler.scheduledTimer(0.001, [] { throw std::runtime_error("a block's own"); });
     EXPECT_DEATH(iterateUntil([] { return false; }), "a block's own");
     timer->invalidate();
 }

@@ -7,9 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -17,6 +15,7 @@
 
 #include "platform/linux/network/curl_url_session.h"
 #include "platform/linux/network/posted_request.h"
+#include "temporary_directory.h"
 
 namespace {
 
@@ -28,14 +27,9 @@ std::string_view mode;
 // A session that is older than the library's exit handler, and therefore destroyed after it.
 std::unique_ptr<CurlUrlSession> oldest;
 
-std::string contents(const char* path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 CurlTransportOptions options(int argc, char** argv) {
     if (argc < 4) return {};
-    return {.trustedCertificatesPem = contents(argv[3]),
+    return {.trustedCertificatesPem = tarvex::test::contentsOf(argv[3]),
             .connectTo = CurlTransportOptions::ConnectTo{.host = "backend.example",
                                                          .port = 443,
                                                          .targetHost = "127.0.0.1",

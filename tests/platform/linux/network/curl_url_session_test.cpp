@@ -1,20 +1,12 @@
 #include "platform/linux/network/curl_url_session.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <algorithm>
-#include <array>
-#include <chrono>
 #include <csignal>
-#include <cstdlib>
-#include <fstream>
-#include <latch>
 
 #include "platform/linux/network/posted_request.h"
 #include "platform/linux/network/scripted_tls_server.h"
-#include "temporary_directory.h"
+#include "prelude.h"
 
 namespace tarvex::platform {
 namespace {
@@ -22,25 +14,16 @@ namespace {
 using collector::SelfSignedCertificate;
 using std::chrono::milliseconds;
 using test::bodyOf;
+using test::certificate;
 using test::PostedRequest;
 using test::request;
 using test::ScriptedTlsServer;
 using test::TlsConnection;
-using test::urlOf;
-using ::testing::AnyOf;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
 using Kind = ScriptedTlsServer::Kind;
+using Script = ScriptedTlsServer::Script;
 
 constexpr std::size_t megabyte = 1'000'000;
-
-const std::string okay = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
-
-const SelfSignedCertificate& certificate() {
-    static const SelfSignedCertificate certificate("backend.example");
-    return certificate;
-}
+constexpr const char* okay = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
 
 std::unique_ptr<CurlUrlSession> sessionFor(std::uint16_t port, std::optional<std::string> trusted) {
     return std::make_unique<CurlUrlSession>(CurlTransportOptions{
@@ -53,8 +36,12 @@ std::unique_ptr<CurlUrlSession> sessionFor(const ScriptedTlsServer& server) {
     return sessionFor(server.port(), certificate().pem());
 }
 
-PostedRequest::Outcome outcomeOf(CurlUrlSession& session, UrlRequest request) {
+PostedRequest::Outcome outcomeOf(CurlUrlSession& session, UrlRequest request = test::request(bodyOf("{}"))) {
     return PostedRequest(session, std::move(request)).outcome();
+}
+
+UrlRequest refusedRequest() {
+    return request(bodyOf("{}"), 60s, "http://backend.example/tracking");
 }
 
 // Takes in a request whose body is the two bytes that most tests send.
@@ -63,7 +50,7 @@ void readRequest(TlsConnection& client) {
     client.read(2);
 }
 
-ScriptedTlsServer::Script answering(std::string text) {
+Script answering(std::string text) {
     return [text = std::move(text)](TlsConnection& client) {
         readRequest(client);
         client.write(text);
@@ -71,136 +58,99 @@ ScriptedTlsServer::Script answering(std::string text) {
     };
 }
 
+// Sends the piece again and again, until the client goes away.
+Script repeating(std::string first, std::string piece, milliseconds pause) {
+    return [=](TlsConnection& client) {
+        readRequest(client);
+        client.write(first);
+        while (client.write(piece))
+            std::this_thread::sleep_for(pause);
+    };
+}
+
 std::shared_ptr<const ByteBuffer> largeBody(std::size_t size) {
     auto body = std::make_shared<ByteBuffer>();
-    const std::span<char> bytes = body->spare(size);
     std::uint32_t noise = 1;
-    for (std::size_t i = 0; i < size; ++i)
-        bytes[i] = static_cast<char>((noise = noise * 1664525U + 1013904223U) >> 24U);
+    for (char& byte : body->spare(size).first(size))
+        byte = static_cast<char>((noise = noise * 1664525U + 1013904223U) >> 24U);
     body->extend(size);
     return body;
 }
 
 }  // namespace
 
-TEST(CurlUrlSession, SendsTheRequestAndNothingElse) {
-    std::string head;
-    std::string body;
-    const ScriptedTlsServer server(certificate(), [&](TlsConnection& client) {
-        head = client.readHead();
-        body = client.read(2);
-        client.write(okay);
-    });
-    EXPECT_EQ(outcomeOf(*sessionFor(server), request(bodyOf("{}"))).status, 200);
-    EXPECT_EQ(head,
-              "POST /tracking HTTP/1.1\r\n"
-              "Host: backend.example\r\n"
-              "Content-Type: application/json\r\n"
-              "Content-Length: 2\r\n"
-              "\r\n");
-    EXPECT_EQ(body, "{}");
-}
-
-TEST(CurlUrlSession, SendsALargeBodyByteForByte) {
-    const auto body = largeBody(64 * megabyte);
-    std::string head;
-    bool identical = false;
-    const ScriptedTlsServer server(certificate(), [&](TlsConnection& client) {
-        head = client.readHead();
-        identical = client.read(body->size()) == body->view();
-        client.write(okay);
-    });
-    EXPECT_EQ(outcomeOf(*sessionFor(server), request(body)).status, 200);
-    EXPECT_TRUE(identical);
-    EXPECT_THAT(head, Not(HasSubstr("Expect:")));
-}
-
-TEST(CurlUrlSession, AnEmptyBodyIsSentAsSuch) {
-    std::string head;
-    const ScriptedTlsServer server(certificate(), [&](TlsConnection& client) {
-        head = client.readHead();
-        client.write(okay);
-    });
-    EXPECT_EQ(outcomeOf(*sessionFor(server), request(bodyOf(""))).status, 200);
-    EXPECT_THAT(head, HasSubstr("Content-Length: 0\r\n"));
+TEST(CurlUrlSession, SendsTheRequestByteForByteAndNothingElse) {
+    for (const auto& body : {bodyOf("{}"), bodyOf(""), largeBody(64 * megabyte)}) {
+        std::string head;
+        bool identical = false;
+        const ScriptedTlsServer server(certificate(), [&](TlsConnection& client) {
+            head = client.readHead();
+            identical = client.read(body->size()) == body->view();
+            client.write(okay);
+        });
+        EXPECT_EQ(outcomeOf(*sessionFor(server), request(body)).status, 200);
+        EXPECT_TRUE(identical);
+        EXPECT_EQ(head,
+                  "POST /tracking HTTP/1.1\r\n"
+                  "Host: backend.example\r\n"
+                  "Content-Type: application/json\r\n"
+                  "Content-Length: " +
+                      std::to_string(body->size()) + "\r\n\r\n");
+    }
 }
 
 TEST(CurlUrlSession, DeliversTheStatusOfTheFinalAnswer) {
-    struct Case {
-        const char* answer;
-        int status;
-    };
-    for (const Case& c :
+    using Case = std::pair<const char*, int>;
+    for (const auto& [answer, status] :
          {Case{"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello", 200},
           Case{"HTTP/1.1 200 OK\r\n\r\nas long as the connection", 200},
-          Case{"HTTP/1.1 201 Created\r\nContent-Length: 0\r\n\r\n", 201}, Case{"HTTP/1.1 204 No Content\r\n\r\n", 204},
+          Case{"HTTP/1.1 201 Created\r\nContent-Length: 0\r\n\r\n", 201},
           Case{"HTTP/1.1 301 Moved\r\nLocation: https://backend.example/else\r\n\r\n", 301},
           Case{"HTTP/1.1 401 No\r\nWWW-Authenticate: Basic\r\nContent-Length: 0\r\n\r\n", 401},
-          Case{"HTTP/1.1 500 Oops\r\nContent-Length: 0\r\n\r\n", 500},
           Case{"HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 204 No Content\r\n\r\n", 204},
-          Case{"HTTP/1.1 103 Early Hints\r\n\r\nHTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", 200}}) {
-        SCOPED_TRACE(c.answer);
-        const ScriptedTlsServer server(certificate(), answering(c.answer));
-        const auto outcome = outcomeOf(*sessionFor(server), request(bodyOf("{}")));
-        EXPECT_EQ(outcome.status, c.status);
+          Case{"HTTP/1.1 103 Early Hints\r\n\r\nHTTP/1.1 500 Oops\r\nContent-Length: 0\r\n\r\n", 500}}) {
+        SCOPED_TRACE(answer);
+        const ScriptedTlsServer server(certificate(), answering(answer));
+        const auto outcome = outcomeOf(*sessionFor(server));
+        EXPECT_EQ(outcome.status, status);
         EXPECT_THAT(outcome.error, IsEmpty());
         EXPECT_EQ(server.clients(), 1) << "nothing is followed, and nothing is sent twice";
     }
 }
 
 TEST(CurlUrlSession, ReportsAnAnswerThatIsNoneInCurlsWords) {
-    struct Case {
-        const char* what;
-        ScriptedTlsServer::Script script;
-        const char* error;
-    };
-    const std::array cases{
-        Case{"no answer", answering(""), "Empty reply from server"},
-        Case{"broken off before the answer", readRequest, "Empty reply from server"},
-        Case{"broken off while the body is sent", [](TlsConnection& client) { client.readHead(); }, ""},
-        Case{"not HTTP", answering("220 mail.example ESMTP\r\n"), "Received HTTP/0.9 when not allowed"},
-        Case{"an interim answer only", answering("HTTP/1.1 100 Continue\r\n\r\n"), "Empty reply from server"},
-        Case{"another protocol", answering("HTTP/1.1 101 Switching Protocols\r\n\r\nhello"),
-             "Server returned nothing (no headers, no data)"},
-        Case{"a body that is too short", answering("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n1234"),
-             "transfer closed with 5 bytes remaining to read"},
-        Case{"a head without an end",
-             [](TlsConnection& client) {
-                 readRequest(client);
-                 client.write("HTTP/1.1 200 OK\r\n");
-                 while (client.write("X-Filler: " + std::string(1000, 'x') + "\r\n")) {
-                 }
-             },
-             ""}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        const ScriptedTlsServer server(certificate(), c.script);
-        const auto outcome = outcomeOf(*sessionFor(server), request(bodyOf("{}")));
+    using Case = std::tuple<const char*, Script, const char*>;
+    for (const auto& [what, script, error] :
+         {Case{"broken off before the answer", readRequest, "Empty reply from server"},
+          Case{"broken off while the body is sent", [](TlsConnection& client) { client.readHead(); }, ""},
+          Case{"not HTTP", answering("220 mail.example ESMTP\r\n"), "Received HTTP/0.9 when not allowed"},
+          Case{"an interim answer only", answering("HTTP/1.1 100 Continue\r\n\r\n"), "Empty reply from server"},
+          Case{"another protocol", answering("HTTP/1.1 101 Switching Protocols\r\n\r\nhello"),
+               "Server returned nothing (no headers, no data)"},
+          Case{"a body that is too short", answering("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n1234"),
+               "transfer closed with 5 bytes remaining to read"},
+          Case{"a head without an end",
+               repeating("HTTP/1.1 200 OK\r\n", "X-Filler: " + std::string(1000, 'x') + "\r\n", 0ms), ""}}) {
+        SCOPED_TRACE(what);
+        const ScriptedTlsServer server(certificate(), script);
+        const auto outcome = outcomeOf(*sessionFor(server));
         EXPECT_FALSE(outcome.hasResponse);
-        EXPECT_THAT(outcome.error, HasSubstr(c.error));
+        EXPECT_THAT(outcome.error, HasSubstr(error));
         EXPECT_THAT(outcome.error, Not(IsEmpty()));
     }
 }
 
 TEST(CurlUrlSession, ReportsWhatCannotBeReached) {
-    std::uint16_t unused = 0;
-    {
-        const ScriptedTlsServer gone(certificate(), readRequest);
-        unused = gone.port();
-    }
-    const auto refused = outcomeOf(*sessionFor(unused, std::nullopt), request(bodyOf("{}")));
-    EXPECT_THAT(refused.error, HasSubstr("Failed to connect to 127.0.0.1"));
-
-    UrlRequest unencrypted = request(bodyOf("{}"));
-    unencrypted.url = urlOf("http://backend.example/tracking");
-    const auto notSent = outcomeOf(*sessionFor(unused, std::nullopt), unencrypted);
-    EXPECT_THAT(notSent.error, HasSubstr("\"http\" not supported or disabled"));
+    const std::uint16_t unused = ScriptedTlsServer(certificate(), readRequest).port();
+    const auto session = sessionFor(unused, std::nullopt);
+    EXPECT_THAT(outcomeOf(*session).error, HasSubstr("Failed to connect to 127.0.0.1"));
+    EXPECT_THAT(outcomeOf(*session, refusedRequest()).error, HasSubstr("\"http\" not supported or disabled"));
 }
 
 TEST(CurlUrlSession, RespectsTheProxyVariables) {
     setenv("https_proxy", "http://127.0.0.1:9", 1);
     CurlUrlSession session;
-    EXPECT_THAT(outcomeOf(session, request(bodyOf("{}"))).error, HasSubstr("127.0.0.1 port 9"));
+    EXPECT_THAT(outcomeOf(session).error, HasSubstr("127.0.0.1 port 9"));
 }
 
 TEST(CurlUrlSession, TalksOnlyToAServerWhoseCertificateIsRight) {
@@ -237,86 +187,71 @@ TEST(CurlUrlSession, TalksOnlyToAServerWhoseCertificateIsRight) {
 }
 
 TEST(CurlUrlSession, NoVariableMakesItTrustACertificate) {
-    const test::TemporaryDirectory directory;
+    const TemporaryDirectory directory;
     const auto file = directory.path() / "certificate.pem";
-    std::ofstream(file) << certificate().pem();
+    writeFile(file, certificate().pem());
     for (const char* variable : {"SSL_CERT_FILE", "CURL_CA_BUNDLE"})
         setenv(variable, file.c_str(), 1);
     setenv("SSL_CERT_DIR", directory.path().c_str(), 1);
 
     const ScriptedTlsServer server(certificate(), answering(okay));
-    const auto outcome = outcomeOf(*sessionFor(server.port(), std::nullopt), request(bodyOf("{}")));
-    EXPECT_THAT(outcome.error, HasSubstr("self-signed certificate"));
+    EXPECT_THAT(outcomeOf(*sessionFor(server.port(), std::nullopt)).error, HasSubstr("self-signed certificate"));
 }
 
 TEST(CurlUrlSession, RefusesOldTls) {
     const ScriptedTlsServer server(certificate(), answering(okay), Kind::onlyTls11);
-    const auto outcome = outcomeOf(*sessionFor(server), request(bodyOf("{}")));
-    EXPECT_THAT(outcome.error, AnyOf(HasSubstr("protocol version"), HasSubstr("unsupported protocol")));
+    EXPECT_THAT(outcomeOf(*sessionFor(server)).error,
+                AnyOf(HasSubstr("protocol version"), HasSubstr("unsupported protocol")));
     EXPECT_EQ(server.clients(), 0);
 }
 
 TEST(CurlUrlSession, AnEarlyAnswerCountsOnlyWhenItIsARefusal) {
     const auto body = largeBody(60 * megabyte);
-    {
-        const ScriptedTlsServer server(certificate(), [](TlsConnection& client) {
+    const auto outcomeOfEarly = [&](const std::string& answer) {
+        const ScriptedTlsServer server(certificate(), [&](TlsConnection& client) {
             client.readHead();
             client.read(20'000);
-            client.write("HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+            client.write(answer);
             client.close();
             client.waitForEnd();
         });
-        const auto outcome = outcomeOf(*sessionFor(server), request(body));
-        EXPECT_FALSE(outcome.hasResponse);
-        EXPECT_EQ(outcome.error, "The server answered before the whole body was sent");
-    }
-    {
-        const ScriptedTlsServer server(certificate(), [](TlsConnection& client) {
-            client.readHead();
-            client.write("HTTP/1.1 413 Too Large\r\nContent-Length: 0\r\n\r\n");
-            client.waitForEnd();
-        });
-        EXPECT_EQ(outcomeOf(*sessionFor(server), request(body)).status, 413);
-    }
+        return outcomeOf(*sessionFor(server), request(body));
+    };
+    const auto accepted = outcomeOfEarly("HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+    EXPECT_FALSE(accepted.hasResponse);
+    EXPECT_EQ(accepted.error, "The server answered before the whole body was sent");
+    EXPECT_EQ(outcomeOfEarly("HTTP/1.1 413 Too Large\r\nContent-Length: 0\r\n\r\n").status, 413);
 }
 
 TEST(CurlUrlSession, EndsWhenNothingMoves) {
     const auto waits = [](TlsConnection& client) { client.waitForEnd(); };
+    // An answer that trickles in does not keep the upload alive.
+    const auto tricklesBeforeTheBody = [](TlsConnection& client) {
+        client.readHead();
+        while (client.write("HTTP/1.1 102 Processing\r\n\r\n"))
+            std::this_thread::sleep_for(50ms);
+    };
+    const auto stopsWithinTheAnswer = [](TlsConnection& client) {
+        readRequest(client);
+        client.write("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n12");
+        client.waitForEnd();
+    };
     struct Case {
         const char* what;
         Kind kind;
-        ScriptedTlsServer::Script script;
+        Script script;
         std::size_t bodySize;
         const char* error;
     };
-    const std::array cases{Case{"a handshake", Kind::silent, waits, 2, "SSL connection timeout"},
-                           Case{"an answer", Kind::current, waits, 8 * megabyte, "Timeout was reached"},
-                           Case{"the taking in of a body", Kind::current,
-                                [](TlsConnection& client) {
-                                    client.readHead();
-                                    // An answer that trickles in does not keep the upload alive.
-                                    while (client.write("HTTP/1.1 102 Processing\r\n\r\n"))
-                                        std::this_thread::sleep_for(milliseconds(50));
-                                },
-                                8 * megabyte, "Timeout was reached"},
-                           Case{"the rest of an answer", Kind::current,
-                                [](TlsConnection& client) {
-                                    readRequest(client);
-                                    client.write("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n12");
-                                    client.waitForEnd();
-                                },
-                                2, "Timeout was reached"},
-                           Case{"a final answer", Kind::current,
-                                [](TlsConnection& client) {
-                                    readRequest(client);
-                                    while (client.write("HTTP/1.1 102 Processing\r\n\r\n"))
-                                        std::this_thread::sleep_for(milliseconds(50));
-                                },
-                                2, "Timeout was reached"}};
-    for (const Case& c : cases) {
+    for (const Case& c : {Case{"a handshake", Kind::silent, waits, 2, "SSL connection timeout"},
+                          Case{"an answer", Kind::current, waits, 8 * megabyte, "Timeout was reached"},
+                          Case{"a body", Kind::current, tricklesBeforeTheBody, 8 * megabyte, "Timeout was reached"},
+                          Case{"the rest of an answer", Kind::current, stopsWithinTheAnswer, 2, "Timeout was reached"},
+                          Case{"a final answer", Kind::current, repeating("", "HTTP/1.1 102 Processing\r\n\r\n", 50ms),
+                               2, "Timeout was reached"}}) {
         SCOPED_TRACE(c.what);
         const ScriptedTlsServer server(certificate(), c.script, c.kind);
-        const auto outcome = outcomeOf(*sessionFor(server), request(largeBody(c.bodySize), milliseconds(300)));
+        const auto outcome = outcomeOf(*sessionFor(server), request(largeBody(c.bodySize), 300ms));
         EXPECT_FALSE(outcome.hasResponse);
         EXPECT_THAT(outcome.error, HasSubstr(c.error));
     }
@@ -329,32 +264,18 @@ TEST(CurlUrlSession, GoesOnAsLongAsTheServerTakesInTheBody) {
         client.readHead();
         for (std::size_t taken = 0; taken < body->size(); taken += 64'000) {
             client.read(std::min<std::size_t>(64'000, body->size() - taken));
-            std::this_thread::sleep_for(milliseconds(50));
+            std::this_thread::sleep_for(50ms);
         }
         client.write(okay);
     });
-    const auto outcome = outcomeOf(*sessionFor(server), request(body, milliseconds(1000)));
-    EXPECT_EQ(outcome.status, 200) << outcome.error;
+    EXPECT_EQ(outcomeOf(*sessionFor(server), request(body, 1s)).status, 200);
 }
 
 TEST(CurlUrlSession, CutsOffAnAnswerThatDoesNotEnd) {
-    struct Case {
-        const char* what;
-        std::size_t piece;
-        milliseconds pause;
-        milliseconds timeout;
-    };
-    for (const Case& c : {Case{"a flood", 100'000, milliseconds(0), std::chrono::minutes(10)},
-                          Case{"a trickle", 1, milliseconds(20), std::chrono::seconds(1)}}) {
-        SCOPED_TRACE(c.what);
-        const ScriptedTlsServer server(certificate(), [&](TlsConnection& client) {
-            readRequest(client);
-            client.write("HTTP/1.1 200 OK\r\n\r\n");
-            while (client.write(std::string(c.piece, 'x')))
-                std::this_thread::sleep_for(c.pause);
-        });
-        EXPECT_EQ(outcomeOf(*sessionFor(server), request(bodyOf("{}"), c.timeout)).status, 200);
-    }
+    const ScriptedTlsServer flood(certificate(), repeating("HTTP/1.1 200 OK\r\n\r\n", std::string(100'000, 'x'), 0ms));
+    EXPECT_EQ(outcomeOf(*sessionFor(flood), request(bodyOf("{}"), 10min)).status, 200);
+    const ScriptedTlsServer trickle(certificate(), repeating("HTTP/1.1 200 OK\r\n\r\n", "x", 20ms));
+    EXPECT_EQ(outcomeOf(*sessionFor(trickle), request(bodyOf("{}"), 1s)).status, 200);
 }
 
 TEST(CurlUrlSession, AStalledTransferHoldsNobodyUp) {
@@ -368,47 +289,38 @@ TEST(CurlUrlSession, AStalledTransferHoldsNobodyUp) {
         client.write(okay);
     });
     const auto session = sessionFor(server);
-    UrlRequest stalling = request(bodyOf("{}"));
-    stalling.url = urlOf("https://backend.example/stall");
-    PostedRequest first(*session, stalling);
+    PostedRequest first(*session, request(bodyOf("{}"), 60s, "https://backend.example/stall"));
     stalled.wait();
     for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(outcomeOf(*session, request(bodyOf("{}"))).status, 200);
+        EXPECT_EQ(outcomeOf(*session).status, 200);
     EXPECT_FALSE(first.isOver());
 }
 
 TEST(CurlUrlSession, CallsHandlersOnItsThreadAndReleasesThemThere) {
     const ScriptedTlsServer server(certificate(), answering(okay));
     const auto session = sessionFor(server);
-    const std::thread::id delivery = outcomeOf(*session, request(bodyOf("{}"))).thread;
+    const std::thread::id delivery = outcomeOf(*session).thread;
     EXPECT_NE(delivery, std::this_thread::get_id());
 
     std::promise<std::thread::id> released;
-    const std::weak_ptr<const ByteBuffer> body = [&] {
-        auto shared = bodyOf("{}");
-        std::shared_ptr<void> token(nullptr, [&](void*) { released.set_value(std::this_thread::get_id()); });
-        auto sent = request(shared);
-        session->dataTask(std::move(sent), [token = std::move(token)](const auto&, const auto&) {})->resume();
-        return shared;
-    }();
+    auto body = bodyOf("{}");
+    const std::weak_ptr<const ByteBuffer> observed = body;
+    std::shared_ptr<void> token(nullptr, [&](void*) { released.set_value(std::this_thread::get_id()); });
+    session->dataTask(request(std::move(body)), [token = std::move(token)](const auto&, const auto&) {})->resume();
     EXPECT_EQ(released.get_future().get(), delivery);
-    EXPECT_TRUE(body.expired());
+    EXPECT_TRUE(observed.expired());
 }
 
 TEST(CurlUrlSession, TheHostsSignalsAreNotForItsThread) {
     CurlUrlSession session;
-    UrlRequest refused = request(bodyOf("{}"));
-    refused.url = urlOf("http://backend.example/");
     std::promise<bool> blocked;
-    session
-        .dataTask(refused,
-                  [&](const auto&, const auto&) {
-                      sigset_t signals;
-                      pthread_sigmask(SIG_BLOCK, nullptr, &signals);
-                      blocked.set_value(sigismember(&signals, SIGTERM) == 1 && sigismember(&signals, SIGPIPE) == 1 &&
-                                        sigismember(&signals, SIGSEGV) == 0);
-                  })
-        ->resume();
+    const auto task = session.dataTask(refusedRequest(), [&](const auto&, const auto&) {
+        sigset_t signals;
+        pthread_sigmask(SIG_BLOCK, nullptr, &signals);
+        blocked.set_value(sigismember(&signals, SIGTERM) == 1 && sigismember(&signals, SIGPIPE) == 1 &&
+                          sigismember(&signals, SIGSEGV) == 0);
+    });
+    task->resume();
     EXPECT_TRUE(blocked.get_future().get());
 }
 
@@ -431,39 +343,19 @@ TEST(CurlUrlSession, AnswersAtOnceWhenTheSystemRefusesAThread) {
     EXPECT_THAT(outcome.error, HasSubstr("unavailable"));
 }
 
-TEST(CurlUrlSession, AHandlerMayPostAgain) {
+TEST(CurlUrlSession, ATaskIsSentOnceItIsResumedAndOnlyOnceAlsoByAHandler) {
     const ScriptedTlsServer server(certificate(), answering(okay));
     const auto session = sessionFor(server);
-    std::promise<std::optional<int>> second;
-    session
-        ->dataTask(request(bodyOf("{}")),
-                   [&](const auto&, const auto&) {
-                       session
-                           ->dataTask(request(bodyOf("{}")),
-                                      [&](const auto& response, const auto&) {
-                                          second.set_value(response ? response->statusCode : std::nullopt);
-                                      })
-                           ->resume();
-                   })
-        ->resume();
-    EXPECT_EQ(second.get_future().get(), 200);
-    EXPECT_EQ(server.clients(), 2);
-}
-
-TEST(CurlUrlSession, ATaskIsSentOnceItIsResumedAndOnlyOnce) {
-    const ScriptedTlsServer server(certificate(), answering(okay));
-    const auto session = sessionFor(server);
+    std::promise<std::shared_ptr<PostedRequest>> second;
     int calls = 0;
     const auto never = session->dataTask(request(bodyOf("{}")), [&](const auto&, const auto&) { ++calls; });
-    std::promise<void> answered;
     const auto twice = session->dataTask(request(bodyOf("{}")), [&](const auto&, const auto&) {
         ++calls;
-        answered.set_value();
+        second.set_value(std::make_shared<PostedRequest>(*session, request(bodyOf("{}"))));
     });
     twice->resume();
     twice->resume();
-    answered.get_future().wait();
-    EXPECT_EQ(outcomeOf(*session, request(bodyOf("{}"))).status, 200);
+    EXPECT_EQ(second.get_future().get()->outcome().status, 200);
     EXPECT_EQ(calls, 1);
     EXPECT_EQ(server.clients(), 2);
 }
@@ -479,10 +371,8 @@ TEST(CurlUrlSession, DestroyedItDropsWhatIsUnfinished) {
     bool called = false;
     auto token = std::make_shared<int>();
     const std::weak_ptr<int> handler = token;
-    session
-        ->dataTask(request(bodyOf("{}")),
-                   [&called, token = std::move(token)](const auto&, const auto&) { called = true; })
-        ->resume();
+    auto call = [&called, token = std::move(token)](const auto&, const auto&) { called = true; };
+    session->dataTask(request(bodyOf("{}")), std::move(call))->resume();
     const auto left = session->dataTask(request(bodyOf("{}")), [&called](const auto&, const auto&) { called = true; });
     stalled.wait();
     session.reset();
@@ -496,11 +386,9 @@ TEST(CurlUrlSessionDeathTest, AThrowingHandlerTerminates) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto post = [] {
         CurlUrlSession session;
-        UrlRequest refused = request(bodyOf("{}"));
-        refused.url = urlOf("http://backend.example/");
-        session.dataTask(refused, [](const auto&, const auto&) { throw std::runtime_error("thrown by a host"); })
-            ->resume();
-        std::this_thread::sleep_for(std::chrono::minutes(1));
+        const auto handler = [](const auto&, const auto&) { throw std::runtime_error("thrown by a host"); };
+        session.dataTask(refusedRequest(), handler)->resume();
+        std::this_thread::sleep_for(1min);
     };
     EXPECT_DEATH(post(), "thrown by a host");
 }

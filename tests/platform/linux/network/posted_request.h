@@ -1,24 +1,12 @@
 #pragma once
 
-#include <chrono>
 #include <future>
-#include <memory>
-#include <optional>
 #include <stdexcept>
-#include <string>
-#include <string_view>
 #include <thread>
-#include <utility>
 
 #include "platform/url_session.h"
 
 namespace tarvex::test {
-
-inline Url urlOf(std::string_view text) {
-    const auto url = Url::parse(text);
-    if (!url) throw std::invalid_argument(std::string(text) + " is no URL");
-    return *url;
-}
 
 inline std::shared_ptr<const platform::ByteBuffer> bodyOf(std::string_view text) {
     auto body = std::make_shared<platform::ByteBuffer>();
@@ -28,8 +16,9 @@ inline std::shared_ptr<const platform::ByteBuffer> bodyOf(std::string_view text)
 
 /// What a document is posted with, to the host that the tests' certificates name.
 inline platform::UrlRequest request(std::shared_ptr<const platform::ByteBuffer> body,
-                                    std::chrono::milliseconds timeout = std::chrono::seconds(60)) {
-    return {.url = urlOf("https://backend.example/tracking"),
+                                    std::chrono::milliseconds timeout = std::chrono::seconds(60),
+                                    std::string_view url = "https://backend.example/tracking") {
+    return {.url = Url::parse(url).value(),
             .method = "POST",
             .headers = {{"Content-Type", "application/json"}},
             .body = std::move(body),
@@ -49,15 +38,13 @@ public:
     PostedRequest(platform::UrlSession& session, platform::UrlRequest request) {
         auto promise = std::make_shared<std::promise<Outcome>>();
         outcome_ = promise->get_future();
-        session
-            .dataTask(std::move(request),
-                      [promise](const auto& response, const auto& error) {
-                          promise->set_value({.hasResponse = response.has_value(),
-                                              .status = response ? response->statusCode : std::nullopt,
-                                              .error = error ? error->localizedDescription : std::string(),
-                                              .thread = std::this_thread::get_id()});
-                      })
-            ->resume();
+        const auto keep = [promise](const auto& response, const auto& error) {
+            promise->set_value({.hasResponse = response.has_value(),
+                                .status = response ? response->statusCode : std::nullopt,
+                                .error = error ? error->localizedDescription : std::string(),
+                                .thread = std::this_thread::get_id()});
+        };
+        session.dataTask(std::move(request), keep)->resume();
     }
 
     bool isOver() const { return outcome_.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }

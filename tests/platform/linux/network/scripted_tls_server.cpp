@@ -10,20 +10,38 @@
 
 namespace tarvex::test {
 
-namespace {
-
-// Only on the server's own threads: a signal that the client's code caused would end the test.
-void blockSigpipe() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+std::string TlsConnection::readHead() {
+    std::string head;
+    while (!head.ends_with("\r\n\r\n")) {
+        const std::string next = read(1);
+        if (next.empty()) break;
+        head += next;
+    }
+    return head;
 }
 
-}  // namespace
+std::string TlsConnection::read(std::size_t count) {
+    std::string bytes(count, '\0');
+    std::size_t filled = 0;
+    std::size_t arrived = 0;
+    while (filled < count && SSL_read_ex(ssl_.get(), bytes.data() + filled, count - filled, &arrived) == 1)
+        filled += arrived;
+    bytes.resize(filled);
+    return bytes;
+}
+
+bool TlsConnection::write(std::string_view text) {
+    std::size_t written = 0;
+    return SSL_write_ex(ssl_.get(), text.data(), text.size(), &written) == 1;
+}
+
+void TlsConnection::waitForEnd() {
+    while (!read(std::size_t{1} << 16U).empty()) {
+    }
+}
 
 ScriptedTlsServer::ScriptedTlsServer(const collector::SelfSignedCertificate& certificate, Script script, Kind kind)
-    : script_(std::move(script)), kind_(kind), context_(SSL_CTX_new(TLS_server_method())) {
+    : script_(std::move(script)), kind_(kind), context_(SSL_CTX_new(TLS_server_method()), SSL_CTX_free) {
     if (SSL_CTX_use_certificate(context_.get(), certificate.certificate()) != 1 ||
         SSL_CTX_use_PrivateKey(context_.get(), certificate.key()) != 1)
         throw std::runtime_error("the certificate cannot be used");
@@ -75,7 +93,11 @@ void ScriptedTlsServer::accept() {
 }
 
 void ScriptedTlsServer::serve(int socket) {
-    blockSigpipe();
+    // Only on the server's own threads: a signal that the client's code caused would end the test.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     if (kind_ == Kind::silent) {
         char ignored = 0;
         while (recv(socket, &ignored, 1, 0) > 0) {
@@ -87,6 +109,11 @@ void ScriptedTlsServer::serve(int socket) {
     const std::scoped_lock lock(mutex_);
     std::erase(sockets_, socket);
     close(socket);
+}
+
+const collector::SelfSignedCertificate& certificate() {
+    static const collector::SelfSignedCertificate certificate("backend.example");
+    return certificate;
 }
 
 }  // namespace tarvex::test

@@ -3,17 +3,46 @@
 #include <openssl/ssl.h>
 
 #include <atomic>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
-#include "platform/linux/network/tls_connection.h"
 #include "self_signed_certificate.h"
 
 namespace tarvex::test {
+
+/// The server's end of one TLS connection. Every operation ends early when the client goes away or the server stops.
+class TlsConnection {
+public:
+    /// Shakes hands over `socket` as `context` says.
+    TlsConnection(SSL_CTX* context, int socket)
+        : ssl_(SSL_new(context), SSL_free),
+          established_(SSL_set_fd(ssl_.get(), socket) == 1 && SSL_accept(ssl_.get()) == 1) {}
+
+    bool isEstablished() const { return established_; }
+
+    /// A request's head, the empty line included.
+    std::string readHead();
+
+    /// The next `count` bytes, fewer at the end of the connection.
+    std::string read(std::size_t count);
+
+    /// False once nothing more can be written.
+    bool write(std::string_view text);
+
+    /// Reads until the client goes away.
+    void waitForEnd();
+
+    /// Says good-bye, as TLS wants it. Without this a connection just breaks off.
+    void close() { SSL_shutdown(ssl_.get()); }
+
+private:
+    std::unique_ptr<SSL, void (*)(SSL*)> ssl_;
+    bool established_;
+};
 
 /// A server on loopback that treats each client as its script says, each on a thread of its own.
 class ScriptedTlsServer {
@@ -34,17 +63,13 @@ public:
     int clients() const { return clients_; }
 
 private:
-    struct Free {
-        void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
-    };
-
     void listen();
     void accept();
     void serve(int socket);
 
     Script script_;
     Kind kind_;
-    std::unique_ptr<SSL_CTX, Free> context_;
+    std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> context_;
     int listener_ = -1;
     std::uint16_t port_ = 0;
     std::atomic<int> clients_ = 0;
@@ -53,5 +78,8 @@ private:
     std::vector<std::jthread> conversations_;
     std::jthread acceptor_;
 };
+
+/// What the tests' servers show to their clients.
+const collector::SelfSignedCertificate& certificate();
 
 }  // namespace tarvex::test

@@ -1,204 +1,142 @@
 #include "platform/linux/sensor/iio_light_sensor.h"
 
-#include <gmock/gmock.h>
 #include <sys/stat.h>
-
-#include <limits>
 
 #include "platform/linux/sensor/sensor_attribute.h"
 #include "platform/linux/sensor/sensor_tree.h"
+#include "prelude.h"
 
 namespace tarvex::platform {
 namespace {
 
 using test::SensorTree;
-using ::testing::Optional;
 
 TEST(ParseSensorNumber, TakesThePlainNumbersOfTheKernelOnly) {
-    struct Case {
-        std::string_view text;
-        std::optional<double> expected;
-    };
-    for (const Case& c :
+    using Case = std::pair<const char*, double>;
+    for (const auto& [text, expected] :
          {Case{"0\n", 0.0}, Case{"123.456000\n", 123.456}, Case{"-0.500000\n", -0.5}, Case{"250", 250.0},
-          Case{"250 \t\r\n", 250.0}, Case{"1e3\n", 1000.0}, Case{"4294967297\n", 4294967297.0},
-          Case{"1,5\n", std::nullopt}, Case{"nan\n", std::nullopt}, Case{"-nan(x)\n", std::nullopt},
-          Case{"inf\n", std::nullopt}, Case{"1e999\n", std::nullopt}, Case{"", std::nullopt}, Case{"\n", std::nullopt},
-          Case{"12 dB\n", std::nullopt}, Case{"1 2 3\n", std::nullopt}, Case{"0x10\n", std::nullopt},
-          Case{"-\n", std::nullopt}, Case{std::string_view("1\0", 2), std::nullopt}})
-        EXPECT_EQ(parseSensorNumber(c.text), c.expected) << c.text;
+          Case{"250 \t\r\n", 250.0}, Case{"1e3\n", 1000.0}, Case{"4294967297\n", 4294967297.0}})
+        EXPECT_EQ(parseSensorNumber(text), expected) << text;
+    for (const std::string_view text :
+         {"1,5\n", "nan\n", "-nan(x)\n", "inf\n", "1e999\n", "", "\n", "12 dB\n", "1 2 3\n", "0x10\n", "-\n"})
+        EXPECT_EQ(parseSensorNumber(text), std::nullopt) << text;
+    EXPECT_EQ(parseSensorNumber(std::string_view("1\0", 2)), std::nullopt);
 }
 
-TEST(IioLightSensor, ReadsEveryDriverRight) {
-    struct Case {
-        const char* driver;
-        SensorTree::Attributes attributes;
-        LightReading expected;
-    };
-    const Case cases[] = {
-        {"opt4060",
-         {{"in_illuminance_input", "321.500000\n"},
-          {"in_intensity_red_raw", "11\n"},
-          {"in_intensity_green_raw", "22\n"},
-          {"in_intensity_blue_raw", "33\n"},
-          {"in_intensity_clear_raw", "44\n"}},
-         {322, {11, 22, 33, 44}}},
-        {"apds9960",
-         {{"in_intensity_clear_raw", "400\n"},
-          {"in_intensity_red_raw", "100\n"},
-          {"in_intensity_green_raw", "200\n"},
-          {"in_intensity_blue_raw", "300\n"},
-          {"in_intensity_scale", "16\n"},
-          {"scale", "16\n"},
-          {"in_proximity_raw", "7\n"}},
-         {0, {100, 200, 300, 400}}},
-        {"tcs3472, tcs3414, bh1745, veml6040",
-         {{"in_intensity_red_raw", "65535\n"},
-          {"in_intensity_green_raw", "2\n"},
-          {"in_intensity_blue_raw", "3\n"},
-          {"in_intensity_clear_raw", "4\n"}},
-         {0, {65535, 2, 3, 4}}},
-        {"isl29125",
-         {{"in_intensity_green_raw", "20\n"}, {"in_intensity_red_raw", "10\n"}, {"in_intensity_blue_raw", "30\n"}},
-         {0, {10, 20, 30, 0}}},
-        {"veml6030",
-         {{"in_illuminance_raw", "9999\n"},
-          {"in_illuminance_input", "57\n"},
-          {"in_illuminance_scale", "0.5\n"},
-          {"in_intensity_both_raw", "812\n"}},
-         {57, {812, 0, 0, 0}}},
-        {"tsl2591",
-         {{"in_illuminance_input", "10.000000\n"}, {"in_intensity_both_raw", "500\n"}, {"in_intensity_ir_raw", "90\n"}},
-         {10, {500, 90, 0, 0}}},
-        {"hid-sensor-als",
-         {{"in_illuminance_raw", "250000\n"},
-          {"in_illuminance_scale", "0.001000\n"},
-          {"in_illuminance_offset", "500\n"},
-          {"in_intensity_both_raw", "250000\n"}},
-         {251, {250000, 0, 0, 0}}},  // 250.5, to the nearest
-        {"raw level alone", {{"in_illuminance_raw", "42\n"}}, {42, {}}},
-        {"numbered, with a scale that is shared",
-         {{"in_illuminance1_raw", "7\n"},
-          {"in_illuminance0_raw", "100\n"},
-          {"in_illuminance1_scale", "9\n"},
-          {"in_illuminance_scale", "2\n"},
-          {"in_illuminance0_offset", "-10\n"},
-          {"in_intensity0_both_raw", "5\n"},
-          {"in_intensity1_ir_raw", "6\n"}},
-         {180, {5, 6, 0, 0}}},
-        {"numbered tenth after ninth",
-         {{"in_illuminance10_input", "10\n"}, {"in_illuminance9_input", "9\n"}, {"in_intensity_raw", "3\n"}},
-         {9, {3, 0, 0, 0}}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.driver);
-        SensorTree tree;
-        tree.plug(0, c.attributes);
+class IioLightSensorTest : public ::testing::Test {
+protected:
+    std::optional<LightReading> read(const std::string& attributes) {
+        tree.unplug(0);
+        tree.plug(0, attributes);
         EXPECT_TRUE(IioLightSensor::isLightSensor(tree.device(0)));
-        EXPECT_THAT(IioLightSensor(tree.device(0)).read(), Optional(c.expected));
+        return IioLightSensor(tree.device(0)).read();
     }
-}
 
-TEST(IioLightSensor, OtherDevicesAreNoLightSensors) {
     SensorTree tree;
-    tree.plug(0, {{"in_accel_x_raw", "1\n"}, {"in_accel_scale", "1\n"}, {"name", "bma\n"}});
-    tree.plug(1, {{"in_illuminance_scale", "1\n"}, {"in_intensity_scale", "1\n"}, {"in_intensity_uv_raw", "1\n"}});
-    EXPECT_FALSE(IioLightSensor::isLightSensor(tree.device(0)));
-    EXPECT_FALSE(IioLightSensor::isLightSensor(tree.device(1)));
-    EXPECT_FALSE(IioLightSensor::isLightSensor(tree.device(2)));
+};
+
+TEST_F(IioLightSensorTest, ReadsEveryDriverRight) {
+    using Case = std::pair<const char*, LightReading>;
+    for (const auto& [attributes, expected] :
+         {// opt4060
+          Case{"in_illuminance_input=321.5 in_intensity_red_raw=11 in_intensity_green_raw=22"
+               " in_intensity_blue_raw=33 in_intensity_clear_raw=44",
+               {322, {11, 22, 33, 44}}},
+          // apds9960
+          Case{"in_intensity_clear_raw=400 in_intensity_red_raw=100 in_intensity_green_raw=200"
+               " in_intensity_blue_raw=300 in_intensity_scale=16 scale=16 in_proximity_raw=7",
+               {0, {100, 200, 300, 400}}},
+          // isl29125, and with a fourth channel tcs3472, tcs3414, bh1745, veml6040
+          Case{"in_intensity_green_raw=20 in_intensity_red_raw=65535 in_intensity_blue_raw=30",
+               {0, {65535, 20, 30, 0}}},
+          // veml6030
+          Case{"in_illuminance_raw=9999 in_illuminance_input=57 in_illuminance_scale=0.5 in_intensity_both_raw=812",
+               {57, {812, 0, 0, 0}}},
+          // tsl2591
+          Case{"in_illuminance_input=10 in_intensity_both_raw=500 in_intensity_ir_raw=90", {10, {500, 90, 0, 0}}},
+          // hid-sensor-als: 250.5, to the nearest
+          Case{"in_illuminance_raw=250000 in_illuminance_scale=0.001 in_illuminance_offset=500"
+               " in_intensity_both_raw=250000",
+               {251, {250000, 0, 0, 0}}},
+          Case{"in_illuminance_raw=42", {42, {}}},
+          // numbered, with a scale that is shared
+          Case{"in_illuminance1_raw=7 in_illuminance0_raw=100 in_illuminance1_scale=9 in_illuminance_scale=2"
+               " in_illuminance0_offset=-10 in_intensity0_both_raw=5 in_intensity1_ir_raw=6",
+               {180, {5, 6, 0, 0}}},
+          // the tenth after the ninth
+          Case{"in_illuminance10_input=10 in_illuminance9_input=9 in_intensity_raw=3", {9, {3, 0, 0, 0}}}})
+        EXPECT_THAT(read(attributes), Optional(expected)) << attributes;
 }
 
-TEST(IioLightSensor, LimitsALevelToTheFieldsRange) {
-    struct Case {
-        const char* value;
-        std::intptr_t expected;
-    };
-    for (const Case& c : {Case{"4294967297\n", 4294967297}, Case{"-3.5\n", -4}, Case{"0.49\n", 0},
-                          Case{"1e300\n", std::numeric_limits<std::intptr_t>::max()},
-                          Case{"-1e300\n", std::numeric_limits<std::intptr_t>::min()}}) {
-        SensorTree tree;
-        tree.plug(0, {{"in_illuminance_input", c.value}});
-        EXPECT_THAT(IioLightSensor(tree.device(0)).read(), Optional(LightReading{c.expected, {}})) << c.value;
-    }
+TEST_F(IioLightSensorTest, OtherDevicesAreNoLightSensors) {
+    tree.plug(0, "in_accel_x_raw=1 in_accel_scale=1 name=bma");
+    tree.plug(1, "in_illuminance_scale=1 in_intensity_scale=1 in_intensity_uv_raw=1");
+    for (const int number : {0, 1, 2})
+        EXPECT_FALSE(IioLightSensor::isLightSensor(tree.device(number))) << number;
 }
 
-TEST(IioLightSensor, HalfAReadingIsNoneAndTheNextLookWorksAgain) {
-    for (const char* name :
+TEST_F(IioLightSensorTest, LimitsALevelToTheFieldsRange) {
+    using Limits = std::numeric_limits<std::intptr_t>;
+    using Case = std::pair<std::string, std::intptr_t>;
+    for (const auto& [value, expected] : {Case{"4294967297", 4294967297}, Case{"-3.5", -4}, Case{"0.49", 0},
+                                          Case{"1e300", Limits::max()}, Case{"-1e300", Limits::min()}})
+        EXPECT_THAT(read("in_illuminance_input=" + value), Optional(LightReading{expected, {}})) << value;
+    EXPECT_EQ(read("in_intensity_red_raw=1e39"), std::nullopt) << "beyond a 32-bit float";
+    EXPECT_EQ(read("in_illuminance_raw=1e308 in_illuminance_offset=1e308 in_illuminance_scale=0"), std::nullopt)
+        << "infinity times zero";
+}
+
+TEST_F(IioLightSensorTest, HalfAReadingIsNoneAndTheNextLookWorksAgain) {
+    tree.plug(0, "in_illuminance_raw=10 in_illuminance_scale=2 in_illuminance_offset=1 in_intensity_both_raw=3");
+    for (const std::string name :
          {"in_illuminance_raw", "in_illuminance_scale", "in_illuminance_offset", "in_intensity_both_raw"}) {
-        for (const char* value : {"", "garbage\n", "nan\n", "1,5\n", "1e999\n"}) {
-            SCOPED_TRACE(std::string(name) + " = " + value);
-            SensorTree tree;
-            const SensorTree::Attributes good = {{"in_illuminance_raw", "10\n"},
-                                                 {"in_illuminance_scale", "2\n"},
-                                                 {"in_illuminance_offset", "1\n"},
-                                                 {"in_intensity_both_raw", "3\n"}};
-            tree.plug(0, good);
+        const std::string good = contentsOf(tree.device(0) / name);
+        const std::string tooLong = good + std::string(256, ' ');  // longer than any attribute
+        for (const std::string& value : {std::string(), std::string("garbage\n"), std::string("nan\n"), tooLong}) {
+            SCOPED_TRACE(name + " = " + value);
             tree.set(0, name, value);
             IioLightSensor sensor(tree.device(0));
             EXPECT_EQ(sensor.read(), std::nullopt);
-            tree.set(0, name, good.at(name));
+            tree.set(0, name, good);
             EXPECT_THAT(sensor.read(), Optional(LightReading{22, {3, 0, 0, 0}}));
         }
     }
 }
 
-TEST(IioLightSensor, NumbersThatTheReadingCannotCarryAreNone) {
-    SensorTree tree;
-    tree.plug(0, {{"in_intensity_red_raw", "1e39\n"}});
-    EXPECT_EQ(IioLightSensor(tree.device(0)).read(), std::nullopt) << "beyond a 32-bit float";
-    tree.plug(
-        1, {{"in_illuminance_raw", "1e308\n"}, {"in_illuminance_offset", "1e308\n"}, {"in_illuminance_scale", "0\n"}});
-    EXPECT_EQ(IioLightSensor(tree.device(1)).read(), std::nullopt) << "infinity times zero";
-    tree.plug(2, {{"in_illuminance_input", "1" + std::string(256, ' ')}});
-    EXPECT_EQ(IioLightSensor(tree.device(2)).read(), std::nullopt) << "longer than any attribute";
-}
-
-TEST(IioLightSensor, NeverBlocksOnWhatIsNoRegularFile) {
-    using Replace = void (*)(const std::filesystem::path&);
-    struct Case {
-        const char* what;
-        Replace replace;
+TEST_F(IioLightSensorTest, NeverBlocksOnWhatCannotBeRead) {
+    using Replace = std::function<void(const std::filesystem::path&)>;
+    const auto linkTo = [](const char* target) {
+        return [target](const auto& path) { std::filesystem::create_symlink(target, path); };
     };
-    const Case cases[] = {
-        {"a FIFO without a writer", [](const auto& path) { ASSERT_EQ(mkfifo(path.c_str(), 0600), 0); }},
-        {"a directory, whose read fails", [](const auto& path) { std::filesystem::create_directory(path); }},
-        {"a link to itself", [](const auto& path) { std::filesystem::create_symlink(path, path); }},
-        {"a link to a terminal", [](const auto& path) { std::filesystem::create_symlink("/dev/ptmx", path); }},
-        {"nothing", [](const auto&) {}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        SensorTree tree;
-        tree.plug(0, {{"in_illuminance_input", "5\n"}, {"in_intensity_both_raw", "6\n"}});
+    tree.plug(0, "in_illuminance_input=5 in_intensity_both_raw=6");
+    for (const auto& [what, replace] : std::map<std::string, Replace>{
+             {"a FIFO without a writer", [](const auto& path) { ASSERT_EQ(mkfifo(path.c_str(), 0600), 0); }},
+             {"a directory, whose read fails", [](const auto& path) { std::filesystem::create_directory(path); }},
+             {"a link to itself", linkTo("in_intensity_both_raw")},
+             {"a link to a terminal", linkTo("/dev/ptmx")},
+             // No page is mapped at the start of a process: reading there answers EIO.
+             {"an I/O error", linkTo("/proc/self/mem")},
+             {"nothing", [](const auto&) {}}}) {
+        SCOPED_TRACE(what);
+        tree.set(0, "in_intensity_both_raw", "6\n");
         IioLightSensor sensor(tree.device(0));
         ASSERT_TRUE(sensor.read().has_value());
         const auto attribute = tree.device(0) / "in_intensity_both_raw";
         std::filesystem::remove(attribute);
-        c.replace(attribute);
+        replace(attribute);
         EXPECT_EQ(sensor.read(), std::nullopt);
+        std::filesystem::remove(attribute);
     }
 }
 
-// Reading this file of one's own process at its start answers EIO: no page is mapped there.
-TEST(IioLightSensor, AnIoErrorIsNoReading) {
-    SensorTree tree;
-    tree.plug(0, {{"in_illuminance_input", "5\n"}});
-    IioLightSensor sensor(tree.device(0));
-    ASSERT_TRUE(sensor.read().has_value());
-    std::filesystem::remove(tree.device(0) / "in_illuminance_input");
-    std::filesystem::create_symlink("/proc/self/mem", tree.device(0) / "in_illuminance_input");
-    EXPECT_EQ(sensor.read(), std::nullopt);
-}
-
-TEST(IioLightSensor, ReadsADeviceAgainThatComesBackAsAnother) {
-    SensorTree tree;
-    tree.plug(0, {{"in_illuminance_input", "5\n"}, {"in_intensity_both_raw", "6\n"}});
+TEST_F(IioLightSensorTest, ReadsADeviceAgainThatComesBackAsAnother) {
+    tree.plug(0, "in_illuminance_input=5 in_intensity_both_raw=6");
     IioLightSensor sensor(tree.device(0));
     ASSERT_TRUE(sensor.read().has_value());
     tree.unplug(0);
     EXPECT_EQ(sensor.read(), std::nullopt);
     EXPECT_EQ(sensor.read(), std::nullopt);
-    tree.plug(0, {{"in_intensity_red_raw", "7\n"}});
+    tree.plug(0, "in_intensity_red_raw=7");
     EXPECT_THAT(sensor.read(), Optional(LightReading{0, {7, 0, 0, 0}}));
 }
 

@@ -1,21 +1,15 @@
 // The kernel's tree at its real place: umockdev redirects this process's view of /sys, which is why this executable
 // runs with its library preloaded.
 
-#include <gmock/gmock.h>
 #include <umockdev.h>
-
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "platform/linux/loop/glib_run_loop.h"
 #include "platform/linux/sensor/iio_hid_event_system.h"
+#include "prelude.h"
 
 namespace tarvex::platform {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::SizeIs;
 using Testbed = std::unique_ptr<UMockdevTestbed, decltype([](UMockdevTestbed* bed) { g_object_unref(bed); })>;
 using OwnedText = std::unique_ptr<char, decltype([](char* text) { g_free(text); })>;
 

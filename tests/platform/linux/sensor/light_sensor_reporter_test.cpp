@@ -1,27 +1,13 @@
 #include "platform/linux/sensor/light_sensor_reporter.h"
 
-#include <gmock/gmock.h>
 #include <sys/resource.h>
 
-#include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <functional>
-#include <memory>
-#include <semaphore>
-#include <thread>
-#include <vector>
-
 #include "platform/linux/deadline_grid.h"
+#include "prelude.h"
 #include "testing/manual_run_loop.h"
 
 namespace tarvex::platform {
 namespace {
-
-using namespace std::chrono_literals;
-using tarvex::testing::ManualRunLoop;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 constexpr auto everyMillisecond = [] { return std::chrono::microseconds(1ms); };
 constexpr auto everyHour = [] { return std::chrono::microseconds(1h); };
@@ -30,153 +16,120 @@ LightReading level(std::intptr_t lux) {
     return {lux, {}};
 }
 
-TEST(LightSensorReporter, ReportsTheFirstReadingAtOnceThroughTheRunLoop) {
-    ManualRunLoop loop;
+class LightSensorReporterTest : public ::testing::Test {
+protected:
+    // The reader's thread may look once more while its reporter is being destroyed: `read` owns what it uses.
+    template <typename Read, typename Interval>
+    void report(Read read, Interval interval) {
+        reporter = std::make_unique<LightSensorReporter>(std::move(read), interval, loop, [this](const auto& reading) {
+            levels.push_back(reading.lux);
+            if (onReport) onReport();
+        });
+    }
+
+    testing::ManualRunLoop loop;
+    std::function<void()> onReport;
     std::vector<std::intptr_t> levels;
-    LightSensorReporter reporter([] { return level(7); }, everyHour, loop,
-                                 [&](const LightReading& reading) { levels.push_back(reading.lux); });
+    std::shared_ptr<std::atomic<int>> looks = std::make_shared<std::atomic<int>>(0);
+    std::unique_ptr<LightSensorReporter> reporter;
+};
+
+TEST_F(LightSensorReporterTest, ReportsTheFirstReadingAtOnceThroughTheRunLoop) {
+    report([] { return level(7); }, everyHour);
     loop.waitForPending();
     EXPECT_THAT(levels, IsEmpty());
     loop.runPending();
     EXPECT_THAT(levels, ElementsAre(7));
 }
 
-TEST(LightSensorReporter, ReportsAFreshReadingOnceAnInterval) {
-    ManualRunLoop loop;
+TEST_F(LightSensorReporterTest, ReportsAFreshReadingOnceAnIntervalAndNothingForALookWithoutOne) {
     const auto start = monotonicNow();
-    std::atomic<int> looks = 0;
-    std::vector<std::intptr_t> levels;
-    LightSensorReporter reporter([&looks] { return level(++looks); }, everyMillisecond, loop,
-                                 [&](const LightReading& reading) {
-                                     levels.push_back(reading.lux);
-                                     if (levels.size() == 5) loop.stop();
-                                 });
+    onReport = [this] {
+        if (levels.size() == 5) loop.stop();
+    };
+    const auto read = [looks = looks] { return ++*looks % 3 == 0 ? std::nullopt : std::optional(level(*looks)); };
+    report(read, everyMillisecond);
     loop.run();
     EXPECT_EQ(std::ranges::adjacent_find(levels, std::greater_equal()), levels.end());
-    EXPECT_GE(std::chrono::steady_clock::now() - start, (levels.back() - 1) * 1ms);
+    EXPECT_THAT(levels, Each(::testing::ResultOf([](auto lux) { return lux % 3; }, ::testing::Ne(0))));
+    EXPECT_GE(monotonicNow() - start, (levels.back() - 1) * 1ms);
 }
 
-TEST(LightSensorReporter, ABusyRunLoopGetsTheLatestReadingAndNoBacklog) {
-    ManualRunLoop loop;
-    std::atomic<int> looks = 0;
-    std::binary_semaphore tenth(0);
-    std::vector<std::intptr_t> levels;
-    LightSensorReporter reporter(
-        [&] {
-            if (++looks == 11)  // the tenth reading was handed over
-                tenth.release();
-            return looks > 10 ? std::nullopt : std::optional(level(looks));
-        },
-        everyMillisecond, loop, [&](const LightReading& reading) { levels.push_back(reading.lux); });
-    tenth.acquire();
+TEST_F(LightSensorReporterTest, ABusyRunLoopGetsTheLatestReadingAndNoBacklog) {
+    const auto tenth = std::make_shared<std::binary_semaphore>(0);
+    const auto read = [looks = looks, tenth] {
+        if (++*looks == 11) tenth->release();  // the tenth reading was handed over
+        return *looks > 10 ? std::nullopt : std::optional(level(*looks));
+    };
+    report(read, everyMillisecond);
+    tenth->acquire();
     EXPECT_EQ(loop.runPending(), 1U);
     EXPECT_THAT(levels, ElementsAre(10));
 }
 
-TEST(LightSensorReporter, ALookWithoutAReadingReportsNothingAndTheNextOneDoes) {
-    ManualRunLoop loop;
-    std::atomic<int> looks = 0;
-    std::vector<std::intptr_t> levels;
-    LightSensorReporter reporter([&looks] { return ++looks % 3 == 0 ? std::optional(level(looks)) : std::nullopt; },
-                                 everyMillisecond, loop,
-                                 [&](const LightReading& reading) {
-                                     levels.push_back(reading.lux);
-                                     loop.stop();
-                                 });
-    loop.run();
-    EXPECT_EQ(levels.front() % 3, 0);
-}
-
-TEST(LightSensorReporter, NoReportBeginsAfterItIsGoneNotEvenAQueuedOne) {
-    ManualRunLoop loop;
-    bool reported = false;
-    {
-        LightSensorReporter reporter([] { return level(1); }, everyHour, loop,
-                                     [&](const LightReading&) { reported = true; });
-        loop.waitForPending();
-    }
+TEST_F(LightSensorReporterTest, NeitherReadsNorReportsOnceItIsGone) {
+    const auto read = [looks = looks] {
+        ++*looks;
+        return level(1);
+    };
+    report(read, everyHour);
+    loop.waitForPending();
+    reporter.reset();
     EXPECT_EQ(loop.runPending(), 1U);
-    EXPECT_FALSE(reported);
+    EXPECT_THAT(levels, IsEmpty()) << "not even the reading that was queued";
+    while (looks.use_count() > 2)  // the sleeping thread ends at once, not in an hour
+        std::this_thread::yield();
+    EXPECT_EQ(*looks, 1);
 }
 
-TEST(LightSensorReporter, ItsOwnReportMayDestroyIt) {
-    ManualRunLoop loop;
-    std::unique_ptr<LightSensorReporter> reporter;
-    const auto held = std::make_shared<int>(0);
-    reporter = std::make_unique<LightSensorReporter>([] { return level(1); }, everyHour, loop,
-                                                     [&reporter, &loop, held](const LightReading&) {
-                                                         reporter.reset();
-                                                         ++*held;
-                                                         loop.stop();
-                                                     });
+TEST_F(LightSensorReporterTest, ItsOwnReportMayDestroyIt) {
+    bool done = false;
+    onReport = [&] {
+        reporter.reset();
+        done = true;
+        loop.stop();
+    };
+    report([] { return level(1); }, everyHour);
     loop.run();
-    EXPECT_EQ(*held, 1);
+    EXPECT_TRUE(done);
 }
 
-TEST(LightSensorReporter, AReadThatHangsHoldsNobodyUp) {
+TEST_F(LightSensorReporterTest, AReadThatHangsHoldsNobodyUp) {
     struct Driver {
         std::counting_semaphore<> entered{0};
         std::counting_semaphore<> answer{0};
     };
     const auto driver = std::make_shared<Driver>();
+    const auto hangingRead = [driver] {
+        driver->entered.release();
+        driver->answer.acquire();
+        return level(1);
+    };
     bool reported = false;
     {
-        auto loop = std::make_unique<ManualRunLoop>();
-        auto hung = std::make_unique<LightSensorReporter>(
-            [driver] {
-                driver->entered.release();
-                driver->answer.acquire();
-                return level(1);
-            },
-            everyMillisecond, *loop, [&](const LightReading&) { reported = true; });
+        testing::ManualRunLoop shortLived;
+        LightSensorReporter hung(hangingRead, everyMillisecond, shortLived, [&](const auto&) { reported = true; });
         driver->entered.acquire();
-
-        bool otherReported = false;
-        LightSensorReporter other([] { return level(2); }, everyMillisecond, *loop,
-                                  [&](const LightReading&) {
-                                      otherReported = true;
-                                      loop->stop();
-                                  });
-        loop->run();
-        EXPECT_TRUE(otherReported);
-        hung.reset();
+        LightSensorReporter other([] { return level(2); }, everyMillisecond, shortLived,
+                                  [&](const auto&) { shortLived.stop(); });
+        shortLived.run();
     }
     // The run loop is gone when the driver answers at last; the thread then ends and releases what it holds.
     driver->answer.release();
-    while (driver.use_count() > 1)
+    while (driver.use_count() > 2)
         std::this_thread::yield();
     EXPECT_FALSE(reported);
 }
 
-TEST(LightSensorReporter, ReadsNoMoreOnceItIsGone) {
-    ManualRunLoop loop;
-    const auto looks = std::make_shared<std::atomic<int>>(0);
-    {
-        LightSensorReporter reporter(
-            [looks] {
-                ++*looks;
-                return level(1);
-            },
-            everyHour, loop, [](const LightReading&) {});
-        loop.waitForPending();
-    }
-    loop.runPending();
-    while (looks.use_count() > 1)  // the sleeping thread ends at once, not in an hour
-        std::this_thread::yield();
-    EXPECT_EQ(*looks, 1);
-}
-
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-TEST(LightSensorReporter, WithoutAThreadToBeHadItStaysSilent) {
+TEST_F(LightSensorReporterTest, WithoutAThreadToBeHadItStaysSilent) {
     rlimit before = {};
     ASSERT_EQ(getrlimit(RLIMIT_AS, &before), 0);
     const rlimit tiny = {1 << 20, before.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_AS, &tiny), 0);  // leaves no room for a stack
-    ManualRunLoop loop;
-    {
-        LightSensorReporter reporter([] { return level(1); }, everyHour, loop, [](const LightReading&) {});
-        ASSERT_EQ(setrlimit(RLIMIT_AS, &before), 0);
-    }
+    report([] { return level(1); }, everyHour);
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &before), 0);
+    reporter.reset();
     EXPECT_EQ(loop.pendingCount(), 0U);
 }
 #endif

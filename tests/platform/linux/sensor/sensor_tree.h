@@ -1,28 +1,23 @@
 #pragma once
 
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <string>
-
-#include "temporary_directory.h"
+#include "prelude.h"
 
 namespace tarvex::test {
 
 /// A temporary directory shaped like the kernel's sensor tree.
 class SensorTree {
 public:
-    using Attributes = std::map<std::string, std::string>;
-
     [[nodiscard]] const std::filesystem::path& root() const { return directory_.path(); }
     [[nodiscard]] std::filesystem::path device(int number) const {
         return root() / ("iio:device" + std::to_string(number));
     }
 
-    void plug(int number, const Attributes& attributes) const {
+    /// `attributes`: "name=value name=value".
+    void plug(int number, const std::string& attributes) const {
         std::filesystem::create_directory(device(number));
-        for (const auto& [name, value] : attributes)
-            set(number, name, value);
+        std::istringstream words(attributes);
+        for (std::string word; words >> word;)
+            set(number, word.substr(0, word.find('=')), word.substr(word.find('=') + 1) + "\n");
     }
     void unplug(int number) const { std::filesystem::remove_all(device(number)); }
 

@@ -1,9 +1,7 @@
 #pragma once
 
-#include <limits>
-#include <string>
-
 #include "interposed_vfs.h"
+#include "prelude.h"
 
 namespace tarvex::test {
 
@@ -31,41 +29,19 @@ public:
     int writes() const { return writes_; }
 
 protected:
-    int before(FileCall call, const std::string& /*path*/) override {
+    int before(FileCall call) override {
+        // In the order of `FileCall`.
+        static constexpr std::array failures{
+            SQLITE_CANTOPEN,    SQLITE_IOERR_DELETE, SQLITE_IOERR_READ, SQLITE_FULL,         SQLITE_IOERR_TRUNCATE,
+            SQLITE_IOERR_FSYNC, SQLITE_IOERR_FSTAT,  SQLITE_IOERR_LOCK, SQLITE_IOERR_SHMMAP, SQLITE_IOERR_SHMLOCK};
         if (call == FileCall::sync) ++syncs_;
         if (call == FileCall::write) ++writes_;
         if (brokenCode_ != SQLITE_OK && call == broken_) return brokenCode_;
-        return ++calls_ == failing_ ? failure(call) : SQLITE_OK;
+        return ++calls_ == failing_ ? failures.at(static_cast<std::size_t>(call)) : SQLITE_OK;
     }
 
 private:
     static constexpr int never = std::numeric_limits<int>::max();
-
-    static int failure(FileCall call) {
-        switch (call) {
-            case FileCall::open:
-                return SQLITE_CANTOPEN;
-            case FileCall::remove:
-                return SQLITE_IOERR_DELETE;
-            case FileCall::read:
-                return SQLITE_IOERR_READ;
-            case FileCall::write:
-                return SQLITE_FULL;
-            case FileCall::truncate:
-                return SQLITE_IOERR_TRUNCATE;
-            case FileCall::sync:
-                return SQLITE_IOERR_FSYNC;
-            case FileCall::size:
-                return SQLITE_IOERR_FSTAT;
-            case FileCall::lock:
-                return SQLITE_IOERR_LOCK;
-            case FileCall::sharedMap:
-                return SQLITE_IOERR_SHMMAP;
-            case FileCall::sharedLock:
-                return SQLITE_IOERR_SHMLOCK;
-        }
-        return SQLITE_ERROR;
-    }
 
     int calls_ = 0;
     int failing_ = never;

@@ -7,8 +7,6 @@ struct InterposedVfs::File {
     InterposedVfs* vfs;
     const char* path;  // SQLite keeps it until the file is closed
     sqlite3_file* real;
-
-    [[nodiscard]] int before(FileCall call) const { return vfs->before(call, path); }
 };
 
 /// The functions that SQLite calls.
@@ -16,12 +14,26 @@ struct InterposedVfs::Calls {
     static File* file(sqlite3_file* f) { return reinterpret_cast<File*>(f); }
     static InterposedVfs* self(sqlite3_vfs* vfs) { return static_cast<InterposedVfs*>(vfs->pAppData); }
 
+    /// The real file's own `method`, as a function to put in its place; for a `call`, if it may be made.
+    template <auto method, FileCall... call>
+    struct Forward;
+    template <typename Result, typename... Arguments,
+              Result (*sqlite3_io_methods::*method)(sqlite3_file*, Arguments...), FileCall... call>
+    struct Forward<method, call...> {
+        static Result run(sqlite3_file* f, Arguments... arguments) {
+            if constexpr (sizeof...(call) > 0) {
+                if (const int code = file(f)->vfs->before(call...); code != SQLITE_OK) return code;
+            }
+            return (file(f)->real->pMethods->*method)(file(f)->real, arguments...);
+        }
+    };
+
     static int open(sqlite3_vfs* vfs, const char* path, sqlite3_file* opening, int flags, int* opened) {
         auto* const f = file(opening);
         f->base.pMethods = nullptr;
         f->vfs = self(vfs);
         f->path = path ? path : "";
-        if (const int code = f->before(FileCall::open); code != SQLITE_OK) return code;
+        if (const int code = f->vfs->before(FileCall::open); code != SQLITE_OK) return code;
         f->real = reinterpret_cast<sqlite3_file*>(f + 1);
         const int code = f->vfs->real_->xOpen(f->vfs->real_, path, f->real, flags, opened);
         if (code != SQLITE_OK) return code;
@@ -30,23 +42,15 @@ struct InterposedVfs::Calls {
         return SQLITE_OK;
     }
 
-    static int close(sqlite3_file* f) { return file(f)->real->pMethods->xClose(file(f)->real); }
-
     static int remove(sqlite3_vfs* vfs, const char* path, int syncDirectory) {
-        if (const int code = self(vfs)->before(FileCall::remove, path); code != SQLITE_OK) return code;
+        if (const int code = self(vfs)->before(FileCall::remove); code != SQLITE_OK) return code;
         const int code = self(vfs)->real_->xDelete(self(vfs)->real_, path, syncDirectory);
         if (code == SQLITE_OK) self(vfs)->removed(path);
         return code;
     }
 
-    static int read(sqlite3_file* f, void* bytes, int count, sqlite3_int64 offset) {
-        if (const int code = file(f)->before(FileCall::read); code != SQLITE_OK) return code;
-        return file(f)->real->pMethods->xRead(file(f)->real, bytes, count, offset);
-    }
-
     static int write(sqlite3_file* f, const void* bytes, int count, sqlite3_int64 offset) {
-        if (const int code = file(f)->before(FileCall::write); code != SQLITE_OK) return code;
-        const int code = file(f)->real->pMethods->xWrite(file(f)->real, bytes, count, offset);
+        const int code = Forward<&sqlite3_io_methods::xWrite, FileCall::write>::run(f, bytes, count, offset);
         if (code == SQLITE_OK)
             file(f)->vfs->written(file(f)->path, static_cast<std::uint64_t>(offset),
                                   {static_cast<const char*>(bytes), static_cast<std::size_t>(count)});
@@ -54,60 +58,49 @@ struct InterposedVfs::Calls {
     }
 
     static int truncate(sqlite3_file* f, sqlite3_int64 size) {
-        if (const int code = file(f)->before(FileCall::truncate); code != SQLITE_OK) return code;
-        const int code = file(f)->real->pMethods->xTruncate(file(f)->real, size);
+        const int code = Forward<&sqlite3_io_methods::xTruncate, FileCall::truncate>::run(f, size);
         if (code == SQLITE_OK) file(f)->vfs->truncated(file(f)->path, static_cast<std::uint64_t>(size));
         return code;
     }
 
     static int sync(sqlite3_file* f, int flags) {
-        if (const int code = file(f)->before(FileCall::sync); code != SQLITE_OK) return code;
-        const int code = file(f)->vfs->syncs_ ? file(f)->real->pMethods->xSync(file(f)->real, flags) : SQLITE_OK;
-        if (code == SQLITE_OK) file(f)->vfs->synced(file(f)->path);
+        InterposedVfs& vfs = *file(f)->vfs;
+        if (const int code = vfs.before(FileCall::sync); code != SQLITE_OK) return code;
+        const int code = vfs.syncs_ ? Forward<&sqlite3_io_methods::xSync>::run(f, flags) : SQLITE_OK;
+        if (code == SQLITE_OK) vfs.synced(file(f)->path);
         return code;
     }
 
-    static int size(sqlite3_file* f, sqlite3_int64* bytes) {
-        if (const int code = file(f)->before(FileCall::size); code != SQLITE_OK) return code;
-        return file(f)->real->pMethods->xFileSize(file(f)->real, bytes);
-    }
-
-    static int lock(sqlite3_file* f, int level) {
-        if (const int code = file(f)->before(FileCall::lock); code != SQLITE_OK) return code;
-        return file(f)->real->pMethods->xLock(file(f)->real, level);
-    }
-
-    static int unlock(sqlite3_file* f, int level) { return file(f)->real->pMethods->xUnlock(file(f)->real, level); }
-    static int isReserved(sqlite3_file* f, int* out) {
-        return file(f)->real->pMethods->xCheckReservedLock(file(f)->real, out);
-    }
-    static int control(sqlite3_file* f, int operation, void* argument) {
-        return file(f)->real->pMethods->xFileControl(file(f)->real, operation, argument);
-    }
-    static int sectorSize(sqlite3_file* f) { return file(f)->real->pMethods->xSectorSize(file(f)->real); }
-    static int device(sqlite3_file* f) { return file(f)->real->pMethods->xDeviceCharacteristics(file(f)->real); }
-
-    static int sharedMap(sqlite3_file* f, int region, int size, int extend, void volatile** memory) {
-        if (const int code = file(f)->before(FileCall::sharedMap); code != SQLITE_OK) return code;
-        return file(f)->real->pMethods->xShmMap(file(f)->real, region, size, extend, memory);
-    }
     static int sharedLock(sqlite3_file* f, int offset, int count, int flags) {
         // Giving a lock back never fails.
-        if ((flags & SQLITE_SHM_LOCK) != 0)
-            if (const int code = file(f)->before(FileCall::sharedLock); code != SQLITE_OK) return code;
-        return file(f)->real->pMethods->xShmLock(file(f)->real, offset, count, flags);
-    }
-    static void sharedBarrier(sqlite3_file* f) { file(f)->real->pMethods->xShmBarrier(file(f)->real); }
-    static int sharedUnmap(sqlite3_file* f, int remove) {
-        return file(f)->real->pMethods->xShmUnmap(file(f)->real, remove);
+        if ((flags & SQLITE_SHM_LOCK) == 0) return Forward<&sqlite3_io_methods::xShmLock>::run(f, offset, count, flags);
+        return Forward<&sqlite3_io_methods::xShmLock, FileCall::sharedLock>::run(f, offset, count, flags);
     }
 
     static const sqlite3_io_methods methods;
 };
 
 const sqlite3_io_methods InterposedVfs::Calls::methods = {
-    2,       close,      read,   write,     truncate,   sync,          size,        lock,    unlock, isReserved,
-    control, sectorSize, device, sharedMap, sharedLock, sharedBarrier, sharedUnmap, nullptr, nullptr};
+    2,
+    Forward<&sqlite3_io_methods::xClose>::run,
+    Forward<&sqlite3_io_methods::xRead, FileCall::read>::run,
+    write,
+    truncate,
+    sync,
+    Forward<&sqlite3_io_methods::xFileSize, FileCall::size>::run,
+    Forward<&sqlite3_io_methods::xLock, FileCall::lock>::run,
+    Forward<&sqlite3_io_methods::xUnlock>::run,
+    Forward<&sqlite3_io_methods::xCheckReservedLock>::run,
+    Forward<&sqlite3_io_methods::xFileControl>::run,
+    Forward<&sqlite3_io_methods::xSectorSize>::run,
+    Forward<&sqlite3_io_methods::xDeviceCharacteristics>::run,
+    Forward<&sqlite3_io_methods::xShmMap, FileCall::sharedMap>::run,
+    sharedLock,
+    Forward<&sqlite3_io_methods::xShmBarrier>::run,
+    Forward<&sqlite3_io_methods::xShmUnmap>::run,
+    nullptr,
+    nullptr,
+};
 
 InterposedVfs::InterposedVfs(bool syncs)
     : real_(sqlite3_vfs_find(nullptr)),
@@ -123,10 +116,6 @@ InterposedVfs::InterposedVfs(bool syncs)
     vfs_.xOpen = Calls::open;
     vfs_.xDelete = Calls::remove;
     sqlite3_vfs_register(&vfs_, 0);
-}
-
-InterposedVfs::~InterposedVfs() {
-    sqlite3_vfs_unregister(&vfs_);
 }
 
 }  // namespace tarvex::test

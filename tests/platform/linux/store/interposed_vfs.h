@@ -2,9 +2,7 @@
 
 #include <sqlite3.h>
 
-#include <cstdint>
-#include <span>
-#include <string>
+#include "prelude.h"
 
 namespace tarvex::test {
 
@@ -14,7 +12,7 @@ enum class FileCall : std::uint8_t { open, remove, read, write, truncate, sync, 
 /// outlives the connections that use it.
 class InterposedVfs {
 public:
-    virtual ~InterposedVfs();
+    virtual ~InterposedVfs() { sqlite3_vfs_unregister(&vfs_); }
     InterposedVfs(const InterposedVfs&) = delete;
     InterposedVfs& operator=(const InterposedVfs&) = delete;
 
@@ -25,7 +23,7 @@ protected:
     explicit InterposedVfs(bool syncs = true);
 
     /// Anything but SQLITE_OK is the call's result, and the real call is not made.
-    [[nodiscard]] virtual int before(FileCall call, const std::string& path) = 0;
+    [[nodiscard]] virtual int before(FileCall call) = 0;
 
     virtual void opened(const std::string& /*path*/) {}
     virtual void removed(const std::string& /*path*/) {}

@@ -1,18 +1,14 @@
-#include <gmock/gmock.h>
 
-#include <fstream>
-#include <iterator>
 
 #include "power_cut_vfs.h"
+#include "prelude.h"
 #include "sample_store.h"
-#include "temporary_directory.h"
 
 namespace tarvex::platform {
 namespace {
 
 using test::PowerCutVfs;
 using test::SampleStore;
-using test::TemporaryDirectory;
 
 /// What the files hold after a power cut, and what must be in them.
 struct Cut {

@@ -1,12 +1,8 @@
 #include "power_cut_vfs.h"
 
-#include <algorithm>
-#include <filesystem>
-#include <utility>
-
 namespace tarvex::test {
 
-int PowerCutVfs::before(FileCall /*call*/, const std::string& /*path*/) {
+int PowerCutVfs::before(FileCall /*call*/) {
     if (onCall) onCall();
     return SQLITE_OK;
 }
@@ -14,18 +10,6 @@ int PowerCutVfs::before(FileCall /*call*/, const std::string& /*path*/) {
 void PowerCutVfs::opened(const std::string& path) {
     auto [file, isNew] = files_.try_emplace(path);
     if (isNew || file->second.removed) file->second = File{};
-}
-
-void PowerCutVfs::removed(const std::string& path) {
-    files_[path].removed = true;
-}
-
-void PowerCutVfs::written(const std::string& path, std::uint64_t offset, std::span<const char> bytes) {
-    files_[path].unsynced.push_back({offset, std::string(bytes.begin(), bytes.end())});
-}
-
-void PowerCutVfs::truncated(const std::string& path, std::uint64_t size) {
-    files_[path].unsynced.push_back({size, std::nullopt});
 }
 
 void PowerCutVfs::synced(const std::string& path) {

@@ -1,13 +1,9 @@
 #pragma once
 
-#include <functional>
-#include <map>
-#include <optional>
 #include <random>
-#include <string>
-#include <vector>
 
 #include "interposed_vfs.h"
+#include "prelude.h"
 
 namespace tarvex::test {
 
@@ -26,11 +22,15 @@ public:
     Files afterPowerCut(std::mt19937& random) const;
 
 protected:
-    int before(FileCall call, const std::string& path) override;
+    int before(FileCall call) override;
     void opened(const std::string& path) override;
-    void removed(const std::string& path) override;
-    void written(const std::string& path, std::uint64_t offset, std::span<const char> bytes) override;
-    void truncated(const std::string& path, std::uint64_t size) override;
+    void removed(const std::string& path) override { files_[path].removed = true; }
+    void written(const std::string& path, std::uint64_t offset, std::span<const char> bytes) override {
+        files_[path].unsynced.push_back({offset, std::string(bytes.begin(), bytes.end())});
+    }
+    void truncated(const std::string& path, std::uint64_t size) override {
+        files_[path].unsynced.push_back({size, std::nullopt});
+    }
     void synced(const std::string& path) override;
 
 private:

@@ -2,8 +2,7 @@
 
 #include <unistd.h>
 
-#include <filesystem>
-#include <stdexcept>
+#include "prelude.h"
 
 namespace tarvex::test {
 

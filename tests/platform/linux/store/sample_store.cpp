@@ -1,15 +1,7 @@
 #include "sample_store.h"
 
-#include <sqlite3.h>
-
-#include <algorithm>
-#include <array>
 #include <bit>
-#include <cstdint>
 #include <cstring>
-#include <fstream>
-#include <sstream>
-#include <stdexcept>
 #include <unordered_set>
 
 #include "child_process.h"
@@ -18,8 +10,9 @@ namespace tarvex::test {
 namespace {
 
 using namespace platform;
+using Window = std::uint64_t;  // any eight bytes in a file
 
-const FetchRequest everySample{"DataEntry"};
+const FetchRequest everySample{"DataEntry", {}};
 
 /// The same well-mixed bytes for the same number.
 std::uint64_t mixed(std::uint64_t number) {
@@ -28,38 +21,33 @@ std::uint64_t mixed(std::uint64_t number) {
     return number ^ (number >> 31U);
 }
 
-Uuid identifierOf(int number) {
-    const auto half = static_cast<std::uint64_t>(number);
-    return {std::bit_cast<decltype(Uuid::bytes)>(std::array{mixed(half), mixed(~half)})};
-}
-
-double timestampOf(int number) {
-    return 1.7e9 + number + static_cast<double>(mixed(static_cast<std::uint64_t>(number)) % 999983) / 1e6;
-}
-
 /// Eight letters that no other sample has.
-std::string markOf(int number) {
-    std::string mark(sizeof(std::uint64_t), 'a');
-    for (auto rest = mixed(static_cast<std::uint64_t>(number)); char& letter : mark) {
+std::string markOf(std::uint64_t number) {
+    std::string mark(sizeof(Window), 'a');
+    for (auto rest = mixed(number); char& letter : mark) {
         letter = static_cast<char>('a' + rest % 26);
         rest /= 26;
     }
     return mark;
 }
 
-/// Mostly short; every seventh is longer than a page.
-std::string textOf(int number) {
-    std::string text;
-    for (int i = 0; i < (number % 7 == 6 ? 600 : 6); ++i)
-        text += '<' + markOf(number) + '>';
-    return text;
+Uuid identifierOf(std::uint64_t number) {
+    return {std::bit_cast<decltype(Uuid::bytes)>(std::array{mixed(number), mixed(~number)})};
 }
 
-std::vector<std::byte> dataOf(int number) {
-    const std::string text = textOf(number);
-    std::vector<std::byte> data(text.size());
-    std::ranges::transform(text, data.begin(), [](char c) { return static_cast<std::byte>(c); });
-    return data;
+double timestampOf(std::uint64_t number) {
+    return 1.7e9 + static_cast<double>(number) + static_cast<double>(mixed(number) % 999983) / 1e6;
+}
+
+/// Mostly short; the data of every seventh is longer than a page.
+std::vector<AttributeValue> valuesOf(int number) {
+    const auto seed = static_cast<std::uint64_t>(number);
+    std::string text;
+    for (int i = 0; i < (number % 7 == 6 ? 600 : 6); ++i)
+        text += '<' + markOf(seed) + '>';
+    const auto bytes = std::as_bytes(std::span(text));
+    return {identifierOf(seed), timestampOf(seed), std::string("ambient_light"),
+            std::vector<std::byte>(bytes.begin(), bytes.end())};
 }
 
 int numberOf(std::span<const AttributeView> values) {
@@ -69,35 +57,36 @@ int numberOf(std::span<const AttributeView> values) {
     const auto* data = std::get_if<std::span<const std::byte>>(&values[3]);
     if (!id || !timestamp || !type || !data) return -1;
     const int number = static_cast<int>(*timestamp - 1.7e9);
-    const bool same = *id == identifierOf(number) && *timestamp == timestampOf(number) && *type == "ambient_light" &&
-                      std::ranges::equal(*data, dataOf(number));
+    const auto made = valuesOf(number);
+    const bool same = made[0] == AttributeValue(*id) && made[1] == AttributeValue(*timestamp) &&
+                      made[2] == AttributeValue(std::string(*type)) &&
+                      std::ranges::equal(std::get<std::vector<std::byte>>(made[3]), *data);
     return same ? number : -1;
 }
 
-/// Any eight bytes in a file.
-std::uint64_t windowAt(const char* bytes) {
-    std::uint64_t window = 0;
+Window windowAt(const void* bytes) {
+    Window window = 0;
     std::memcpy(&window, bytes, sizeof(window));
     return window;
 }
 
 /// What only these samples have, as SQLite stores it: their identifiers' halves, their times, highest byte first, and
 /// their marks.
-std::unordered_set<std::uint64_t> tracesOf(const std::vector<int>& numbers) {
-    std::unordered_set<std::uint64_t> traces;
-    for (int number : numbers) {
-        const Uuid id = identifierOf(number);
-        const auto* halves = reinterpret_cast<const char*>(id.bytes.data());
-        traces.insert({windowAt(halves), windowAt(halves + sizeof(std::uint64_t)), windowAt(markOf(number).data()),
-                       __builtin_bswap64(std::bit_cast<std::uint64_t>(timestampOf(number)))});
+std::unordered_set<Window> tracesOf(const std::vector<int>& numbers) {
+    std::unordered_set<Window> traces;
+    for (const int number : numbers) {
+        const auto seed = static_cast<std::uint64_t>(number);
+        const Uuid id = identifierOf(seed);
+        traces.insert({windowAt(id.bytes.data()), windowAt(id.bytes.data() + sizeof(Window)),
+                       windowAt(markOf(seed).data()), __builtin_bswap64(std::bit_cast<Window>(timestampOf(seed)))});
     }
     return traces;
 }
 
-bool anyFileHolds(const std::filesystem::path& directory, const std::unordered_set<std::uint64_t>& traces) {
+bool anyFileHolds(const std::filesystem::path& directory, const std::unordered_set<Window>& traces) {
     for (const auto& entry : std::filesystem::directory_iterator(directory)) {
         const std::string contents = contentsOf(entry.path());
-        for (std::size_t at = 0; at + sizeof(std::uint64_t) <= contents.size(); ++at)
+        for (std::size_t at = 0; at + sizeof(Window) <= contents.size(); ++at)
             if (traces.contains(windowAt(contents.data() + at))) return true;
     }
     return false;
@@ -117,12 +106,15 @@ SampleStore::SampleStore(const std::filesystem::path& directory, const char* vfs
     : store_([directory] { return directory; }, vfs), container_(store_.makeContainer("Samples", sampleModel())) {}
 
 void SampleStore::insert(int number) {
-    auto& values = context().insertNewObject("DataEntry")->values;
-    values = {identifierOf(number), timestampOf(number), std::string("ambient_light"), dataOf(number)};
+    context().insertNewObject("DataEntry")->values = valuesOf(number);
 }
 
 std::expected<void, StoreError> SampleStore::add(int number) {
-    insert(number);
+    return addAll({number});
+}
+
+std::expected<void, StoreError> SampleStore::addAll(const std::vector<int>& numbers) {
+    std::ranges::for_each(numbers, [this](int number) { insert(number); });
     return context().save();
 }
 
@@ -151,34 +143,24 @@ bool leavesTrace(const std::filesystem::path& directory, const std::vector<int>&
     return found == 1;
 }
 
+std::string OtherProgram::run(const std::string& sql) {
+    std::string answer;
+    const auto append = [](void* text, int, char** columns, char**) {
+        static_cast<std::string*>(text)->append(columns[0]);
+        return 0;
+    };
+    if (sqlite3_exec(database_, sql.c_str(), append, &answer, nullptr) != SQLITE_OK)
+        throw std::runtime_error(sqlite3_errmsg(database_));
+    return answer;
+}
+
 std::string integrity(const std::filesystem::path& directory) {
-    std::string report;
-    sqlite3* database = nullptr;
-    sqlite3_open((directory / SampleStore::fileName).c_str(), &database);
-    sqlite3_exec(
-        database, "PRAGMA integrity_check",
-        [](void* text, int, char** columns, char**) {
-            static_cast<std::string*>(text)->append(columns[0]);
-            return 0;
-        },
-        &report, nullptr);
-    sqlite3_close(database);
-    return report;
+    return OtherProgram(directory / SampleStore::fileName).run("PRAGMA integrity_check");
 }
 
-void runSql(const std::filesystem::path& directory, const std::string& sql) {
-    sqlite3* database = nullptr;
-    sqlite3_open((directory / SampleStore::fileName).c_str(), &database);
-    const int code = sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr);
-    const std::string message = sqlite3_errmsg(database);
-    sqlite3_close(database);
-    if (code != SQLITE_OK) throw std::runtime_error(message);
-}
-
-std::string contentsOf(const std::filesystem::path& file) {
-    std::ostringstream contents;
-    contents << std::ifstream(file, std::ios::binary).rdbuf();
-    return contents.str();
+std::vector<int> range(int first, int count) {
+    const auto numbers = std::views::iota(first, first + count);
+    return {numbers.begin(), numbers.end()};
 }
 
 }  // namespace tarvex::test

@@ -1,157 +1,127 @@
 #include "platform/linux/store/sqlite_object_store.h"
 
-#include <gmock/gmock.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 
-#include <cmath>
-#include <fstream>
-#include <limits>
-
 #include "child_process.h"
-#include "faulty_vfs.h"
+#include "prelude.h"
 #include "sample_store.h"
-#include "temporary_directory.h"
 
 namespace tarvex::platform {
 namespace {
 
-using test::ChildProcess;
 using test::SampleStore;
-using test::TemporaryDirectory;
-using testing::ElementsAre;
+using SqliteObjectStoreTest = test::SampleStoreTest;
+using Rows = std::vector<std::vector<AttributeValue>>;
 
-const FetchRequest everySample{"DataEntry"};
+const FetchRequest everySample{"DataEntry", {}};
 
 std::vector<std::byte> bytes(std::string_view text) {
-    const auto* first = reinterpret_cast<const std::byte*>(text.data());
-    return {first, first + text.size()};
+    const auto view = std::as_bytes(std::span(text));
+    return {view.begin(), view.end()};
 }
 
 /// A copy that outlives the callback.
 AttributeValue owned(const AttributeView& value) {
-    if (const auto* text = std::get_if<std::string_view>(&value)) return std::string(*text);
-    if (const auto* data = std::get_if<std::span<const std::byte>>(&value))
-        return std::vector(data->begin(), data->end());
-    if (const auto* number = std::get_if<double>(&value)) return *number;
-    if (const auto* uuid = std::get_if<Uuid>(&value)) return *uuid;
-    return std::monostate();
+    return std::visit(
+        []<typename View>(const View& view) -> AttributeValue {
+            if constexpr (std::ranges::range<View>)
+                return std::conditional_t<std::is_same_v<View, std::string_view>, std::string, std::vector<std::byte>>(
+                    view.begin(), view.end());
+            else
+                return view;
+        },
+        value);
 }
-
-using Rows = std::vector<std::vector<AttributeValue>>;
 
 Rows rowsOf(ManagedObjectContext& context) {
     Rows rows;
     EXPECT_TRUE(context.fetch(everySample, [&](std::span<const AttributeView> values) {
-        rows.emplace_back();
-        for (const AttributeView& value : values)
-            rows.back().push_back(owned(value));
+        std::ranges::transform(values, std::back_inserter(rows.emplace_back()), owned);
         return true;
     }));
     return rows;
 }
 
-unsigned modeOf(const std::filesystem::path& path) {
-    struct stat status{};
-    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
-    return status.st_mode & 07777U;
-}
-
-TEST(SqliteObjectStore, ReadsTheLibrarysOwnModel) {
+TEST(ObjectModel, IsReadOnlyFromAWellFormedFile) {
     const SqliteObjectStore store({});
-    const auto model = store.modelWithContentsOfFile(TARVEX_OBJECT_MODEL);
-    EXPECT_TRUE(model && model->entities == test::sampleModel().entities);
-}
+    const auto own = store.modelWithContentsOfFile(TARVEX_OBJECT_MODEL);
+    EXPECT_TRUE(own && own->entities == test::sampleModel().entities);
 
-TEST(SqliteObjectStore, HasNoModelForAMalformedFile) {
     const TemporaryDirectory directory;
-    const SqliteObjectStore store({});
-    const auto file = directory.path() / "Broken.momd";
+    const auto file = directory.path() / "Model.momd";
     EXPECT_FALSE(store.modelWithContentsOfFile(file)) << "missing";
     EXPECT_FALSE(store.modelWithContentsOfFile(directory.path())) << "directory";
 
-    const std::string a = R"({"name": "a", "type": "uuid", "optional": true})";
-    const auto model = [](std::string_view attributes, std::string_view name = R"("name": "E",)") {
-        return std::string(R"({"entities": [{)").append(name).append(R"("attributes": [)").append(attributes) + "]}]}";
+    const std::string attribute = R"({"name": "a", "type": "uuid", "optional": true})";
+    const std::string entity = R"({"name": "E", "attributes": [)" + attribute + "]}";
+    const std::string model = R"({"entities": [)" + entity + "]}";
+    const auto isRead = [&](const std::string& text) {
+        writeFile(file, text);
+        return store.modelWithContentsOfFile(file).has_value();
     };
-    std::string twice = R"({"entities": [{"name": "E", "attributes": [)";
-    twice.append(a).append(R"(]}, {"name": "e", "attributes": [)").append(a).append("]}]}");
-    const auto write = [&](const std::string& text) { std::ofstream(file) << text; };
-    write(model(a));
-    EXPECT_TRUE(store.modelWithContentsOfFile(file)) << "what the cases below break";
-    for (const std::string& text : {std::string(),
-                                    std::string("{"),
-                                    std::string("[]"),
-                                    std::string("{}"),
-                                    std::string(R"({"entities": []})"),
-                                    std::string(R"({"entities": [1]})"),
-                                    std::string(R"({"entities": [{"name": "E"}]})"),
-                                    model(""),
-                                    model("1"),
-                                    R"({"entities": [{"attributes": [)" + a + "]}]}",
-                                    R"({"entities": [{"name": "sqlite_E", "attributes": [)" + a + "]}]}",
-                                    R"({"entities": [{"name": "E\"; DROP", "attributes": [)" + a + "]}]}",
-                                    twice,
-                                    model(std::string(a).append(",").append(a)),
-                                    model(R"({"name": "", "type": "uuid", "optional": true})"),
-                                    model(R"({"name": "1a", "type": "uuid", "optional": true})"),
-                                    model(R"({"name": "Seq", "type": "uuid", "optional": true})"),
-                                    model(R"({"name": "a", "type": "date", "optional": true})"),
-                                    model(R"({"name": "a", "optional": true})"),
-                                    model(R"({"name": "a", "type": "uuid"})"),
-                                    model(R"({"name": "a", "type": "uuid", "optional": 1})"),
-                                    model(a) + "x"}) {
-        write(text);
-        EXPECT_FALSE(store.modelWithContentsOfFile(file)) << text;
+    EXPECT_TRUE(isRead(model)) << "what the cases below break";
+    using Case = std::pair<std::string, std::string>;
+    for (const auto& [part, replacement] :
+         {Case{model, ""},
+          Case{model, "{"},
+          Case{model, "[]"},
+          Case{model, "{}"},
+          Case{model, model + "x"},
+          Case{entity, ""},
+          Case{entity, "1"},
+          Case{entity, R"({"name": "E"})"},
+          Case{entity, entity + R"(, {"name": "e", "attributes": [)" + attribute + "]}"},
+          Case{R"("name": "E", )", ""},
+          Case{"E", "sqlite_E"},
+          Case{"E", R"(E\"; DROP)"},
+          Case{attribute, ""},
+          Case{attribute, "1"},
+          Case{attribute, attribute + "," + attribute},
+          Case{R"("a")", R"("")"},
+          Case{R"("a")", R"("1a")"},
+          Case{R"("a")", R"("Seq")"},
+          Case{"uuid", "date"},
+          Case{R"("type": "uuid", )", ""},
+          Case{R"(, "optional": true)", ""},
+          Case{"true", "1"}}) {
+        std::string broken = model;
+        broken.replace(broken.find(part), part.size(), replacement);
+        EXPECT_FALSE(isRead(broken)) << broken;
     }
 }
 
-TEST(SqliteObjectStore, KeepsEveryValueAsItWas) {
-    const TemporaryDirectory directory;
+TEST_F(SqliteObjectStoreTest, KeepsEveryValueAsItWas) {
     Uuid id;
     id.bytes.fill(0xA5);
     const Rows rows{
         {id, 1.7e9 + 0.125, "distance", bytes("{\"lux\":1}")},
-        {std::monostate(), 0.0, std::monostate(), std::monostate()},
+        {std::monostate(), 0.0, std::monostate(), std::monostate()},  // as it is made
         {Uuid{}, std::numeric_limits<double>::infinity(), "", std::vector<std::byte>()},
         {id, 5e-324, std::string("nul \0 inside", 12), bytes(std::string_view("\0\xFF", 2))},
     };
-    for (const bool reopened : {false, true}) {
-        SCOPED_TRACE(reopened ? "reopened" : "pending");
-        SampleStore store(directory.path());
-        ASSERT_TRUE(store.open());
-        if (!reopened)
-            for (const auto& row : rows)
-                store.context().insertNewObject("DataEntry")->values = row;
-        EXPECT_EQ(rowsOf(store.context()), rows);
-        EXPECT_EQ(store.count(), 4);
-        EXPECT_TRUE(store.context().save());
+    for (const auto& row : rows) {
+        const auto object = store.context().insertNewObject("DataEntry");
+        if (&row == &rows[1])
+            EXPECT_EQ(object->values, row);
+        else
+            object->values = row;
     }
+    EXPECT_EQ(rowsOf(store.context()), rows);
+    EXPECT_TRUE(store.context().save());
+    SampleStore reopened(directory.path());
+    ASSERT_TRUE(reopened.open());
+    EXPECT_EQ(rowsOf(reopened.context()), rows);
 }
 
-TEST(SqliteObjectStore, StartsAnObjectWithoutValuesButZeroForANumber) {
-    const TemporaryDirectory directory;
-    SampleStore store(directory.path());
-    ASSERT_TRUE(store.open());
-    EXPECT_THAT(store.context().insertNewObject("DataEntry")->values,
-                ElementsAre(AttributeValue(), AttributeValue(0.0), AttributeValue(), AttributeValue()));
-}
-
-TEST(SqliteObjectStore, RefusesAnEntityThatTheModelLacks) {
-    const TemporaryDirectory directory;
-    SampleStore store(directory.path());
-    ASSERT_TRUE(store.open());
-    const FetchRequest unknown{"Other"};
+TEST_F(SqliteObjectStoreTest, RefusesAnEntityThatTheModelLacks) {
+    const FetchRequest unknown{"Other", {}};
     EXPECT_FALSE(store.context().insertNewObject("Other"));
     EXPECT_FALSE(store.context().count(unknown));
     EXPECT_FALSE(store.context().batchDelete(unknown));
     EXPECT_FALSE(store.context().fetch(unknown, [](auto) { return true; }));
 }
 
-TEST(SqliteObjectStore, FetchesStoredThenPendingUntilTheVisitorHasEnough) {
-    const TemporaryDirectory directory;
-    SampleStore store(directory.path());
-    ASSERT_TRUE(store.open());
+TEST_F(SqliteObjectStoreTest, FetchesStoredThenPendingUntilTheVisitorHasEnough) {
     for (int number : {1, 2})
         ASSERT_TRUE(store.add(number));
     for (int number : {3, 4})
@@ -165,53 +135,35 @@ TEST(SqliteObjectStore, FetchesStoredThenPendingUntilTheVisitorHasEnough) {
     }
 }
 
-TEST(SqliteObjectStore, CommitsWithOneSync) {
-    const TemporaryDirectory directory;
-    test::FaultyVfs vfs;
-    SampleStore store(directory.path(), vfs.name());
-    ASSERT_TRUE(store.open());
+TEST_F(SqliteObjectStoreTest, CommitsWithOneSync) {
     ASSERT_TRUE(store.add(0));
     const int before = vfs.syncs();
     for (int number = 1; number <= 100; ++number)
         ASSERT_TRUE(store.add(number));
     EXPECT_EQ(vfs.syncs() - before, 100);
-    for (int number = 101; number <= 200; ++number)
-        store.insert(number);
-    ASSERT_TRUE(store.context().save());
+    ASSERT_TRUE(store.addAll(test::range(101, 100)));
     ASSERT_TRUE(store.context().save()) << "nothing is pending";
     EXPECT_EQ(vfs.syncs() - before, 101);
 }
 
-TEST(SqliteObjectStore, ReadsADamagedValueAsAbsent) {
-    const TemporaryDirectory directory;
-    SampleStore store(directory.path());
-    ASSERT_TRUE(store.open());
+TEST_F(SqliteObjectStoreTest, ReadsADamagedValueAsAbsent) {
     const AttributeValue absent;
-    struct Case {
-        const char* stored;
-        std::vector<AttributeValue> read;
-    };
-    const std::vector<Case> cases{
-        {"NULL, NULL, NULL, NULL", {absent, absent, absent, absent}},
-        {"'text', 'text', x'00', 'text'", {absent, absent, absent, absent}},
-        {"x'00', x'00', x'00', 1", {absent, absent, absent, absent}},
-        {"x'0011223344556677889900112233445566', 7, CAST(x'FF41' AS TEXT), x''",
-         {absent, 7.0, "\xFF\x41", std::vector<std::byte>()}},
-        {"1.5, -9e999, '', 2.5", {absent, -std::numeric_limits<double>::infinity(), "", absent}},
-    };
     Rows expected;
-    for (const Case& c : cases) {
-        test::runSql(directory.path(),
-                     std::string("INSERT INTO DataEntry(id, timestamp, type, data) VALUES(") + c.stored + ")");
-        expected.push_back(c.read);
+    test::OtherProgram other(directory.path() / SampleStore::fileName);
+    for (const auto& [stored, read] : std::vector<std::pair<std::string, std::vector<AttributeValue>>>{
+             {"NULL, NULL, NULL, NULL", {absent, absent, absent, absent}},
+             {"'text', 'text', x'00', 'text'", {absent, absent, absent, absent}},
+             {"x'00', x'00', x'00', 1", {absent, absent, absent, absent}},
+             {"x'0011223344556677889900112233445566', 7, CAST(x'FF41' AS TEXT), x''",
+              {absent, 7.0, "\xFF\x41", std::vector<std::byte>()}},
+             {"1.5, -9e999, '', 2.5", {absent, -std::numeric_limits<double>::infinity(), "", absent}}}) {
+        other.run("INSERT INTO DataEntry(id, timestamp, type, data) VALUES(" + stored + ")");
+        expected.push_back(read);
     }
     EXPECT_EQ(rowsOf(store.context()), expected);
 }
 
-TEST(SqliteObjectStore, BoundsTheBytesOfAllRecords) {
-    const TemporaryDirectory directory;
-    SampleStore store(directory.path());
-    ASSERT_TRUE(store.open());
+TEST_F(SqliteObjectStoreTest, BoundsTheBytesOfAllRecords) {
     std::size_t taken = 0;
     for (const bool saved : {true, false}) {
         for (int number = 0; number < 100; ++number) {
@@ -226,18 +178,13 @@ TEST(SqliteObjectStore, BoundsTheBytesOfAllRecords) {
     EXPECT_LE(store.context().fetchSizeBound(everySample), 2 * taken);
 }
 
-TEST(SqliteObjectStore, DeletesWhatIsStoredAndNotWhatIsPending) {
-    const TemporaryDirectory directory;
-    SampleStore store(directory.path());
-    ASSERT_TRUE(store.open());
+TEST_F(SqliteObjectStoreTest, DeletesWhatIsStoredAndNotWhatIsPending) {
     EXPECT_TRUE(store.removeAll()) << "nothing there";
     EXPECT_EQ(store.count(), 0);
-    for (int number : {1, 2, 3})
-        ASSERT_TRUE(store.add(number));
+    ASSERT_TRUE(store.addAll({1, 2, 3}));
     store.insert(4);
     EXPECT_TRUE(store.removeAll());
     EXPECT_EQ(store.count(), 1);
-    EXPECT_THAT(*store.numbers(), ElementsAre(4));
     EXPECT_TRUE(store.add(5));
     EXPECT_THAT(*store.numbers(), ElementsAre(4, 5));
     EXPECT_EQ(store.count(), 2);
@@ -252,45 +199,41 @@ TEST(SqliteObjectStore, KeepsItsFilesPrivateWhateverTheUmask) {
         const auto added = store.add(1);
         umask(previous);
         ASSERT_TRUE(opened && added);
-        for (const char* suffix : {"", "-wal", "-shm"})
-            EXPECT_EQ(modeOf(directory.path() / (std::string(SampleStore::fileName) + suffix)), 0600U) << suffix;
+        for (const char* suffix : {"", "-wal", "-shm"}) {
+            struct stat status{};
+            EXPECT_EQ(stat((directory.path() / SampleStore::fileName).concat(suffix).c_str(), &status), 0) << suffix;
+            EXPECT_EQ(status.st_mode & 07777U, 0600U) << suffix;
+        }
     }
 }
 
 TEST(SqliteObjectStore, SharesItsFileBetweenProcessesThatStartAtOnce) {
-    constexpr int processes = 4;
     constexpr int samples = 40;
     const TemporaryDirectory directory;
-    std::vector<std::unique_ptr<ChildProcess>> children;
-    children.reserve(processes);
-    for (int child = 0; child < processes; ++child) {
-        children.push_back(std::make_unique<ChildProcess>([&, child](int) {
+    std::deque<test::ChildProcess> children;
+    for (int child = 0; child < 4; ++child) {
+        children.emplace_back([&, child](int) {
             SampleStore store(directory.path());
             if (!store.open()) return 2;
             std::int64_t last = 0;
-            for (int i = 0; i < samples; ++i) {
-                if (!store.add(child * samples + i)) return 3;
+            for (int number : test::range(child * samples, samples)) {
+                if (!store.add(number)) return 3;
                 const auto count = store.count();
                 if (!count || *count <= last) return 4;
                 last = *count;
             }
             return 0;
-        }));
+        });
     }
     for (auto& child : children)
-        EXPECT_EQ(child->wait(), 0);
+        EXPECT_EQ(child.wait(), 0);
 
     SampleStore store(directory.path());
     ASSERT_TRUE(store.open());
-    EXPECT_EQ(store.count(), processes * samples);
-    const auto numbers = store.numbers();
-    ASSERT_TRUE(numbers);
-    for (int child = 0; child < processes; ++child) {
-        std::vector<int> own;
-        std::ranges::copy_if(*numbers, std::back_inserter(own), [&](int n) { return n / samples == child; });
-        ASSERT_EQ(own.size(), samples);
-        EXPECT_TRUE(std::ranges::is_sorted(own));
-    }
+    auto numbers = *store.numbers();
+    EXPECT_EQ(store.count(), numbers.size());
+    std::ranges::stable_sort(numbers, {}, [](int number) { return number / samples; });
+    EXPECT_EQ(numbers, test::range(0, 4 * samples)) << "all are there, each process's in its order";
 }
 
 }  // namespace

@@ -1,36 +1,35 @@
 #include "platform/linux/store/sqlite_user_defaults.h"
 
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
-#include <fstream>
-#include <memory>
-#include <thread>
-#include <vector>
-
 #include "child_process.h"
-#include "faulty_vfs.h"
+#include "prelude.h"
 #include "read_only_directory.h"
 #include "sample_store.h"
-#include "temporary_directory.h"
 
 namespace tarvex::platform {
 namespace {
 
 using test::ChildProcess;
-using test::FaultyVfs;
-using test::FileCall;
-using testing::HasSubstr;
 
 class UserDefaultsFile : public testing::Test {
 protected:
-    std::unique_ptr<SqliteUserDefaults> open(const char* vfs = nullptr) {
-        return std::make_unique<SqliteUserDefaults>([path = directory.path()] { return path; }, vfs);
+    std::unique_ptr<SqliteUserDefaults> open(const char* fileSystem = nullptr) {
+        return std::make_unique<SqliteUserDefaults>([path = directory.path()] { return path; }, fileSystem);
     }
 
-    test::TemporaryDirectory directory;
+    /// What standard error gets while `work` is done and nothing can be written.
+    std::string saidWithoutWriting(const std::function<void()>& work) {
+        vfs.failEvery(test::FileCall::write, SQLITE_FULL);
+        ::testing::internal::CaptureStderr();
+        work();
+        vfs.heal();
+        return ::testing::internal::GetCapturedStderr();
+    }
+
+    TemporaryDirectory directory;
+    test::FaultyVfs vfs;
     const std::filesystem::path file = directory.path() / "UserDefaults.sqlite";
 };
 
@@ -58,19 +57,14 @@ TEST_F(UserDefaultsFile, KeepsValuesAcrossProcesses) {
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
 }
 
-TEST_F(UserDefaultsFile, TellsBoolsFromStrings) {
+TEST_F(UserDefaultsFile, TellsBoolsFromStringsAndReadsAStringAsABoolLikeThePhonePlatform) {
     const auto defaults = open();
     defaults->setValueForKey(true, "key");
-    EXPECT_EQ(defaults->stringForKey("key"), std::nullopt);
     EXPECT_EQ(defaults->setStringIfAbsent("NO", "key"), "NO") << "a bool is no string";
     EXPECT_FALSE(defaults->boolForKey("key"));
     defaults->setValueForKey(true, "key");
     EXPECT_TRUE(defaults->boolForKey("key"));
     EXPECT_EQ(defaults->stringForKey("key"), std::nullopt);
-}
-
-TEST_F(UserDefaultsFile, ReadsAStringAsABoolLikeThePhonePlatform) {
-    const auto defaults = open();
     for (const char* text : {"YES", "yes", "true", "T", "1", "  +007", "-1", "9 lives"})
         EXPECT_TRUE(defaults->boolForKey(defaults->setStringIfAbsent(text, text))) << text;
     for (const char* text : {"", "NO", "false", "0", "000", "on", "+", "x1", " "})
@@ -79,89 +73,69 @@ TEST_F(UserDefaultsFile, ReadsAStringAsABoolLikeThePhonePlatform) {
 
 TEST_F(UserDefaultsFile, SeesAtOnceWhatAnotherConnectionWrote) {
     const auto one = open();
-    const auto other = open();
     EXPECT_FALSE(one->boolForKey("key"));
-    other->setValueForKey(true, "key");
+    open()->setValueForKey(true, "key");
     EXPECT_TRUE(one->boolForKey("key"));
 }
 
 TEST_F(UserDefaultsFile, AgreesOnOneStringWhenProcessesRace) {
-    std::vector<std::unique_ptr<ChildProcess>> children;
+    std::deque<ChildProcess> children;
     for (char name = 'a'; name < 'f'; ++name) {
-        children.push_back(std::make_unique<ChildProcess>([&, name](int output) {
+        children.emplace_back([&, name](int output) {
             const char winner = open()->setStringIfAbsent(std::string(1, name), "userID")[0];
             return write(output, &winner, 1) == 1 ? 0 : 1;
-        }));
+        });
     }
-    std::string winners;
-    for (auto& child : children) {
-        char winner = 0;
-        ASSERT_EQ(read(child->output(), &winner, 1), 1);
-        winners.push_back(winner);
-        EXPECT_EQ(child->wait(), 0);
-    }
+    std::string winners(children.size(), '-');
+    for (std::size_t i = 0; i < children.size(); ++i)
+        EXPECT_EQ(read(children[i].output(), &winners[i], 1), 1);
     EXPECT_EQ(winners, std::string(children.size(), winners.front()));
     EXPECT_EQ(open()->stringForKey("userID"), winners.substr(0, 1));
 }
 
 TEST_F(UserDefaultsFile, ServesThreads) {
     const auto defaults = open();
-    constexpr int threads = 4;
-    constexpr int keys = 10;
     const auto key = [](int thread, int i) { return std::to_string(thread) + "/" + std::to_string(i); };
-    {
-        std::vector<std::jthread> writers;
-        writers.reserve(threads);
-        for (int thread = 0; thread < threads; ++thread) {
-            writers.emplace_back([&, thread] {
-                for (int i = 0; i < keys; ++i) {
-                    defaults->setValueForKey(true, key(thread, i));
-                    EXPECT_TRUE(defaults->boolForKey(key(thread, i)));
-                }
-            });
-        }
+    std::vector<std::jthread> threads(4);
+    for (int thread = 0; thread < 4; ++thread) {
+        threads[static_cast<std::size_t>(thread)] = std::jthread([&, thread] {
+            for (int i = 0; i < 10; ++i) {
+                defaults->setValueForKey(true, key(thread, i));
+                EXPECT_TRUE(defaults->boolForKey(key(thread, i)));
+            }
+        });
     }
-    for (int thread = 0; thread < threads; ++thread)
-        for (int i = 0; i < keys; ++i)
-            EXPECT_TRUE(defaults->boolForKey(key(thread, i)));
+    threads.clear();
+    for (int i = 0; i < 40; ++i)
+        EXPECT_TRUE(defaults->boolForKey(key(i / 10, i % 10)));
 }
 
 TEST_F(UserDefaultsFile, RemembersWhatItCannotWriteAndWritesItLater) {
-    FaultyVfs vfs;
     const auto defaults = open(vfs.name());
     defaults->setValueForKey(true, "covered");
-    vfs.failEvery(FileCall::write, SQLITE_FULL);
-    testing::internal::CaptureStderr();
-    defaults->setValueForKey(true, "bool");
-    defaults->setValueForKey(false, "covered");
-    EXPECT_EQ(defaults->setStringIfAbsent("mine", "string"), "mine");
-    EXPECT_EQ(defaults->setStringIfAbsent("other", "string"), "mine");
-    const std::string said = testing::internal::GetCapturedStderr();
+    const std::string said = saidWithoutWriting([&] {
+        defaults->setValueForKey(true, "bool");
+        defaults->setValueForKey(false, "covered");
+        EXPECT_EQ(defaults->setStringIfAbsent("mine", "string"), "mine");
+        EXPECT_EQ(defaults->setStringIfAbsent("other", "string"), "mine");
+    });
     EXPECT_THAT(said, HasSubstr(file.native()));
     EXPECT_EQ(std::ranges::count(said, '\n'), 1);
-    EXPECT_TRUE(defaults->boolForKey("bool"));
-    EXPECT_FALSE(defaults->boolForKey("covered"));
-    EXPECT_EQ(defaults->stringForKey("string"), "mine");
-
-    vfs.heal();
-    EXPECT_FALSE(open()->boolForKey("bool"));
-    defaults->setValueForKey(true, "next");
     const auto other = open();
-    EXPECT_TRUE(other->boolForKey("bool"));
-    EXPECT_FALSE(other->boolForKey("covered"));
+    EXPECT_FALSE(other->boolForKey("bool"));
+    for (const auto* reader : {&defaults, &other}) {
+        EXPECT_TRUE((*reader)->boolForKey("bool"));
+        EXPECT_FALSE((*reader)->boolForKey("covered"));
+        EXPECT_EQ((*reader)->stringForKey("string"), "mine");
+        defaults->setValueForKey(true, "next");
+    }
     EXPECT_TRUE(other->boolForKey("next"));
-    EXPECT_EQ(other->stringForKey("string"), "mine");
 }
 
 TEST_F(UserDefaultsFile, OpensTheFileThatLiesInItsPlaceAfterAFailure) {
-    FaultyVfs vfs;
     const auto defaults = open(vfs.name());
     defaults->setValueForKey(true, "stored");
-    vfs.failEvery(FileCall::write, SQLITE_IOERR_WRITE);
-    testing::internal::CaptureStderr();
-    defaults->setValueForKey(true, "unwritten");
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(file.native()));
-    vfs.heal();
+    EXPECT_THAT(saidWithoutWriting([&] { defaults->setValueForKey(true, "unwritten"); }), HasSubstr(file.native()));
     for (const char* suffix : {"", "-wal", "-shm"})
         std::filesystem::remove(file.native() + suffix);
     defaults->setValueForKey(true, "next");
@@ -171,14 +145,9 @@ TEST_F(UserDefaultsFile, OpensTheFileThatLiesInItsPlaceAfterAFailure) {
 }
 
 TEST_F(UserDefaultsFile, GivesAStringUpForTheOneThatAnotherProcessStored) {
-    FaultyVfs vfs;
     const auto defaults = open(vfs.name());
     EXPECT_EQ(defaults->stringForKey("userID"), std::nullopt);
-    vfs.failEvery(FileCall::write, SQLITE_FULL);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(defaults->setStringIfAbsent("mine", "userID"), "mine");
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(file.native()));
-    vfs.heal();
+    saidWithoutWriting([&] { EXPECT_EQ(defaults->setStringIfAbsent("mine", "userID"), "mine"); });
     EXPECT_EQ(open()->setStringIfAbsent("theirs", "userID"), "theirs");
     EXPECT_EQ(defaults->stringForKey("userID"), "theirs");
     defaults->setValueForKey(true, "next");
@@ -195,7 +164,7 @@ TEST_F(UserDefaultsFile, WorksInMemoryBesideADamagedFileAndLeavesItAsItIs) {
     EXPECT_TRUE(defaults->boolForKey("bool"));
     EXPECT_EQ(defaults->setStringIfAbsent("mine", "string"), "mine");
     EXPECT_EQ(std::ranges::count(testing::internal::GetCapturedStderr(), '\n'), 1);
-    EXPECT_EQ(test::contentsOf(file), garbage);
+    EXPECT_EQ(contentsOf(file), garbage);
 
     std::filesystem::remove(file);
     defaults->setValueForKey(true, "next");

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <expected>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tarvex::camera {
+
+/// The factors that this user's cameras were calibrated to, one for each camera and frame size: an INI file, a group
+/// for each camera.
+class CalibrationFile {
+public:
+    /// `$XDG_CONFIG_HOME/tarvex/cameras.ini`.
+    CalibrationFile();
+    explicit CalibrationFile(std::filesystem::path path) : path_(std::move(path)) {}
+
+    const std::filesystem::path& path() const { return path_; }
+
+    /// What was stored; absent where nothing was, or nothing that can be a factor.
+    std::optional<double> factor(std::string_view camera, int width, int height) const;
+
+    /// Durable when it returns; one sentence when it could not be written.
+    std::expected<void, std::string> store(std::string_view camera, int width, int height, double factor) const;
+
+private:
+    std::filesystem::path path_;
+};
+
+/// Whether a number can correct a camera: wrong defaults shift distances by some ten percent, not manyfold.
+bool canBeFactor(double number);
+
+}  // namespace tarvex::camera

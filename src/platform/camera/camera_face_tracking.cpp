@@ -1,0 +1,103 @@
+#include "platform/camera/camera_face_tracking.h"
+
+#include <iostream>
+#include <map>
+#include <optional>
+#include <utility>
+
+#include "platform/camera/calibration_file.h"
+#include "platform/camera/camera_source.h"
+#include "platform/camera/capture/camera_scene_view.h"
+#include "platform/camera/vision/face_locator.h"
+#include "platform/camera/vision/face_models.h"
+
+namespace tarvex::camera {
+namespace {
+
+using platform::Anchor;
+using platform::Transform;
+
+void scaleTranslation(Transform& transform, double factor) {
+    for (std::size_t place = 12; place < 15; ++place)
+        transform.columns.at(place) = static_cast<float>(transform.columns.at(place) * factor);
+}
+
+/// The anchor with every distance multiplied, those of the eyes within the face included.
+Anchor scaled(Anchor anchor, double factor) {
+    scaleTranslation(anchor.transform, factor);
+    if (anchor.face) {
+        scaleTranslation(anchor.face->leftEyeTransform, factor);
+        scaleTranslation(anchor.face->rightEyeTransform, factor);
+    }
+    return anchor;
+}
+
+/// Opens what a run needs. The networks are loaded by the first run and kept; the calibration is read by each.
+class RunOpener {
+public:
+    explicit RunOpener(std::shared_ptr<const Options> options)
+        : options_(std::move(options)), source_(options_->source) {}
+
+    std::expected<OpenCapture, std::string> open() {
+        if (!finder_) {
+            auto finder = loadFaceFinder(modelDirectoryOf(*options_),
+                                         {.horizontalFieldOfView = options_->horizontalFieldOfView,
+                                          .interpupillaryDistance = options_->interpupillaryDistance});
+            if (!finder) return std::unexpected(finder.error());
+            finder_ = std::move(*finder);
+        }
+        auto source = source_.open();
+        if (!source) return std::unexpected(source.error());
+        return OpenCapture{.source = std::move(source->frames), .finder = calibrated(source->camera)};
+    }
+
+private:
+    FaceFinder calibrated(const std::string& camera) const {
+        return [finder = finder_, camera, given = options_->calibrationFactor,
+                stored = std::map<std::pair<int, int>, double>()](const Frame& frame) mutable -> std::optional<Anchor> {
+            const auto anchor = finder(frame);
+            if (!anchor) return std::nullopt;
+            if (given) return scaled(*anchor, *given);
+            if (camera.empty()) return anchor;
+            const std::pair size(frame.width, frame.height);
+            if (!stored.contains(size))
+                stored[size] = CalibrationFile().factor(camera, frame.width, frame.height).value_or(1);
+            return scaled(*anchor, stored[size]);
+        };
+    }
+
+    std::shared_ptr<const Options> options_;
+    CameraSource source_;
+    FaceFinder finder_;
+};
+
+std::expected<void, std::string> checkOptions(const Options& options) {
+    const bool possible = options.horizontalFieldOfView > 1 && options.horizontalFieldOfView < 179 &&
+                          options.interpupillaryDistance > 0.01 && options.interpupillaryDistance < 0.2 &&
+                          (!options.calibrationFactor || canBeFactor(*options.calibrationFactor));
+    if (!possible) return std::unexpected("the field of view, the eye spacing or the factor cannot be");
+    if (auto source = CameraSource(options.source).check(); !source) return source;
+    const auto models = modelDirectoryOf(options);
+    if (faceModelsArePresent(models)) return {};
+    return std::unexpected("the face models are not in " + models.string());
+}
+
+}  // namespace
+
+CameraFaceTracking::CameraFaceTracking(Options options)
+    : options_(std::make_shared<const Options>(std::move(options))),
+      capture_(std::make_shared<CameraCapture>(
+          [opener = std::make_shared<RunOpener>(options_)] { return opener->open(); })) {}
+
+bool CameraFaceTracking::isSupported() const {
+    const auto usable = checkOptions(*options_);
+    if (usable) return true;
+    if (!saidWhyNot_.exchange(true)) std::cerr << "Tarvex: distances cannot be measured: " + usable.error() + "\n";
+    return false;
+}
+
+std::shared_ptr<platform::FaceTrackingSceneView> CameraFaceTracking::makeSceneView() {
+    return std::make_shared<CameraSceneView>(capture_);
+}
+
+}  // namespace tarvex::camera

@@ -1,0 +1,95 @@
+#include "platform/camera/camera_source.h"
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+
+#include "platform/camera/capture/gst_frame_source.h"
+#include "platform/camera/capture/video_devices.h"
+
+namespace tarvex::camera {
+namespace {
+
+using Failure = std::unexpected<std::string>;
+
+template <typename... Cases>
+struct Overloaded : Cases... {
+    using Cases::operator()...;
+};
+
+std::vector<std::filesystem::path> candidates(const CameraDevice& device) {
+    if (device.node) return {*device.node};
+    return videoDeviceNodes();
+}
+
+std::expected<void, std::string> checkFile(const std::filesystem::path& path) {
+    std::error_code failure;
+    if (std::filesystem::is_regular_file(path, failure)) return {};
+    return Failure("there is no file " + path.string());
+}
+
+std::expected<void, std::string> checkDevices(const CameraDevice& device) {
+    const auto nodes = candidates(device);
+    if (std::ranges::any_of(nodes, mayOpen)) return {};
+    if (nodes.empty()) return Failure("this machine has no camera");
+    std::error_code failure;
+    if (!std::filesystem::exists(nodes.front(), failure))
+        return Failure("there is no camera " + nodes.front().string());
+    return Failure("this user may not open the camera " + nodes.front().string() + " (see the group of the file)");
+}
+
+std::expected<NamedSource, std::string> openDevice(const CameraDevice& device) {
+    std::string why = "this machine has no camera";
+    for (const auto& node : candidates(device)) {
+        auto name = cameraName(node);
+        if (!name) {
+            why = name.error();
+            continue;
+        }
+        auto frames = openFrameSource(node);
+        if (!frames) return Failure(frames.error());
+        return NamedSource{.frames = std::move(*frames), .camera = std::move(*name)};
+    }
+    return Failure(why);
+}
+
+std::expected<NamedSource, std::string> openOther(const OpenedSource& source, std::string camera) {
+    auto frames = openFrameSource(source);
+    if (!frames) return Failure(frames.error());
+    return NamedSource{.frames = std::move(*frames), .camera = std::move(camera)};
+}
+
+}  // namespace
+
+CameraSource::CameraSource(Source source) : source_(std::move(source)) {}
+
+std::expected<void, std::string> CameraSource::check() const {
+    return std::visit(Overloaded{[](const CameraDevice& device) { return checkDevices(device); },
+                                 [](const PortalCamera& portal) -> std::expected<void, std::string> {
+                                     if (portal.fileDescriptor >= 0) return {};
+                                     return Failure("the portal handed over no camera");
+                                 },
+                                 [](const VideoFile& video) { return checkFile(video.path); },
+                                 [](const Pictures& pictures) -> std::expected<void, std::string> {
+                                     if (pictures.paths.empty()) return Failure("the list of pictures is empty");
+                                     for (const auto& path : pictures.paths) {
+                                         if (auto there = checkFile(path); !there) return there;
+                                     }
+                                     return {};
+                                 }},
+                      source_);
+}
+
+std::expected<NamedSource, std::string> CameraSource::open() {
+    return std::visit(Overloaded{[](const CameraDevice& device) { return openDevice(device); },
+                                 [](const PortalCamera& portal) { return openOther(portal, "portal"); },
+                                 [](const VideoFile& video) { return openOther(video, ""); },
+                                 [&](const Pictures& pictures) {
+                                     const auto& path = pictures.paths[nextPicture_];
+                                     nextPicture_ = (nextPicture_ + 1) % pictures.paths.size();
+                                     return openOther(Picture{.path = path}, "");
+                                 }},
+                      source_);
+}
+
+}  // namespace tarvex::camera

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <expected>
+#include <memory>
+#include <string>
+
+#include "platform/camera/capture/frame_source.h"
+#include "tarvex/camera.h"
+
+namespace tarvex::camera {
+
+/// An open source, and the name under which its camera is calibrated; empty for what only stands in a camera's place.
+struct NamedSource {
+    std::unique_ptr<FrameSource> frames;
+    std::string camera;
+};
+
+/// What the host chose, opened run by run. Used by one thread at a time.
+class CameraSource {
+public:
+    explicit CameraSource(Source source);
+
+    /// Why no run can see anything, as far as it shows without opening a camera.
+    std::expected<void, std::string> check() const;
+
+    std::expected<NamedSource, std::string> open();
+
+private:
+    Source source_;
+    std::size_t nextPicture_ = 0;
+};
+
+}  // namespace tarvex::camera

@@ -1,0 +1,187 @@
+#include "platform/camera/capture/camera_capture.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <system_error>
+#include <utility>
+
+#include "platform/posix/library_thread.h"
+
+namespace tarvex::camera {
+namespace {
+
+using namespace std::chrono_literals;
+// How soon a pause is noticed, and how often a frame is looked at while no face is seen.
+constexpr auto framePatience = 50ms;
+constexpr auto lookInterval = 100ms;
+constexpr auto stall = 2s;
+constexpr auto exitGrace = 2s;
+
+void sayThatNothingIsMeasured(const std::string& why) {
+    std::cerr << "Tarvex: no distance is measured: " + why + "\n";
+}
+
+}  // namespace
+
+/// The captures of the process.
+struct CameraCapture::Live {
+    const pid_t process = getpid();
+    std::mutex mutex;
+    std::vector<CameraCapture*> captures;
+};
+
+CameraCapture::CameraCapture(CaptureOpener open) : open_(std::move(open)) {
+    // A source that loads its plugins while the process's libraries are being taken down would bring it down.
+    [[maybe_unused]] static const int registered = std::atexit(&endAllAtExit);
+    const std::lock_guard lock(live().mutex);
+    live().captures.push_back(this);
+}
+
+CameraCapture::~CameraCapture() {
+    {
+        const std::lock_guard lock(live().mutex);
+        std::erase(live().captures, this);
+    }
+    end();
+    if (thread_.joinable()) thread_.join();
+}
+
+// Never destroyed: the process's exit handler uses it.
+CameraCapture::Live& CameraCapture::live() {
+    static auto* const live = new Live;
+    return *live;
+}
+
+void CameraCapture::endAllAtExit() {
+    if (getpid() != live().process) return;  // a fork without the threads
+    const auto deadline = Clock::now() + exitGrace;
+    const std::lock_guard lock(live().mutex);
+    for (CameraCapture* capture : live().captures)
+        capture->end();
+    for (CameraCapture* capture : live().captures)
+        capture->waitForEnd(deadline);
+}
+
+void CameraCapture::end() {
+    const std::lock_guard lock(mutex_);
+    ending_ = true;
+    ++changes_;
+    changed_.notify_all();
+}
+
+void CameraCapture::waitForEnd(Clock::time_point deadline) {
+    std::unique_lock lock(mutex_);
+    const bool exitsOnItsThread = thread_.get_id() == std::this_thread::get_id();
+    if (!thread_.joinable() || exitsOnItsThread) return;
+    if (changed_.wait_until(lock, deadline, [this] { return ended_; })) thread_.join();
+}
+
+void CameraCapture::run(const std::shared_ptr<FaceObserver>& observer) {
+    const std::lock_guard lock(mutex_);
+    forget(observer.get());
+    runs_.push_back({.identity = observer.get(), .observer = observer});
+    ++runCount_;
+    ++changes_;
+    changed_.notify_all();
+    if (thread_.joinable() || ending_) return;
+    try {
+        thread_ = std::thread([this] { work(); });
+    } catch (const std::system_error& refusal) {
+        sayThatNothingIsMeasured(refusal.what());
+    }
+}
+
+void CameraCapture::pause(const FaceObserver& observer) {
+    const std::lock_guard lock(mutex_);
+    forget(&observer);
+    ++changes_;
+    changed_.notify_all();
+}
+
+bool CameraCapture::isOpen() const {
+    const std::lock_guard lock(mutex_);
+    return isOpen_;
+}
+
+void CameraCapture::forget(const FaceObserver* observer) {
+    std::erase_if(runs_, [&](const Run& run) { return run.identity == observer; });
+}
+
+std::shared_ptr<FaceObserver> CameraCapture::newest() {
+    const std::lock_guard lock(mutex_);
+    while (!ending_ && !runs_.empty()) {
+        if (auto observer = runs_.back().observer.lock()) return observer;
+        runs_.pop_back();
+    }
+    return nullptr;
+}
+
+void CameraCapture::work() {
+    platform::beginLibraryThread("tarvex-camera");
+    std::unique_lock lock(mutex_);
+    while (true) {
+        changed_.wait(lock, [this] { return ending_ || (!runs_.empty() && runCount_ != givenUpRun_); });
+        if (ending_) break;
+        servedRun_ = runCount_;
+        isOpen_ = true;
+        lock.unlock();
+        serve();
+        lock.lock();
+        isOpen_ = false;
+    }
+    ended_ = true;
+    changed_.notify_all();
+}
+
+void CameraCapture::serve() {
+    auto capture = open_();
+    if (!capture) return giveUp(capture.error());
+    look(*capture);
+}
+
+void CameraCapture::look(OpenCapture& capture) {
+    auto lastFrame = Clock::now();
+    auto nextLook = lastFrame;
+    while (const auto observer = newest()) {
+        if (!observer->isDue()) {
+            waitForChange(Clock::now() + lookInterval);
+            lastFrame = Clock::now();
+            continue;
+        }
+        if (waitForChange(nextLook)) continue;
+        std::optional<platform::Anchor> face;
+        const auto came =
+            capture.source->next(framePatience, [&](const Frame& frame) { face = capture.finder(frame); });
+        if (!came) return giveUp(came.error());
+        const auto now = Clock::now();
+        if (*came) {
+            lastFrame = now;
+            nextLook = now + lookInterval;
+            lastReport_.clear();
+        }
+        if (now - lastFrame > stall) report("the camera is open, but delivers no frames");
+        if (face && newest() == observer) observer->faceFound(*face);
+    }
+}
+
+bool CameraCapture::waitForChange(Clock::time_point deadline) {
+    std::unique_lock lock(mutex_);
+    const auto before = changes_;
+    return changed_.wait_until(lock, deadline, [&] { return changes_ != before; });
+}
+
+void CameraCapture::giveUp(const std::string& why) {
+    report(why);
+    const std::lock_guard lock(mutex_);
+    givenUpRun_ = servedRun_;
+}
+
+void CameraCapture::report(const std::string& why) {
+    if (why == lastReport_) return;
+    lastReport_ = why;
+    sayThatNothingIsMeasured(why);
+}
+
+}  // namespace tarvex::camera

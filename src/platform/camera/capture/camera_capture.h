@@ -1,0 +1,98 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <expected>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/camera/capture/frame_source.h"
+#include "platform/camera/vision/face_finder.h"
+
+namespace tarvex::camera {
+
+/// Who is told of the face while it runs. Called on the capture's thread.
+class FaceObserver {
+public:
+    virtual ~FaceObserver() = default;
+
+    /// Whether the observer would take a face now; frames are let go unseen while it would not.
+    virtual bool isDue() = 0;
+    virtual void faceFound(const platform::Anchor& anchor) = 0;
+};
+
+/// What a run needs: open frames, and the eye that looks at them.
+struct OpenCapture {
+    std::unique_ptr<FrameSource> source;
+    FaceFinder finder;
+};
+using CaptureOpener = std::function<std::expected<OpenCapture, std::string>()>;
+
+/// The one capture of a process: opens its source while somebody runs, and shows what it finds to the newest runner.
+///
+/// Thread-safe. All work, opening included, is done on a thread of its own, which begins with the first run and sleeps
+/// without waking up while nobody runs. A source that fails is closed, and opened again by the next run; a line on
+/// standard error says why, once until another reason comes.
+class CameraCapture {
+public:
+    explicit CameraCapture(CaptureOpener open);
+    /// Closes the source after the look it is in. Not to be destroyed on the capture's own thread.
+    ///
+    /// When the process exits first, its exit does the same, and waits for at most two seconds.
+    ~CameraCapture();
+    CameraCapture(const CameraCapture&) = delete;
+    CameraCapture& operator=(const CameraCapture&) = delete;
+
+    /// The observer becomes the newest; it is held weakly. A source that is open stays open.
+    void run(const std::shared_ptr<FaceObserver>& observer);
+    /// After the last one's pause, the source is closed.
+    void pause(const FaceObserver& observer);
+
+    bool isOpen() const;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    struct Run {
+        const FaceObserver* identity;
+        std::weak_ptr<FaceObserver> observer;
+    };
+
+    struct Live;
+    static Live& live();
+    static void endAllAtExit();
+
+    void end();
+    void waitForEnd(Clock::time_point deadline);
+    void work();
+    void serve();
+    void look(OpenCapture& capture);
+    /// Returns at the deadline, or with true as soon as a run or a pause comes.
+    bool waitForChange(Clock::time_point deadline);
+    void giveUp(const std::string& why);
+    void report(const std::string& why);
+    void forget(const FaceObserver* observer);
+    std::shared_ptr<FaceObserver> newest();
+
+    const CaptureOpener open_;
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<Run> runs_;         ///< the newest last
+    std::uint64_t changes_ = 0;     ///< of the runs
+    std::uint64_t runCount_ = 0;    ///< of all runs ever
+    std::uint64_t servedRun_ = 0;   ///< the newest when the source was opened
+    std::uint64_t givenUpRun_ = 0;  ///< the newest when the source failed
+    bool ending_ = false;
+    bool ended_ = false;  ///< the thread has left everything but its stack
+    bool isOpen_ = false;
+    std::string lastReport_;  ///< of the thread alone
+    std::thread thread_;
+};
+
+}  // namespace tarvex::camera

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <array>
+#include <optional>
+
+#include "platform/camera/vision/image_region.h"
+#include "platform/camera/vision/neural_network.h"
+
+namespace tarvex::camera {
+
+/// Finds where in a picture a face is: a short-range detector of the BlazeFace kind.
+/// Bazarevsky et al., "BlazeFace: Sub-millisecond Neural Face Detection on Mobile GPUs", 2019.
+class FaceDetector {
+public:
+    /// The network as compiled from its model; one sentence when it is not a detector's.
+    static std::expected<FaceDetector, std::string> make(NeuralNetwork network);
+
+    /// The square around the nearest face, upright by its eyes; absent where no face is.
+    std::optional<ImageRegion> nearestFace(ImagePyramid& pyramid);
+
+private:
+    struct Detection;
+
+    explicit FaceDetector(NeuralNetwork network);
+
+    std::optional<Detection> largestFaceIn(ImagePyramid& pyramid, const ImageRegion& region);
+    std::optional<Detection> firstLook(ImagePyramid& pyramid);
+
+    NeuralNetwork network_;
+    std::vector<ImagePoint> anchors_;
+};
+
+}  // namespace tarvex::camera

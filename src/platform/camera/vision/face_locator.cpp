@@ -1,0 +1,70 @@
+#include "platform/camera/vision/face_locator.h"
+
+#include <memory>
+#include <utility>
+
+#include "platform/camera/vision/face_detector.h"
+#include "platform/camera/vision/face_mesh.h"
+#include "platform/camera/vision/face_models.h"
+#include "platform/camera/vision/neural_network.h"
+#include "platform/camera/vision/tflite_model.h"
+
+namespace tarvex::camera {
+namespace {
+
+using platform::Anchor;
+
+constexpr int smallestSide = 16;
+
+/// Detection, mesh and pose, one after the other.
+class FaceLocator {
+public:
+    FaceLocator(FaceDetector detector, FaceMesh mesh, const FaceGeometry& geometry)
+        : detector_(std::move(detector)), mesh_(std::move(mesh)), geometry_(geometry) {}
+
+    std::optional<Anchor> locate(const Frame& frame) {
+        if (frame.width < smallestSide || frame.height < smallestSide) return std::nullopt;
+        ImagePyramid pyramid(frame);
+        const auto region = detector_.nearestFace(pyramid);
+        if (!region) return std::nullopt;
+        const auto points = mesh_.pointsIn(pyramid, *region);
+        if (!points) return std::nullopt;
+        return headPose(*points, frame.width, frame.height, geometry_);
+    }
+
+private:
+    FaceDetector detector_;
+    FaceMesh mesh_;
+    FaceGeometry geometry_;
+};
+
+/// A part of the locator from its model's file.
+template <typename Part>
+std::expected<Part, std::string> load(const std::filesystem::path& directory, const FaceModelFile& file) {
+    const auto bytes = readFaceModel(directory, file);
+    if (!bytes) return std::unexpected(bytes.error());
+    const auto why = [&](const std::string& reason) {
+        return std::unexpected((directory / file.name).string() + " cannot be used: " + reason);
+    };
+    const auto model = TfliteModel::parse(*bytes);
+    if (!model) return why(model.error());
+    auto network = NeuralNetwork::compile(*model);
+    if (!network) return why(network.error());
+    auto part = Part::make(std::move(*network));
+    if (!part) return why(part.error());
+    return part;
+}
+
+}  // namespace
+
+std::expected<FaceFinder, std::string> loadFaceFinder(const std::filesystem::path& modelDirectory,
+                                                      const FaceGeometry& geometry) {
+    auto detector = load<FaceDetector>(modelDirectory, detectorModel);
+    if (!detector) return std::unexpected(detector.error());
+    auto mesh = load<FaceMesh>(modelDirectory, meshModel);
+    if (!mesh) return std::unexpected(mesh.error());
+    const auto locator = std::make_shared<FaceLocator>(std::move(*detector), std::move(*mesh), geometry);
+    return [locator](const Frame& frame) { return locator->locate(frame); };
+}
+
+}  // namespace tarvex::camera

@@ -1,0 +1,92 @@
+#include "platform/camera/vision/face_mesh.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numbers>
+#include <utility>
+
+namespace tarvex::camera {
+namespace {
+
+constexpr std::size_t inputSize = 192;
+constexpr std::size_t coordinates = 3;
+constexpr std::size_t rightOuterCorner = 33;
+constexpr std::size_t leftOuterCorner = 263;
+constexpr float margin = 1.5F;
+constexpr ChannelRange zeroToOne{.scale = 1 / 255.0F, .offset = 0};
+
+// A square that moves by less than this part of its side shows the network the same picture.
+constexpr float settledChange = 0.08F;
+constexpr int mostLooks = 4;
+
+// A logit: 98 % sure. A profile, on which the mesh sees eyes that are not there, stays below; faces lie above.
+constexpr float leastPresence = 3.9F;
+
+/// The square around the points, with a margin, turned so that the eyes lie level.
+ImageRegion squareAround(const FacePoints& points) {
+    const ImagePoint right = points[rightOuterCorner];
+    const ImagePoint left = points[leftOuterCorner];
+    const float angle = std::atan2(left.y - right.y, left.x - right.x);
+    const ImageRegion turned{.centre = {}, .side = 1, .angle = angle};
+    ImagePoint least{.x = std::numeric_limits<float>::max(), .y = std::numeric_limits<float>::max()};
+    ImagePoint most{.x = std::numeric_limits<float>::lowest(), .y = std::numeric_limits<float>::lowest()};
+    for (const ImagePoint& point : points) {
+        const float along = point.x * std::cos(angle) + point.y * std::sin(angle);
+        const float across = point.y * std::cos(angle) - point.x * std::sin(angle);
+        least = {.x = std::min(least.x, along), .y = std::min(least.y, across)};
+        most = {.x = std::max(most.x, along), .y = std::max(most.y, across)};
+    }
+    return {.centre = turned.toFrame({.x = (least.x + most.x) / 2 + 0.5F, .y = (least.y + most.y) / 2 + 0.5F}),
+            .side = margin * std::max(most.x - least.x, most.y - least.y),
+            .angle = angle};
+}
+
+bool isSettled(const ImageRegion& before, const ImageRegion& after) {
+    const float moved = std::hypot(after.centre.x - before.centre.x, after.centre.y - before.centre.y);
+    const float turned = std::abs(std::remainder(after.angle - before.angle, 2 * std::numbers::pi_v<float>));
+    const float change = std::max({moved / before.side, std::abs(after.side / before.side - 1), turned});
+    return change < settledChange;
+}
+
+}  // namespace
+
+std::expected<FaceMesh, std::string> FaceMesh::make(NeuralNetwork network) {
+    FaceMesh mesh(std::move(network));
+    const NeuralNetwork& made = mesh.network_;
+    const bool fits = made.inputHeight() == inputSize && made.inputWidth() == inputSize &&
+                      mesh.network_.input().size() == inputSize * inputSize * 3 && made.outputCount() == 2 &&
+                      made.output(0).size() == FacePoints().size() * coordinates && made.output(1).size() == 1;
+    if (!fits) return std::unexpected("its input and outputs are not those of a face mesh");
+    return mesh;
+}
+
+FaceMesh::FaceMesh(NeuralNetwork network) : network_(std::move(network)) {}
+
+std::optional<FacePoints> FaceMesh::pointsIn(ImagePyramid& pyramid, ImageRegion region) {
+    std::optional<FacePoints> points = look(pyramid, region);
+    for (int looks = 1; points && looks < mostLooks; ++looks) {
+        const ImageRegion next = squareAround(*points);
+        if (looks > 1 && isSettled(region, next)) break;
+        region = next;
+        points = look(pyramid, region);
+    }
+    return points;
+}
+
+std::optional<FacePoints> FaceMesh::look(ImagePyramid& pyramid, const ImageRegion& region) {
+    if (!(region.side >= 1)) return std::nullopt;
+    sampleRegion(pyramid, region, inputSize, Beyond::black, zeroToOne, network_.input());
+    if (!network_.run()) return std::nullopt;
+    const float presence = network_.output(1).front();
+    if (!(presence > leastPresence)) return std::nullopt;
+    const auto numbers = network_.output(0);
+    FacePoints points;
+    for (std::size_t place = 0; place < points.size(); ++place) {
+        points.at(place) = region.toFrame({.x = numbers[coordinates * place] / static_cast<float>(inputSize),
+                                           .y = numbers[coordinates * place + 1] / static_cast<float>(inputSize)});
+    }
+    return points;
+}
+
+}  // namespace tarvex::camera

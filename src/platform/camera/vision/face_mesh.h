@@ -1,0 +1,35 @@
+#pragma once
+
+#include <array>
+#include <expected>
+#include <optional>
+#include <string>
+
+#include "platform/camera/vision/image_region.h"
+#include "platform/camera/vision/neural_network.h"
+
+namespace tarvex::camera {
+
+/// Where the points of a face lie in a frame, in pixels: 468 of them, numbered as the network has them.
+using FacePoints = std::array<ImagePoint, 468>;
+
+/// Places a mesh of points on a face.
+/// Kartynnik et al., "Real-time Facial Surface Geometry from Monocular Video on Mobile GPUs", 2019.
+class FaceMesh {
+public:
+    /// The network as compiled from its model; one sentence when it is not a mesh's.
+    static std::expected<FaceMesh, std::string> make(NeuralNetwork network);
+
+    /// The face in `region`; absent when there is none. The region may be rough: the mesh is placed again in the square
+    /// around what was found until that stays where it is.
+    std::optional<FacePoints> pointsIn(ImagePyramid& pyramid, ImageRegion region);
+
+private:
+    explicit FaceMesh(NeuralNetwork network);
+
+    std::optional<FacePoints> look(ImagePyramid& pyramid, const ImageRegion& region);
+
+    NeuralNetwork network_;
+};
+
+}  // namespace tarvex::camera

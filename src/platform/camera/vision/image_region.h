@@ -1,0 +1,60 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <span>
+#include <vector>
+
+#include "platform/camera/vision/frame.h"
+
+namespace tarvex::camera {
+
+/// A point of a frame, in pixels: the first pixel covers 0 to 1.
+struct ImagePoint {
+    float x = 0;
+    float y = 0;
+};
+
+/// A square of a frame, in pixels; it may be turned and may reach beyond the frame.
+struct ImageRegion {
+    ImagePoint centre;
+    float side = 0;
+    float angle = 0;  ///< radians, clockwise as one looks at the picture
+
+    /// From the square's own coordinates, 0 to 1 along its sides, to the frame's.
+    ImagePoint toFrame(ImagePoint inside) const;
+};
+
+/// The frame at its own size and at halves of it, each made when it is first needed. Looks at the frame; what it made
+/// goes with it.
+class ImagePyramid {
+public:
+    explicit ImagePyramid(const Frame& frame) : levels_{frame} {}
+
+    const Frame& frame() const { return levels_.front(); }
+
+    /// The frame halved `level` times, or as often as its size allows. As long-lived as this.
+    const Frame& halved(int level);
+
+private:
+    // What was handed out stays where it is when levels are added.
+    std::deque<Frame> levels_;
+    std::deque<std::vector<std::uint8_t>> pixels_;
+};
+
+/// How a network wants its numbers: value × scale + offset for a channel of 0 to 255.
+struct ChannelRange {
+    float scale = 1;
+    float offset = 0;
+};
+
+/// What a region shows where it reaches beyond the frame.
+enum class Beyond : std::uint8_t { black, nearestPixel };
+
+/// Fills `numbers` with the region at size × size pixels, red, green and blue each.
+void sampleRegion(ImagePyramid& pyramid, const ImageRegion& region, std::size_t size, Beyond beyond, ChannelRange range,
+                  std::span<float> numbers);
+
+}  // namespace tarvex::camera

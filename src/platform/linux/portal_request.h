@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+namespace tarvex::platform {
+
+enum class PortalAnswer : std::uint8_t {
+    agreed,
+    refused,      ///< by the user, or the portal went away before it answered
+    failed,       ///< the portal replied with an error
+    unavailable,  ///< there is no session bus, no portal on it, or one that does not know the method
+};
+
+/// A question to the desktop portal, which shows a dialog of its own and answers later.
+struct PortalRequest {
+    std::string interface;
+    std::string method;
+    std::vector<std::string> arguments;  ///< those before the options, all of them strings
+
+    /// Asks, and waits for the answer on the calling thread, however long the user takes; `refused` once `stop` is
+    /// requested. The calling thread's default main context is left alone.
+    PortalAnswer ask(const std::stop_token& stop) const;
+};
+
+}  // namespace tarvex::platform

@@ -1,0 +1,249 @@
+#include "platform/camera/capture/camera_capture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "platform/camera/capture/camera_scene_view.h"
+#include "platform/camera/scripted_frame_source.h"
+#include "platform/linux/glm_scene_graph.h"
+
+namespace tarvex::camera {
+
+namespace {
+
+using platform::RunOptions;
+using test::eventually;
+using test::ScriptedCamera;
+
+constexpr RunOptions startAfresh{.resetTracking = true, .removeExistingAnchors = true};
+
+/// Keeps what it is told, and pauses its session after so many updates, as a measurement does.
+class RecordingDelegate final : public platform::FaceTrackingDelegate {
+public:
+    std::shared_ptr<platform::SceneNode> nodeForAnchor(const platform::Anchor& /*anchor*/) override {
+        const std::lock_guard lock(mutex_);
+        threads_.insert(std::this_thread::get_id());
+        nodes_.push_back(graph_.makeNode());
+        return nodes_.back();
+    }
+
+    void didUpdateNode(platform::SceneNode& node, const platform::Anchor& /*anchor*/) override {
+        std::function<void()> after;
+        {
+            const std::lock_guard lock(mutex_);
+            threads_.insert(std::this_thread::get_id());
+            depths_.push_back(-node.worldPosition().z);
+            after = onUpdate;
+        }
+        if (after) after();
+    }
+
+    std::size_t updates() const {
+        const std::lock_guard lock(mutex_);
+        return depths_.size();
+    }
+    std::vector<float> depths() const {
+        const std::lock_guard lock(mutex_);
+        return depths_;
+    }
+    std::size_t nodes() const {
+        const std::lock_guard lock(mutex_);
+        return nodes_.size();
+    }
+    std::set<std::thread::id> threads() const {
+        const std::lock_guard lock(mutex_);
+        return threads_;
+    }
+
+    std::function<void()> onUpdate;  ///< set before the first run
+
+private:
+    mutable std::mutex mutex_;
+    platform::GlmSceneGraph graph_;
+    std::vector<std::shared_ptr<platform::SceneNode>> nodes_;
+    std::vector<float> depths_;
+    std::set<std::thread::id> threads_;
+};
+
+class CameraSession : public ::testing::Test {
+protected:
+    struct Watched {
+        std::shared_ptr<CameraSceneView> view;
+        std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
+
+        void run(RunOptions options = startAfresh) const { view->session().run({}, options); }
+        void pause() const { view->session().pause(); }
+    };
+
+    Watched watch() {
+        Watched watched{.view = std::make_shared<CameraSceneView>(capture)};
+        watched.view->setDelegate(watched.delegate);
+        watched.view->setPreferredFramesPerSecond(1);
+        return watched;
+    }
+
+    bool looksOn() {
+        const int before = device.frames;
+        return eventually([&] { return device.frames > before + 2; });
+    }
+
+    ScriptedCamera device;
+    std::shared_ptr<CameraCapture> capture = std::make_shared<CameraCapture>(device.opener());
+};
+
+}  // namespace
+
+TEST_F(CameraSession, MeasuresOnceOnTheCapturesThreadAndClosesTheCamera) {
+    const Watched watched = watch();
+    watched.delegate->onUpdate = [&] { watched.pause(); };
+    EXPECT_EQ(device.opened, 0);
+    for (int run = 1; run <= 3; ++run) {
+        device.depth = 0.25F * static_cast<float>(run);
+        watched.run();
+        ASSERT_TRUE(eventually([&] { return device.closed == run; }));
+        EXPECT_EQ(watched.delegate->updates(), static_cast<std::size_t>(run));
+    }
+    EXPECT_THAT(watched.delegate->depths(), ElementsAre(0.25F, 0.5F, 0.75F));
+    EXPECT_EQ(watched.delegate->nodes(), 3U) << "each run removes the anchors of the one before";
+    EXPECT_EQ(watched.delegate->threads().size(), 1U);
+    EXPECT_FALSE(watched.delegate->threads().contains(std::this_thread::get_id()));
+}
+
+TEST_F(CameraSession, KeepsToThePreferredFrameRateAndLooksNoOftenerThanItCanTell) {
+    const Watched watched = watch();
+    watched.run();
+    ASSERT_TRUE(eventually([&] { return watched.delegate->updates() == 1; }));
+    const int frames = device.frames;
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    EXPECT_EQ(watched.delegate->updates(), 1U);
+    EXPECT_LE(device.frames, frames + 1);
+    ASSERT_TRUE(eventually([&] { return watched.delegate->updates() == 2; }));
+    EXPECT_EQ(watched.delegate->nodes(), 1U) << "the same face is the same anchor";
+}
+
+TEST_F(CameraSession, ARunThatResetsKeepsTheCameraOpenAndOneThatKeepsAnchorsKeepsTheNode) {
+    const Watched watched = watch();
+    watched.run();
+    ASSERT_TRUE(eventually([&] { return watched.delegate->updates() == 1; }));
+    watched.run(startAfresh);
+    ASSERT_TRUE(eventually([&] { return watched.delegate->updates() == 2; }));
+    EXPECT_EQ(watched.delegate->nodes(), 2U);
+    watched.run({.resetTracking = true, .removeExistingAnchors = false});
+    ASSERT_TRUE(eventually([&] { return watched.delegate->updates() == 3; }));
+    EXPECT_EQ(watched.delegate->nodes(), 2U);
+    EXPECT_EQ(device.opened, 1);
+    EXPECT_TRUE(capture->isOpen());
+    watched.pause();
+    EXPECT_TRUE(eventually([&] { return device.closed == 1 && !capture->isOpen(); }));
+}
+
+TEST_F(CameraSession, ShowsFramesToTheNewestAndClosesWithTheLastPause) {
+    const Watched first = watch();
+    const Watched second = watch();
+    first.run();
+    ASSERT_TRUE(eventually([&] { return first.delegate->updates() == 1; }));
+    second.run();
+    ASSERT_TRUE(eventually([&] { return second.delegate->updates() == 2; }));
+    EXPECT_EQ(first.delegate->updates(), 1U);
+    second.pause();
+    ASSERT_TRUE(eventually([&] { return first.delegate->updates() == 2; }));
+    EXPECT_EQ(device.opened, 1);
+    first.pause();
+    first.pause();
+    EXPECT_TRUE(eventually([&] { return device.closed == 1; }));
+}
+
+TEST_F(CameraSession, LooksOnWhileThereIsNoFaceAndTellsNobody) {
+    device.showsFace = false;
+    const Watched watched = watch();
+    watched.run();
+    EXPECT_TRUE(looksOn());
+    EXPECT_EQ(watched.delegate->nodes(), 0U);
+    watched.pause();
+    EXPECT_TRUE(eventually([&] { return device.closed == 1; }));
+}
+
+TEST_F(CameraSession, AFailedCameraIsClosedSaidOnceAndTriedAgainByTheNextRun) {
+    struct Case {
+        const char* name;
+        std::atomic<bool> ScriptedCamera::* fault;
+        const char* line;
+    };
+    for (const Case& c : {Case{"busy", &ScriptedCamera::refusesToOpen, "the camera is busy"},
+                          Case{"unplugged", &ScriptedCamera::isUnplugged, "the camera is gone"}}) {
+        SCOPED_TRACE(c.name);
+        const Watched watched = watch();
+        device.*c.fault = true;
+        ::testing::internal::CaptureStderr();
+        for (int run = 0; run < 3; ++run) {
+            const int attempts = device.attempts;
+            watched.run();
+            ASSERT_TRUE(eventually([&] { return device.attempts > attempts && !capture->isOpen(); }));
+        }
+        EXPECT_FALSE(device.isOpen());
+        device.*c.fault = false;
+        watched.run();
+        ASSERT_TRUE(eventually([&] { return watched.delegate->updates() == 1; }));
+        watched.pause();
+        ASSERT_TRUE(eventually([&] { return !capture->isOpen(); }));
+        EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+                  std::string("Tarvex: no distance is measured: ") + c.line + "\n");
+    }
+}
+
+TEST_F(CameraSession, AStreamThatStallsIsNamedAndLeftAtThePause) {
+    device.stalls = true;
+    const Watched watched = watch();
+    ::testing::internal::CaptureStderr();
+    watched.run();
+    std::this_thread::sleep_for(std::chrono::milliseconds(2300));
+    watched.pause();
+    EXPECT_TRUE(eventually([&] { return device.closed == 1; }));
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("delivers no frames"));
+    EXPECT_EQ(watched.delegate->updates(), 0U);
+}
+
+TEST_F(CameraSession, AViewThatGoesAwayDuringARunClosesTheCamera) {
+    {
+        const Watched watched = watch();
+        watched.run();
+        ASSERT_TRUE(eventually([&] { return watched.delegate->updates() == 1; }));
+    }
+    EXPECT_TRUE(eventually([&] { return device.closed == 1; }));
+}
+
+TEST_F(CameraSession, TheCaptureMayEndDuringARunAndViewsOutliveIt) {
+    const Watched watched = watch();
+    watched.run();
+    ASSERT_TRUE(eventually([&] { return watched.delegate->updates() == 1; }));
+    capture.reset();
+    EXPECT_EQ(device.closed, 1);
+    watched.run();
+    watched.pause();
+    EXPECT_EQ(device.opened, 1);
+}
+
+TEST_F(CameraSession, RunsAndPausesFromManyThreadsEndWithTheCameraClosed) {
+    const Watched first = watch();
+    const Watched second = watch();
+    std::vector<std::jthread> threads;
+    for (const Watched* watched : {&first, &second, &first, &second}) {
+        threads.emplace_back([watched] {
+            for (int round = 0; round < 200; ++round) {
+                watched->run();
+                if (round % 3 != 0) watched->pause();
+            }
+        });
+    }
+    threads.clear();
+    first.pause();
+    second.pause();
+    EXPECT_TRUE(eventually([&] { return !device.isOpen() && !capture->isOpen(); }));
+}
+
+}  // namespace tarvex::camera

@@ -1,0 +1,134 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <thread>
+
+#include "platform/camera/scripted_frame_source.h"
+#include "sensors/distance_tracking.h"
+#include "storage/persistence_controller.h"
+#include "storage/tracking_data.h"
+#include "tarvex/camera.h"
+#include "temporary_directory.h"
+
+namespace tarvex {
+
+namespace {
+
+using camera::Options;
+using test::eventually;
+
+const std::filesystem::path models = TARVEX_FACE_MODELS;
+const std::filesystem::path photographs = TARVEX_TEST_PICTURES;
+
+Options photographOptions() {
+    return {.source = camera::Pictures{.paths = {photographs / "sample1.jpg", photographs / "sample5.jpg"}},
+            .modelDirectory = models};
+}
+
+/// The library as it is on Linux, with a camera of these options.
+struct Tracked {
+    explicit Tracked(Options options) {
+        platform = platform::Platform::makeLinux({.dataDirectory = directory.path() / "data"});
+        camera::addTo(*platform, std::move(options));
+        store = std::make_unique<PersistenceController>(*platform);
+    }
+
+    std::vector<TrackingData> samples() const {
+        return decodeTrackingDataWrapper(store->loadTrackingData().value().view(), platform->jsonCoder())->trackingData;
+    }
+
+    TemporaryDirectory directory;
+    std::unique_ptr<platform::Platform> platform;
+    std::unique_ptr<PersistenceController> store;
+};
+
+}  // namespace
+
+TEST(CameraTracking, StoresBothEyesOfTheFacesThatTheCameraSees) {
+    const Tracked tracked(photographOptions());
+    ASSERT_TRUE(tracked.platform->faceTracking().isSupported());
+    EXPECT_EQ(tracked.platform->faceTracking().supportedNumberOfTrackedFaces(), 1);
+    const auto tracking = DistanceTracking::make(*tracked.platform, *tracked.store);
+    const auto host = makeHeadlessView();
+    for (int measurement = 1; measurement <= 3; ++measurement) {
+        tracking->beginMeasurement(host);
+        ASSERT_TRUE(eventually([&] { return tracked.store->countTrackingData() == measurement; }));
+        // The measurement's own pause comes after its record, and would end a run that began in between.
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    const auto samples = tracked.samples();
+    for (const TrackingData& sample : samples) {
+        EXPECT_EQ(sample.type, "distance");
+        const double left = sample.data.at("leftEyeDistanceFromCamera");
+        const double right = sample.data.at("rightEyeDistanceFromCamera");
+        EXPECT_GT(left, 10);
+        EXPECT_LT(left, 300);
+        EXPECT_NEAR(left, right, 6.5) << "two eyes are no farther apart than they are in a face";
+    }
+    EXPECT_NE(samples.at(0).data, samples.at(1).data) << "each run shows the next picture";
+    EXPECT_EQ(samples.at(0).data, samples.at(2).data) << "the same picture gives the same numbers";
+}
+
+TEST(CameraTracking, MultipliesByTheCalibrationFactor) {
+    const auto distance = [](std::optional<double> factor) {
+        Options options = photographOptions();
+        options.calibrationFactor = factor;
+        const Tracked tracked(options);
+        const auto tracking = DistanceTracking::make(*tracked.platform, *tracked.store);
+        tracking->beginMeasurement(makeHeadlessView());
+        EXPECT_TRUE(eventually([&] { return tracked.store->countTrackingData() == 1; }));
+        return tracked.samples().at(0).data.at("leftEyeDistanceFromCamera");
+    };
+    EXPECT_NEAR(distance(1.25), 1.25 * distance(std::nullopt), 1e-3);
+}
+
+TEST(CameraTracking, IsNotSupportedWithoutACameraOrModelsAndSaysWhyOnce) {
+    struct Case {
+        const char* name;
+        Options options;
+        const char* reason;
+    };
+    Options noModels = photographOptions();
+    noModels.modelDirectory = "/nonexistent";
+    Options noPicture = photographOptions();
+    noPicture.source = camera::Pictures{};
+    Options noField = photographOptions();
+    noField.horizontalFieldOfView = 180;
+    for (const Case& c :
+         {Case{"models", noModels, "the face models are not in /nonexistent"},
+          Case{"pictures", noPicture, "the list of pictures is empty"}, Case{"field of view", noField, "cannot be"},
+          Case{"device",
+               {.source = camera::CameraDevice{.node = "/dev/null/video0"}, .modelDirectory = models},
+               "there is no camera /dev/null/video0"},
+          Case{"video",
+               {.source = camera::VideoFile{.path = "/nonexistent"}, .modelDirectory = models},
+               "there is no file /nonexistent"},
+          Case{"portal", {.source = camera::PortalCamera{}, .modelDirectory = models}, "handed over no camera"}}) {
+        SCOPED_TRACE(c.name);
+        const Tracked tracked(c.options);
+        ::testing::internal::CaptureStderr();
+        EXPECT_FALSE(tracked.platform->faceTracking().isSupported());
+        EXPECT_FALSE(tracked.platform->faceTracking().isSupported());
+        const std::string said = ::testing::internal::GetCapturedStderr();
+        EXPECT_THAT(said, HasSubstr(c.reason));
+        EXPECT_EQ(std::ranges::count(said, '\n'), 1);
+    }
+}
+
+TEST(CameraTracking, AProcessMayEndAtAnyMomentOfARun) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    for (const int milliseconds : {0, 5, 20, 60, 150}) {
+        EXPECT_EXIT(
+            {
+                auto& tracked = *new Tracked(photographOptions());
+                DistanceTracking::make(*tracked.platform, *tracked.store)->beginMeasurement(makeHeadlessView());
+                std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+                std::exit(7);
+            },
+            ::testing::ExitedWithCode(7), "");
+    }
+}
+
+}  // namespace tarvex

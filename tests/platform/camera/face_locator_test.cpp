@@ -1,0 +1,120 @@
+#include "platform/camera/vision/face_locator.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+#include "platform/camera/capture/gst_frame_source.h"
+#include "platform/camera/vision/face_models.h"
+#include "platform/camera/vision/tflite_model.h"
+#include "temporary_directory.h"
+
+namespace tarvex::camera {
+
+namespace {
+
+namespace fs = std::filesystem;
+using platform::Anchor;
+
+const fs::path models = TARVEX_FACE_MODELS;
+const fs::path photographs = TARVEX_TEST_PICTURES;
+
+/// Shows the photograph to `look` once.
+void show(const fs::path& photograph, const std::function<void(const Frame&)>& look) {
+    auto source = openFrameSource(Picture{.path = photograph});
+    ASSERT_TRUE(source) << source.error();
+    for (int tries = 0; tries < 100; ++tries) {
+        const auto came = (*source)->next(std::chrono::milliseconds(100), look);
+        ASSERT_TRUE(came) << came.error();
+        if (*came) return;
+    }
+    FAIL() << "no frame of " << photograph;
+}
+
+double depthOf(const Anchor& face) {
+    return -face.transform.columns[14];
+}
+
+class FaceLocator : public ::testing::Test {
+protected:
+    std::expected<FaceFinder, std::string> loaded = loadFaceFinder(models, {});
+    const FaceFinder& finder = loaded.value();
+};
+
+}  // namespace
+
+TEST_F(FaceLocator, FindsAFaceInEveryPhotographAndReadsItNearerInANarrowerFrame) {
+    for (int number = 1; number <= 6; ++number) {
+        SCOPED_TRACE(number);
+        show(photographs / ("sample" + std::to_string(number) + ".jpg"), [&](const Frame& frame) {
+            const auto face = finder(frame);
+            ASSERT_TRUE(face);
+            EXPECT_GT(depthOf(*face), 0.1);
+            EXPECT_LT(depthOf(*face), 5);
+            if (number == 4) return;  // two faces as large as each other: which one is nearest may change
+            // The frame's middle nine tenths: the same pixels cover more of the field of view.
+            Frame middle = frame;
+            middle.width = frame.width * 9 / 10;
+            middle.pixels = frame.pixels.subspan(static_cast<std::size_t>(frame.width / 20) * 3);
+            const auto nearer = finder(middle);
+            ASSERT_TRUE(nearer);
+            EXPECT_NEAR(depthOf(*nearer) / depthOf(*face), 0.9, 0.05);
+        });
+    }
+}
+
+TEST_F(FaceLocator, FindsNothingWhereNothingIs) {
+    std::mt19937 random(1);
+    for (const auto& [width, height] : {std::pair{640, 480}, {1, 1}, {16, 16}, {17, 900}, {900, 17}, {0, 0}}) {
+        SCOPED_TRACE(::testing::Message() << width << "×" << height);
+        std::vector<std::uint8_t> pixels(static_cast<std::size_t>(width * height) * 3, 128);
+        const Frame frame{
+            .width = width, .height = height, .stride = static_cast<std::size_t>(width) * 3, .pixels = pixels};
+        EXPECT_FALSE(finder(frame));
+        std::ranges::generate(pixels, [&] { return static_cast<std::uint8_t>(random()); });
+        EXPECT_FALSE(finder(frame));
+    }
+}
+
+TEST(FaceModels, AreRefusedWhenAbsentTruncatedOrAltered) {
+    EXPECT_TRUE(faceModelsArePresent(models));
+    const TemporaryDirectory directory;
+    EXPECT_FALSE(faceModelsArePresent(directory.path()));
+    EXPECT_THAT(loadFaceFinder(directory.path(), {}).error(), HasSubstr("cannot be read"));
+    const fs::path detector = directory.path() / detectorModel.name;
+    fs::copy_file(models / meshModel.name, directory.path() / meshModel.name);
+    fs::copy_file(models / detectorModel.name, detector);
+    ASSERT_TRUE(loadFaceFinder(directory.path(), {}));
+    fs::resize_file(detector, fs::file_size(detector) - 1);
+    EXPECT_THAT(loadFaceFinder(directory.path(), {}).error(), HasSubstr("is not the model"));
+    fs::copy_file(models / detectorModel.name, detector, fs::copy_options::overwrite_existing);
+    std::fstream(detector, std::ios::in | std::ios::out | std::ios::binary).seekp(100'000).put('x');
+    EXPECT_THAT(loadFaceFinder(directory.path(), {}).error(), HasSubstr("is not the model"));
+}
+
+TEST(TfliteModel, ReadsTheNetworksAndNothingThatWasCutOrBent) {
+    std::mt19937 random(7);
+    for (const FaceModelFile& file : {detectorModel, meshModel}) {
+        SCOPED_TRACE(file.name);
+        auto bytes = readFaceModel(models, file).value();
+        ASSERT_TRUE(TfliteModel::parse(bytes));
+        for (std::size_t length = 0; length < bytes.size(); length += bytes.size() / 50)
+            EXPECT_FALSE(TfliteModel::parse(std::span(bytes).first(length))) << length;
+        // Wherever a byte is wrong, the answer is a model whose shapes fit, or a sentence.
+        for (int round = 0; round < 300; ++round) {
+            std::byte& byte = bytes[random() % bytes.size()];
+            const std::byte kept = std::exchange(byte, std::byte(random()));
+            const auto model = TfliteModel::parse(bytes);
+            if (!model) {
+                EXPECT_NE(model.error(), "");
+            }
+            byte = kept;
+        }
+    }
+}
+
+}  // namespace tarvex::camera

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "platform/camera/capture/camera_capture.h"
+
+namespace tarvex::test {
+
+/// True as soon as `condition` is; false when it never became so within some seconds.
+inline bool eventually(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+/// A camera whose state, faces and faults the test sets, and whose openings it counts.
+struct ScriptedCamera {
+    std::atomic<int> attempts = 0;  ///< to open it
+    std::atomic<int> opened = 0;
+    std::atomic<int> closed = 0;
+    std::atomic<int> frames = 0;
+    std::atomic<bool> refusesToOpen = false;
+    std::atomic<bool> isUnplugged = false;
+    std::atomic<bool> stalls = false;
+    std::atomic<bool> showsFace = true;
+    std::atomic<float> depth = 0.5F;  ///< metres to the face
+
+    bool isOpen() const { return opened > closed; }
+
+    camera::CaptureOpener opener() {
+        return [this]() -> std::expected<camera::OpenCapture, std::string> {
+            ++attempts;
+            if (refusesToOpen) return std::unexpected("the camera is busy");
+            return camera::OpenCapture{.source = std::make_unique<Frames>(*this),
+                                       .finder = [this](const camera::Frame&) { return face(); }};
+        };
+    }
+
+private:
+    class Frames final : public camera::FrameSource {
+    public:
+        explicit Frames(ScriptedCamera& device) : camera_(device) { ++camera_.opened; }
+        ~Frames() override { ++camera_.closed; }
+
+        std::expected<bool, std::string> next(std::chrono::milliseconds patience,
+                                              const std::function<void(const camera::Frame&)>& look) override {
+            if (camera_.isUnplugged) return std::unexpected("the camera is gone");
+            if (camera_.stalls) {
+                std::this_thread::sleep_for(patience);
+                return false;
+            }
+            ++camera_.frames;
+            look({});
+            return true;
+        }
+
+    private:
+        ScriptedCamera& camera_;
+    };
+
+    std::optional<platform::Anchor> face() const {
+        if (!showsFace) return std::nullopt;
+        platform::Anchor anchor{.transform = platform::Transform::identity(),
+                                .face = platform::Anchor::Face{.leftEyeTransform = platform::Transform::identity(),
+                                                               .rightEyeTransform = platform::Transform::identity()}};
+        anchor.transform.columns[14] = -depth;
+        return anchor;
+    }
+};
+
+}  // namespace tarvex::test

@@ -1,0 +1,204 @@
+#include <gio/gio.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "platform/linux/portal_application.h"
+#include "platform/linux/portal_capture_device.h"
+#include "scripted_portal.h"
+#include "testing/manual_run_loop.h"
+#include "testing/recording_application.h"
+#include "testing/scripted_capture_device.h"
+
+namespace tarvex::platform {
+namespace {
+
+using test::ScriptedPortal;
+using Step = ScriptedPortal::Step;
+using std::chrono_literals::operator""s;
+using std::chrono_literals::operator""ms;
+
+bool eventually(const std::function<bool()>& holds) {
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (!holds()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(1ms);
+    }
+    return true;
+}
+
+// A session bus of the test's own.
+class Bus {
+public:
+    Bus() : bus_(g_test_dbus_new(G_TEST_DBUS_NONE)) { g_test_dbus_up(bus_); }
+    ~Bus() {
+        stop();
+        g_object_unref(bus_);
+    }
+    Bus(const Bus&) = delete;
+    Bus& operator=(const Bus&) = delete;
+
+    void stop() {
+        if (g_test_dbus_get_bus_address(bus_) != nullptr) g_test_dbus_stop(bus_);
+    }
+
+private:
+    GTestDBus* bus_;
+};
+
+class Answers {
+public:
+    std::function<void(bool)> handler() {
+        return [this](bool granted) {
+            const std::scoped_lock lock(mutex_);
+            answers_.push_back(granted);
+        };
+    }
+    std::vector<bool> all() const {
+        const std::scoped_lock lock(mutex_);
+        return answers_;
+    }
+    std::optional<bool> only() {
+        if (!eventually([this] { return !all().empty(); })) return std::nullopt;
+        std::this_thread::sleep_for(20ms);  // room for a second answer, which would be one too many
+        return all().size() == 1 ? std::optional<bool>(all().front()) : std::nullopt;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<bool> answers_;
+};
+
+struct Camera {
+    Camera() {
+        auto made = std::make_unique<testing::ScriptedCaptureDevice>(std::deque{true});
+        fallback = made.get();
+        device.emplace(std::move(made));
+    }
+    testing::ScriptedCaptureDevice* fallback = nullptr;
+    std::optional<PortalCaptureDevice> device;
+};
+
+TEST(PortalCaptureDevice, AnswersOnceWhateverThePortalDoes) {
+    struct Case {
+        const char* description;
+        std::vector<Step> script;
+        bool granted;
+    };
+    const Bus bus;
+    for (const Case& c :
+         {Case{"granted", {Step::reply, Step::respondSuccess}, true},
+          Case{"denied or cancelled", {Step::reply, Step::respondCancelled}, false},
+          Case{"ended otherwise", {Step::reply, Step::respondOtherwise}, false},
+          Case{"error reply", {Step::replyError}, false},
+          Case{"response before the reply", {Step::respondSuccess, Step::reply}, true},
+          Case{"another handle", {Step::replyOtherHandle, Step::respondSuccess}, true},
+          Case{"somebody else's response first", {Step::reply, Step::respondToElse, Step::respondCancelled}, false},
+          Case{"two responses", {Step::reply, Step::respondCancelled, Step::respondSuccess}, false},
+          Case{"dies before the reply", {Step::die}, false},
+          Case{"dies before the response", {Step::reply, Step::die}, false}}) {
+        SCOPED_TRACE(c.description);
+        const ScriptedPortal portal(c.script);
+        Camera camera;
+        Answers answers;
+        camera.device->requestAccessForVideo(answers.handler());
+        EXPECT_EQ(answers.only(), c.granted);
+        EXPECT_FALSE(camera.device->isRequestInProgress());
+        EXPECT_EQ(camera.fallback->requestCount(), 0U);
+    }
+}
+
+TEST(PortalCaptureDevice, AsksTheFallbackWhereThereIsNoPortalToAsk) {
+    const auto asksFallback = [] {
+        Camera camera;
+        Answers answers;
+        camera.device->requestAccessForVideo(answers.handler());
+        EXPECT_TRUE(eventually([&] { return camera.fallback->requestCount() == 1; }));
+        EXPECT_TRUE(camera.fallback->answerNext());
+        EXPECT_EQ(answers.only(), true);
+    };
+    for (const char* address : {"disabled:", "unix:path=/nonexistent/bus", "no address"}) {
+        SCOPED_TRACE(address);
+        ::setenv("DBUS_SESSION_BUS_ADDRESS", address, 1);
+        asksFallback();
+    }
+    const Bus bus;
+    asksFallback();
+    const ScriptedPortal withoutCamera({}, false);
+    asksFallback();
+}
+
+TEST(PortalCaptureDevice, RefusesWhenTheBusGoesAwayAndLeavesTheHostRunning) {
+    Bus bus;
+    const ScriptedPortal portal({Step::reply});
+    Camera camera;
+    Answers answers;
+    camera.device->requestAccessForVideo(answers.handler());
+    EXPECT_TRUE(eventually([&] { return portal.requestCount() == 1; }));
+    EXPECT_TRUE(camera.device->isRequestInProgress());
+    bus.stop();
+    EXPECT_EQ(answers.only(), false);
+}
+
+TEST(PortalCaptureDevice, KeepsTwoRequestsApart) {
+    const Bus bus;
+    // The first request is answered after the second one.
+    const ScriptedPortal portal({Step::reply, Step::waitForNextRequest, Step::respondSuccess});
+    Camera camera;
+    Answers first;
+    Answers second;
+    camera.device->requestAccessForVideo(first.handler());
+    EXPECT_TRUE(eventually([&] { return portal.requestCount() == 1; }));
+    camera.device->requestAccessForVideo(second.handler());
+    EXPECT_EQ(second.only(), true);
+    EXPECT_EQ(first.only(), true);
+}
+
+TEST(PortalCaptureDevice, DropsWhatIsUnderWayWhenItGoes) {
+    const Bus bus;
+    const ScriptedPortal portal({Step::reply});
+    Answers answers;
+    {
+        Camera camera;
+        camera.device->requestAccessForVideo(answers.handler());
+        EXPECT_TRUE(eventually([&] { return portal.requestCount() == 1; }));
+    }
+    EXPECT_TRUE(answers.all().empty());
+}
+
+TEST(PortalApplication, OpensUrlsThroughThePortalAndElseThroughTheFallback) {
+    struct Case {
+        const char* description;
+        std::vector<Step> script;
+        std::size_t fallbackCalls;
+    };
+    const Bus bus;
+    const auto url = Url::parse("https://example.org/study?a=%20b");
+    for (const Case& c : {Case{"opened", {Step::reply, Step::respondSuccess}, 0},
+                          Case{"cancelled", {Step::reply, Step::respondCancelled}, 0},
+                          Case{"not for the portal", {Step::replyError}, 1}}) {
+        SCOPED_TRACE(c.description);
+        const ScriptedPortal portal(c.script);
+        testing::ManualRunLoop loop;
+        auto made = std::make_unique<testing::RecordingApplication>();
+        const auto& fallback = *made;
+        PortalApplication application(loop, std::move(made));
+        application.openUrl(*url);
+        EXPECT_TRUE(eventually([&] { return !application.isOpeningUrl(); }));
+        std::this_thread::sleep_for(20ms);  // room for the fallback
+        loop.runPending();
+        EXPECT_EQ(fallback.openedUrls().size(), c.fallbackCalls);
+        EXPECT_EQ(portal.openedUrl(), url->string());
+    }
+}
+
+}  // namespace
+}  // namespace tarvex::platform
