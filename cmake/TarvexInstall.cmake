@@ -37,6 +37,12 @@ install(EXPORT TarvexCameraTargets NAMESPACE Tarvex:: FILE Tarvex-camera-targets
 tarvex_install_pkg_config(tarvex-camera tarvex_camera tarvex "Face tracking from a camera for Tarvex hosts")
 install(DIRECTORY "${TARVEX_FACE_MODELS}" DESTINATION "${CMAKE_INSTALL_DATADIR}/tarvex" OPTIONAL)
 
+if(TARVEX_BUILD_GTK)
+    install(TARGETS tarvex_gtk EXPORT TarvexGtkTargets)
+    install(EXPORT TarvexGtkTargets NAMESPACE Tarvex:: FILE Tarvex-gtk-targets.cmake DESTINATION "${TARVEX_CMAKE_DIR}")
+    tarvex_install_pkg_config(tarvex-gtk tarvex_gtk "tarvex, gtk4 >= 4.8" "The consent screen of Tarvex for GTK 4 hosts")
+endif()
+
 configure_package_config_file(cmake/TarvexConfig.cmake.in "${PROJECT_BINARY_DIR}/TarvexConfig.cmake"
     INSTALL_DESTINATION "${TARVEX_CMAKE_DIR}")
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/TarvexConfigVersion.cmake" COMPATIBILITY SameMajorVersion)

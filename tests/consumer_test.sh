@@ -20,11 +20,13 @@ cmake -G Ninja -S "$project" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/moved" 
 cmake --build "$work/cmake" >/dev/null
 mkdir "$work/first"
 "$work/cmake/consumer" "$work/first"
+XDG_DATA_HOME="$work/first" "$work/cmake/window_consumer"
 
 mkdir "$work/make" "$work/second"
 cp "$project"/* "$work/make"
 PKG_CONFIG_PATH="$libdir/pkgconfig" make -s -C "$work/make"
 LD_LIBRARY_PATH="$libdir" "$work/make/consumer" "$work/second"
+XDG_DATA_HOME="$work/second" LD_LIBRARY_PATH="$libdir" "$work/make/window_consumer"
 
 cmake -G Ninja -S "$camera_project" -B "$work/camera" -DCMAKE_PREFIX_PATH="$work/moved" >/dev/null
 cmake --build "$work/camera" >/dev/null

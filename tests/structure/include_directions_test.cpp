@@ -68,6 +68,7 @@ TEST(IncludeDirections, SubsystemsPointFromUserToUsed) {
         {"platform/posix", {}},
         {"platform/linux", {"platform/linux", "platform/posix", "platform"}},
         {"platform/camera", {"platform/camera", "platform/posix", "platform"}},
+        {"platform/gtk", {"platform/gtk"}},
         {"testing", {"testing", "platform", "platform/linux"}},
     };
     std::size_t checked = 0;
@@ -109,6 +110,18 @@ TEST(IncludeDirections, InferenceIsInOneFileAndVisionKnowsNeitherCameraNorFiles)
             << include.file << " includes " << include.target;
     }
     EXPECT_THAT(inference, ElementsAre("platform/camera/vision/neural_network.cpp"));
+}
+
+TEST(IncludeDirections, OnlyTheGtkModuleKnowsGtk) {
+    const Names toolkit{"gtk/", "gdk/", "gsk/"};
+    std::size_t found = 0;
+    for (const Include& include : includesOf("src")) {
+        const auto begins = [&](const std::string& prefix) { return include.target.starts_with(prefix); };
+        if (std::ranges::none_of(toolkit, begins)) continue;
+        EXPECT_EQ(folderOf(include.file), "platform/gtk") << include.file << " includes " << include.target;
+        ++found;
+    }
+    EXPECT_GT(found, 5U);
 }
 
 TEST(IncludeDirections, NoTwoFilesIncludeEachOtherInACircle) {

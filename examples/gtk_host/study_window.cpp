@@ -1,0 +1,229 @@
+#include "study_window.h"
+
+#include <tarvex/gtk.h>
+
+#include <utility>
+
+#include "signal_chart.h"
+
+namespace gtk_host {
+
+using namespace tarvex;
+
+namespace {
+
+const std::vector<DataReader> readers{DataReader::distance(1), DataReader::ambientLight(1)};
+
+constexpr const char* description =
+    "The study looks at how light and viewing distance change while you work. No picture ever leaves this machine.";
+
+GtkWidget* column(int spacing) {
+    GtkWidget* box = gtk_box_new(GTK_ORIENTATION_VERTICAL, spacing);
+    gtk_widget_set_margin_top(box, 12);
+    gtk_widget_set_margin_bottom(box, 12);
+    gtk_widget_set_margin_start(box, 12);
+    gtk_widget_set_margin_end(box, 12);
+    return box;
+}
+
+GtkWidget* text(const char* words) {
+    GtkWidget* label = gtk_label_new(words);
+    gtk_label_set_wrap(GTK_LABEL(label), TRUE);
+    gtk_label_set_xalign(GTK_LABEL(label), 0);
+    return label;
+}
+
+}  // namespace
+
+std::shared_ptr<StudyWindow> StudyWindow::open(GtkApplication* application, platform::Platform& platform) {
+    std::shared_ptr<StudyWindow> window(new StudyWindow(application, platform));
+    const Client& client = Client::shared();
+    if (client.hasConsentedToTracking(readers[0]) && client.hasConsentedToTracking(readers[1]))
+        window->showStudy();
+    else
+        window->showConsentScreen();
+    return window;
+}
+
+StudyWindow::StudyWindow(GtkApplication* application, platform::Platform& platform)
+    : platform_(platform), window_(GTK_WINDOW(gtk_application_window_new(application))) {
+    gtk_window_set_title(window_, "Light Study");
+    gtk_window_set_icon_name(window_, "org.tarvex.GtkHost");
+    gtk_window_set_default_size(window_, 420, 760);
+    g_object_add_weak_pointer(G_OBJECT(window_), reinterpret_cast<gpointer*>(&window_));
+}
+
+StudyWindow::~StudyWindow() {
+    if (refreshing_) refreshing_->invalidate();
+    Client::shared().stopTracking();
+    if (window_ == nullptr) return;
+    g_object_remove_weak_pointer(G_OBJECT(window_), reinterpret_cast<gpointer*>(&window_));
+    gtk_window_destroy(window_);
+}
+
+void StudyWindow::showConsentScreen() {
+    // The decision comes on any thread, and maybe after this window has gone.
+    const auto decide = [self = weak_from_this(), &loop = platform_.mainRunLoop()](bool consented) {
+        loop.perform([self, consented] {
+            const auto window = self.lock();
+            if (!window || window->window_ == nullptr) return;
+            if (consented)
+                window->showStudy();
+            else
+                window->showRefusal();
+        });
+    };
+    const auto screen = Client::shared().informationViewController(
+        std::nullopt, description, readers, Url::parse("https://example.org/light-study"), decide);
+    gtk_window_set_child(window_, gtk::widget(*screen));
+}
+
+void StudyWindow::showRefusal() {
+    GtkWidget* page = column(16);
+    gtk_widget_set_valign(page, GTK_ALIGN_CENTER);
+    gtk_box_append(GTK_BOX(page), text("Nothing is measured: there is no consent, or no access to the camera."));
+    gtk_box_append(GTK_BOX(page), makeButton("Ask again", &StudyWindow::showConsentScreen));
+    gtk_window_set_child(window_, page);
+}
+
+void StudyWindow::showStudy() {
+    samples_.emplace(platform_);
+    GtkWidget* page = column(8);
+    count_ = GTK_LABEL(text(""));
+    status_ = GTK_LABEL(text(""));
+    GtkWidget* buttons = gtk_flow_box_new();
+    gtk_flow_box_set_selection_mode(GTK_FLOW_BOX(buttons), GTK_SELECTION_NONE);
+    gtk_flow_box_set_max_children_per_line(GTK_FLOW_BOX(buttons), 3);
+    GtkWidget* startOrStop = makeButton("Stop", &StudyWindow::startOrStop);
+    startOrStop_ = GTK_BUTTON(startOrStop);
+    for (GtkWidget* button : {makeButton("Share now", &StudyWindow::share),
+                              makeButton("Delete everything", &StudyWindow::deleteEverything), startOrStop}) {
+        gtk_flow_box_append(GTK_FLOW_BOX(buttons), button);
+        gtk_widget_set_focusable(gtk_widget_get_parent(button), FALSE);
+    }
+    for (GtkWidget* part : {makeCharts(), GTK_WIDGET(count_), GTK_WIDGET(status_), buttons})
+        gtk_box_append(GTK_BOX(page), part);
+
+    // What the face tracker shows lies over the page.
+    GtkWidget* host = gtk_overlay_new();
+    gtk_overlay_set_child(GTK_OVERLAY(host), page);
+    faceTrackingHost_ = gtk::wrap(host);
+    gtk_window_set_child(window_, host);
+
+    refreshing_ = platform_.timerScheduler().scheduledTimer(1, [self = weak_from_this()] {
+        if (const auto window = self.lock()) window->refresh();
+    });
+    start();
+}
+
+GtkWidget* StudyWindow::makeCharts() {
+    const auto signal = [this](const char* name) {
+        return [this, name]() -> const Signal& { return samples_->signal(name); };
+    };
+    const auto now = [this] { return platform_.clock().secondsSince1970(); };
+    GtkWidget* box = gtk_box_new(GTK_ORIENTATION_VERTICAL, 8);
+    GtkWidget* light = makeChart({.title = "Ambient light",
+                                  .unit = "lux",
+                                  .logarithmic = true,
+                                  .least = 1,
+                                  .most = 100'000,
+                                  .ticks = {1, 10, 100, 1000, 10'000, 100'000},
+                                  .lines = {{"lux", {0.90F, 0.38F, 0.0F, 1}, signal("lux")}},
+                                  .now = now});
+    GtkWidget* distance =
+        makeChart({.title = "Eye distance",
+                   .unit = "cm",
+                   .most = 150,
+                   .ticks = {0, 50, 100, 150},
+                   .lines = {{"left", {0.11F, 0.44F, 0.85F, 1}, signal("leftEyeDistanceFromCamera")},
+                             {"right", {0.18F, 0.64F, 0.41F, 1}, signal("rightEyeDistanceFromCamera")}},
+                   .now = now});
+    charts_ = {light, distance};
+    for (GtkWidget* chart : charts_)
+        gtk_box_append(GTK_BOX(box), chart);
+    return box;
+}
+
+GtkWidget* StudyWindow::makeButton(const char* words, void (StudyWindow::*action)()) {
+    struct Press {
+        StudyWindow* window;
+        void (StudyWindow::*action)();
+    };
+    GtkWidget* button = gtk_button_new_with_label(words);
+    g_signal_connect_data(
+        button, "clicked", G_CALLBACK(+[](GtkButton*, gpointer data) {
+            const Press press = *static_cast<Press*>(data);
+            (press.window->*press.action)();
+        }),
+        new Press{.window = this, .action = action}, [](gpointer data, GClosure*) { delete static_cast<Press*>(data); },
+        static_cast<GConnectFlags>(0));
+    return button;
+}
+
+void StudyWindow::start() {
+    report("");
+    Client::shared().startTracking(
+        readers, faceTrackingHost_, [this](const Client::Result& result, const auto& reader) {
+            if (!result)
+                report(std::string(reader->description()) + ": " + result.error().errorDescription().value_or(""));
+        });
+    gtk_button_set_label(startOrStop_, "Stop");
+    refresh();
+}
+
+void StudyWindow::stop() {
+    Client::shared().stopTracking();
+    gtk_button_set_label(startOrStop_, "Start");
+}
+
+void StudyWindow::startOrStop() {
+    bool running = false;
+    for (const auto& [reader, inProgress] : Client::shared().trackingInProgress())
+        running = running || inProgress;
+    if (running)
+        stop();
+    else
+        start();
+}
+
+void StudyWindow::share() {
+    report("Sharing …");
+    // The outcome comes on the upload's delivery thread.
+    Client::shared().shareTrackingData(
+        true, [self = weak_from_this(), &loop = platform_.mainRunLoop()](const Client::Result& result) {
+            const std::string outcome = result ? "Everything has been shared, and deleted here."
+                                               : result.error().errorDescription().value_or("");
+            loop.perform([self, outcome] {
+                const auto window = self.lock();
+                if (!window || window->window_ == nullptr) return;
+                window->report(outcome);
+                window->refresh();
+            });
+        });
+}
+
+void StudyWindow::deleteEverything() {
+    Client::shared().deleteTrackingData();
+    samples_.emplace(platform_);
+    report("Everything has been deleted.");
+    refresh();
+}
+
+void StudyWindow::refresh() {
+    if (window_ == nullptr || !samples_) return;
+    samples_->update();
+    samples_->dropBefore(platform_.clock().secondsSince1970() - Chart::seconds);
+    const std::string count = "Records on this machine: " + std::to_string(Client::shared().trackingDataCount());
+    gtk_label_set_text(count_, count.c_str());
+    for (GtkWidget* chart : charts_)
+        gtk_widget_queue_draw(chart);
+}
+
+void StudyWindow::report(const std::string& line) {
+    const std::string before = gtk_label_get_text(status_);
+    // Several readers may fail at one start.
+    const bool continues = line.contains(": ") && before.contains(": ");
+    gtk_label_set_text(status_, (continues ? before + "\n" + line : line).c_str());
+}
+
+}  // namespace gtk_host

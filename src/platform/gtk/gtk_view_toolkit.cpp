@@ -1,0 +1,51 @@
+#include "platform/gtk/gtk_view_toolkit.h"
+
+#include <set>
+#include <utility>
+
+namespace tarvex::gtk {
+
+namespace {
+
+class HostingController final : public ViewController {
+public:
+    explicit HostingController(InformationView rootView) : rootView_(std::move(rootView)) {}
+
+    const InformationView& rootView() const override { return rootView_; }
+
+private:
+    InformationView rootView_;
+};
+
+// Never destroyed: the process's own platform lives until the end.
+std::set<const platform::Platform*>& platformsWithToolkit() {
+    static auto& platforms = *new std::set<const platform::Platform*>;
+    return platforms;
+}
+
+}  // namespace
+
+std::unique_ptr<GtkViewToolkit> GtkViewToolkit::make(platform::Platform& platform) {
+    if (!platformsWithToolkit().insert(&platform).second) return nullptr;
+    return std::unique_ptr<GtkViewToolkit>(new GtkViewToolkit(platform));
+}
+
+GtkViewToolkit::GtkViewToolkit(platform::Platform& platform)
+    : platform_(platform),
+      background_({.didEnterBackground =
+                       [&platform] { platform.notificationCenter().post(platform::applicationDidEnterBackground); },
+                   .isCoveredBySystemDialog =
+                       [&platform] {
+                           return platform.captureDevice().isRequestInProgress() ||
+                                  platform.application().isOpeningUrl();
+                       }}) {}
+
+GtkViewToolkit::~GtkViewToolkit() {
+    platformsWithToolkit().erase(&platform_);
+}
+
+std::shared_ptr<ViewController> GtkViewToolkit::makeHostingController(InformationView rootView) {
+    return std::make_shared<HostingController>(std::move(rootView));
+}
+
+}  // namespace tarvex::gtk

@@ -1,0 +1,111 @@
+#include "platform/gtk/wording.h"
+
+#include <gtk/gtk.h>
+#include <libintl.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace tarvex::gtk {
+
+namespace {
+
+using Characters = std::unique_ptr<char, decltype([](char* text) { g_free(text); })>;
+
+constexpr std::string_view placeholder = "%@";
+
+std::size_t placeholdersIn(std::string_view text) {
+    std::size_t count = 0;
+    for (auto at = text.find(placeholder); at != std::string_view::npos; at = text.find(placeholder, at + 2))
+        ++count;
+    return count;
+}
+
+// gettext answers in the locale's character set, unless the host has bound its domain to another.
+std::string inUtf8(const char* translation) {
+    if (g_utf8_validate(translation, -1, nullptr) != 0) return translation;
+    const Characters converted(g_locale_to_utf8(translation, -1, nullptr, nullptr, nullptr));
+    return converted ? converted.get() : validText(translation);
+}
+
+std::string translated(const std::string& key) {
+    if (key.empty()) return key;  // the entry of the empty key is the catalogue's header
+    std::string translation = inUtf8(gettext(key.c_str()));
+    return placeholdersIn(translation) == placeholdersIn(key) ? translation : validText(key);
+}
+
+// Unicode keeps right-to-left scripts, also those to come, in blocks of their own; the others are its direction marks.
+bool changesDirection(gunichar c) {
+    struct Range {
+        gunichar first;
+        gunichar last;
+    };
+    constexpr std::array ranges{Range{0x0590, 0x08FF},   Range{0x200E, 0x200F},  Range{0x202A, 0x202E},
+                                Range{0x2066, 0x2069},   Range{0xFB1D, 0xFDFF},  Range{0xFE70, 0xFEFF},
+                                Range{0x10800, 0x10FFF}, Range{0x1E800, 0x1EFFF}};
+    return std::ranges::any_of(ranges, [c](const Range& range) { return c >= range.first && c <= range.last; });
+}
+
+bool changesDirection(std::string_view text) {
+    for (const char* at = text.data(); at != text.data() + text.size(); at = g_utf8_next_char(at)) {
+        if (changesDirection(g_utf8_get_char(at))) return true;
+    }
+    return false;
+}
+
+// Between isolates, an argument cannot turn the sentence around it, nor the sentence the argument.
+std::string isolated(std::string argument) {
+    // NOLINTNEXTLINE(misc-misleading-bidirectional): closed below
+    constexpr std::string_view begin = "\u2068";
+    constexpr std::string_view end = "\u2069";
+    return std::string(begin) + argument + std::string(end);
+}
+
+std::string wordingOf(const ui::LocalizedText& text) {
+    const std::string sentence = translated(text.key);
+    const bool rightToLeft = changesDirection(sentence);
+    // The sentence's own direction is the paragraph's, also when an argument of the other direction comes first.
+    std::string result = rightToLeft && !text.arguments.empty() ? "\u200F" : "";
+    std::size_t begin = 0;
+    for (const std::string& given : text.arguments) {
+        const std::size_t at = sentence.find(placeholder, begin);
+        if (at == std::string::npos) break;
+        result.append(sentence, begin, at - begin);
+        std::string argument = validText(given);
+        result += rightToLeft || changesDirection(argument) ? isolated(std::move(argument)) : argument;
+        begin = at + placeholder.size();
+    }
+    return result.append(sentence, begin);
+}
+
+}  // namespace
+
+std::string validText(std::string_view text) {
+    const Characters valid(g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
+    return valid.get();
+}
+
+std::string withBreaks(const std::string& text) {
+    constexpr int longestWord = 500;
+    constexpr int distance = 8;
+    constexpr std::string_view zeroWidthSpace = "\u200B";
+    std::string result;
+    int length = 0;
+    for (const char* at = text.c_str(); *at != '\0'; at = g_utf8_next_char(at)) {
+        length = g_unichar_isspace(g_utf8_get_char(at)) != 0 ? 0 : length + 1;
+        result.append(at, static_cast<std::size_t>(g_utf8_next_char(at) - at));
+        if (length > longestWord && length % distance == 0) result += zeroWidthSpace;
+    }
+    return result;
+}
+
+std::string wording(const ui::Text& text) {
+    if (const auto* verbatim = std::get_if<ui::VerbatimText>(&text.source)) return validText(verbatim->text);
+    return wordingOf(std::get<ui::LocalizedText>(text.source));
+}
+
+}  // namespace tarvex::gtk

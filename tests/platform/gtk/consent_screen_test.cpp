@@ -1,0 +1,150 @@
+// The consent screen under real clicks and keys.
+
+#include "consent_window.h"
+#include "prelude.h"
+#include "tarvex/client.h"
+#include "tarvex/gtk.h"
+#include "test_platform.h"
+#include "testing/recording_application.h"
+#include "testing/scripted_capture_device.h"
+
+namespace tarvex {
+namespace {
+
+using namespace test;
+using ::testing::ElementsAre;
+
+const std::vector<DataReader> bothReaders{DataReader::distance(5), DataReader::ambientLight(5)};
+
+class ConsentScreen : public ::testing::Test {
+protected:
+    explicit ConsentScreen(std::deque<bool> answers = {true, true}) {
+        auto device = std::make_unique<testing::ScriptedCaptureDevice>(std::move(answers));
+        camera = device.get();
+        auto opener = std::make_unique<testing::RecordingApplication>();
+        application = opener.get();
+        platform->setCaptureDevice(std::move(device));
+        platform->setApplication(std::move(opener));
+        gtk::addTo(*platform);
+        controller = Client::shared().informationViewController(
+            "Light Study", "Why we ask.", bothReaders, Url::parse("https://example.org/study"), [this](bool decision) {
+                decisions.push_back(decision);
+                decidedOn = std::this_thread::get_id();
+            });
+        window.emplace(gtk::widget(*controller));
+    }
+
+    void press(const char* text) const { window->click(window->button(text)); }
+
+    // The system's dialog, which answers on a thread of its own.
+    void answerCamera() {
+        std::thread answering([this] { EXPECT_TRUE(camera->answerNext()); });
+        answeredOn = answering.get_id();
+        answering.join();
+    }
+
+    std::vector<bool> flags() const {
+        return {platform.defaults->boolForKey("hasConsentedToTrackDistance"),
+                platform.defaults->boolForKey("hasConsentedToTrackAmbientLight")};
+    }
+
+    VirtualScreen screen;
+    TestPlatform platform;
+    testing::ScriptedCaptureDevice* camera = nullptr;
+    testing::RecordingApplication* application = nullptr;
+    std::shared_ptr<ViewController> controller;
+    std::optional<ConsentWindow> window;
+    std::vector<bool> decisions;
+    std::thread::id decidedOn;
+    std::thread::id answeredOn;
+};
+
+TEST_F(ConsentScreen, CancelTellsTheHostOnTheMainThreadAndLeavesTheScreen) {
+    press("Cancel");
+    press("Cancel");
+    EXPECT_THAT(decisions, ElementsAre(false, false));
+    EXPECT_EQ(decidedOn, std::this_thread::get_id());
+    EXPECT_EQ(camera->requestCount(), 0U);
+    EXPECT_THAT(flags(), ElementsAre(false, false));
+    EXPECT_TRUE(gtk_widget_get_mapped(window->button("Cancel")));
+}
+
+TEST_F(ConsentScreen, LearnMoreOpensThePageAndDecidesNothing) {
+    press("Learn more...");
+    EXPECT_THAT(application->openedUrls(), ElementsAre("https://example.org/study"));
+    EXPECT_TRUE(decisions.empty());
+}
+
+TEST_F(ConsentScreen, ConsentStoresTheFlagsOnceTheCameraIsGrantedAndCancelKeepsThem) {
+    press("I consent");
+    EXPECT_THAT(flags(), ElementsAre(false, false)) << "before the answer";
+    EXPECT_TRUE(decisions.empty());
+    answerCamera();
+    EXPECT_THAT(flags(), ElementsAre(true, true));
+    EXPECT_THAT(decisions, ElementsAre(true));
+    EXPECT_EQ(decidedOn, answeredOn);
+
+    press("I consent");
+    EXPECT_EQ(camera->requestCount(), 2U);
+    answerCamera();
+    press("Cancel");
+    EXPECT_THAT(decisions, ElementsAre(true, true, false));
+    EXPECT_THAT(flags(), ElementsAre(true, true));
+}
+
+class RefusedConsentScreen : public ConsentScreen {
+protected:
+    RefusedConsentScreen() : ConsentScreen({false, true}) {}
+};
+
+TEST_F(RefusedConsentScreen, StoresNothingUntilTheCameraIsGranted) {
+    press("I consent");
+    answerCamera();
+    EXPECT_THAT(decisions, ElementsAre(false));
+    EXPECT_THAT(flags(), ElementsAre(false, false));
+    press("I consent");
+    answerCamera();
+    EXPECT_THAT(decisions, ElementsAre(false, true));
+    EXPECT_THAT(flags(), ElementsAre(true, true));
+}
+
+TEST_F(ConsentScreen, WorksFromTheKeyboardInReadingOrderWithVisibleFocus) {
+    std::vector<std::string> order;
+    ConsentWindow::key("shift+Tab");  // from the first, which has the focus from the start
+    for (int i = 0; i < 3; ++i) {
+        ConsentWindow::key("Tab");
+        GtkWidget* focus = gtk_window_get_focus(window->window());
+        ASSERT_NE(focus, nullptr);
+        order.push_back(textsOf(focus).front());
+        EXPECT_TRUE((gtk_widget_get_state_flags(focus) & GTK_STATE_FLAG_FOCUS_VISIBLE) != 0);
+        EXPECT_TRUE(window->shows(focus));
+        ConsentWindow::key(i == 0 ? "space" : "Return");
+    }
+    EXPECT_THAT(order, ElementsAre("Cancel", "Learn more...", "I consent"));
+    EXPECT_THAT(decisions, ElementsAre(false));
+    EXPECT_EQ(application->openedUrls().size(), 1U);
+    EXPECT_EQ(camera->requestCount(), 1U);
+}
+
+TEST_F(ConsentScreen, WakesNobodyWhileNobodyTouchesIt) {
+    static int wakeUps = 0;
+    runFor(2000ms);
+    g_main_context_set_poll_func(nullptr, [](GPollFD* descriptors, guint count, gint timeout) {
+        ++wakeUps;
+        return g_poll(descriptors, count, timeout);
+    });
+    bool over = false;
+    g_timeout_add(
+        3000,
+        [](gpointer data) -> gboolean {
+            *static_cast<bool*>(data) = true;
+            return G_SOURCE_REMOVE;
+        },
+        &over);
+    while (!over)
+        g_main_context_iteration(nullptr, TRUE);
+    EXPECT_LE(wakeUps, 2) << "one of them is this test's own";
+}
+
+}  // namespace
+}  // namespace tarvex

@@ -1,0 +1,151 @@
+#include "consent_window.h"
+
+#include <gdk/x11/gdkx.h>
+
+#include <cmath>
+#include <sstream>
+#include <stdexcept>
+
+namespace tarvex::test {
+
+namespace {
+
+// Of keys and of the pointer's button, in all windows.
+int releases = 0;
+
+gboolean countReleases(GtkEventControllerLegacy*, GdkEvent* event, gpointer) {
+    const GdkEventType type = gdk_event_get_event_type(event);
+    if (type == GDK_BUTTON_RELEASE || type == GDK_KEY_RELEASE) ++releases;
+    return FALSE;
+}
+
+// Runs xdotool until its event has come, and what follows from it.
+void actAndWait(const std::vector<std::string>& command) {
+    const int before = releases;
+    VirtualScreen::run(command);
+    runUntil([before] { return releases != before; });
+    runFor(50ms);
+}
+
+}  // namespace
+
+bool runUntil(const std::function<bool()>& holds) {
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (!holds()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        if (g_main_context_iteration(nullptr, FALSE) == 0) g_usleep(1000);
+    }
+    return true;
+}
+
+void runFor(std::chrono::milliseconds time) {
+    const auto end = std::chrono::steady_clock::now() + time;
+    runUntil([end] { return std::chrono::steady_clock::now() >= end; });
+}
+
+std::vector<GtkWidget*> widgetsOf(GtkWidget* root, GType type) {
+    std::vector<GtkWidget*> found;
+    if (g_type_is_a(G_OBJECT_TYPE(root), type) != 0) found.push_back(root);
+    for (GtkWidget* child = gtk_widget_get_first_child(root); child != nullptr;
+         child = gtk_widget_get_next_sibling(child)) {
+        const auto below = widgetsOf(child, type);
+        found.insert(found.end(), below.begin(), below.end());
+    }
+    return found;
+}
+
+std::vector<std::string> textsOf(GtkWidget* root) {
+    std::vector<std::string> texts;
+    for (GtkWidget* label : widgetsOf(root, GTK_TYPE_LABEL))
+        texts.emplace_back(gtk_label_get_text(GTK_LABEL(label)));
+    return texts;
+}
+
+ConsentWindow::ConsentWindow(GtkWidget* content, Size size) : window_(GTK_WINDOW(gtk_window_new())) {
+    gtk_window_set_decorated(window_, FALSE);
+    gtk_window_set_default_size(window_, size.width, size.height);
+    gtk_window_set_child(window_, content);
+    GtkEventController* events = gtk_event_controller_legacy_new();
+    gtk_event_controller_set_propagation_phase(events, GTK_PHASE_CAPTURE);
+    g_signal_connect(events, "event", G_CALLBACK(countReleases), nullptr);
+    gtk_widget_add_controller(GTK_WIDGET(window_), events);
+    gtk_window_present(window_);
+    runUntil([this] { return gtk_widget_get_mapped(GTK_WIDGET(window_)) != 0; });
+    runFor(100ms);
+    activate();
+}
+
+void ConsentWindow::activate() const {
+    // The window manager may still be starting, and then ignores what it is asked.
+    for (int tries = 0; tries < 50 && gtk_window_is_active(window_) == 0; ++tries) {
+        VirtualScreen::run({"xdotool", "windowactivate", xid()});
+        runFor(100ms);
+    }
+    if (gtk_window_is_active(window_) == 0) throw std::runtime_error("the window did not become active");
+}
+
+ConsentWindow::~ConsentWindow() {
+    gtk_window_destroy(window_);
+}
+
+GtkWidget* ConsentWindow::button(const std::string& text) const {
+    for (GtkWidget* button : widgetsOf(GTK_WIDGET(window_), GTK_TYPE_BUTTON)) {
+        const auto texts = textsOf(button);
+        if (!texts.empty() && texts.front() == text) return button;
+    }
+    throw std::logic_error("no button says " + text);
+}
+
+graphene_rect_t ConsentWindow::boundsOf(GtkWidget* widget) const {
+    graphene_rect_t bounds{};
+    if (!gtk_widget_compute_bounds(widget, GTK_WIDGET(window_), &bounds)) throw std::logic_error("no bounds");
+    return bounds;
+}
+
+bool ConsentWindow::shows(GtkWidget* widget) const {
+    const graphene_rect_t whole = boundsOf(GTK_WIDGET(window_));
+    const graphene_rect_t part = boundsOf(widget);
+    return graphene_rect_contains_rect(&whole, &part);
+}
+
+void ConsentWindow::click(GtkWidget* widget) const {
+    // A window that has just been shown, or resized, may still be laid out.
+    graphene_rect_t bounds{};
+    graphene_rect_t before{};
+    do {
+        before = bounds;
+        runFor(50ms);
+        bounds = boundsOf(widget);
+    } while (!graphene_rect_equal(&bounds, &before));
+    const auto x = std::lround(bounds.origin.x + bounds.size.width / 2);
+    const auto y = std::lround(bounds.origin.y + bounds.size.height / 2);
+    actAndWait({"xdotool", "mousemove", "--window", xid(), std::to_string(x), std::to_string(y), "click", "1"});
+}
+
+void ConsentWindow::key(const std::string& name) {
+    actAndWait({"xdotool", "key", name});
+}
+
+std::string ConsentWindow::xid() const {
+    return std::to_string(gdk_x11_surface_get_xid(gtk_native_get_surface(GTK_NATIVE(window_))));
+}
+
+GdkTexture* ConsentWindow::picture() const {
+    GdkPaintable* paintable = gtk_widget_paintable_new(GTK_WIDGET(window_));
+    GtkSnapshot* snapshot = gtk_snapshot_new();
+    const graphene_rect_t bounds = boundsOf(GTK_WIDGET(window_));
+    gdk_paintable_snapshot(paintable, snapshot, bounds.size.width, bounds.size.height);
+    GskRenderNode* node = gtk_snapshot_free_to_node(snapshot);
+    GdkTexture* texture = gsk_renderer_render_texture(gtk_native_get_renderer(GTK_NATIVE(window_)), node, &bounds);
+    gsk_render_node_unref(node);
+    g_object_unref(paintable);
+    return texture;
+}
+
+void ConsentWindow::savePicture(const std::filesystem::path& file) const {
+    GdkTexture* texture = picture();
+    gdk_texture_save_to_png(texture, file.c_str());
+    g_object_unref(texture);
+}
+
+}  // namespace tarvex::test

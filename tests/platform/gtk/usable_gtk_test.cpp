@@ -1,0 +1,46 @@
+// Processes in which GTK cannot be used: the host must live on.
+
+#include <dlfcn.h>
+
+#include "prelude.h"
+#include "tarvex/client.h"
+#include "tarvex/gtk.h"
+#include "test_platform.h"
+
+namespace tarvex {
+namespace {
+
+using ::testing::internal::CaptureStderr;
+using ::testing::internal::GetCapturedStderr;
+
+InformationView consentScreen() {
+    return Client::shared().informationView("Study", std::nullopt, {}, std::nullopt, nullptr);
+}
+
+TEST(UsableGtk, SaysOnceThatThereIsNoDisplay) {
+    ::unsetenv("WAYLAND_DISPLAY");
+    ::setenv("DISPLAY", ":987654", 1);
+    const test::TestPlatform platform;
+    CaptureStderr();
+    gtk::addTo(*platform);
+    EXPECT_EQ(gtk::widget(consentScreen()), nullptr);
+    EXPECT_EQ(gtk::widget(consentScreen()), nullptr);
+    EXPECT_EQ(GetCapturedStderr(), "Tarvex: GTK 4 cannot be used: there is no display that it can open\n");
+}
+
+TEST(UsableGtk, LeavesAProcessAloneThatHasAnotherMajorVersion) {
+    // A library of that name, which is what GTK 4 would end the process for.
+    void* other = dlopen(TARVEX_OTHER_GTK, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(other, nullptr) << dlerror();
+    const test::TestPlatform platform;
+    const auto* before = &platform->viewToolkit();
+    CaptureStderr();
+    gtk::addTo(*platform);
+    EXPECT_EQ(&platform->viewToolkit(), before);
+    EXPECT_EQ(gtk::widget(consentScreen()), nullptr);
+    EXPECT_EQ(GetCapturedStderr(),
+              "Tarvex: GTK 4 cannot be used: another major version of GTK is loaded in this process\n");
+}
+
+}  // namespace
+}  // namespace tarvex
