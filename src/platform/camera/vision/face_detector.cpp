@@ -179,7 +179,7 @@ std::optional<FaceDetector::Detection> FaceDetector::firstLook(ImagePyramid& pyr
 }
 
 std::optional<FaceDetector::Detection> FaceDetector::largestFaceIn(ImagePyramid& pyramid, const ImageRegion& region) {
-    sampleRegion(pyramid, region, inputSize, Beyond::black, minusOneToOne, network_.input());
+    sampleRegion(pyramid, region, inputSize, minusOneToOne, network_.input());
     if (!network_.run()) return std::nullopt;
     const auto numbers = network_.output(0);
     const auto logits = network_.output(1);

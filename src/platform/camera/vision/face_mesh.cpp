@@ -76,7 +76,7 @@ std::optional<FacePoints> FaceMesh::pointsIn(ImagePyramid& pyramid, ImageRegion 
 
 std::optional<FacePoints> FaceMesh::look(ImagePyramid& pyramid, const ImageRegion& region) {
     if (!(region.side >= 1)) return std::nullopt;
-    sampleRegion(pyramid, region, inputSize, Beyond::black, zeroToOne, network_.input());
+    sampleRegion(pyramid, region, inputSize, zeroToOne, network_.input());
     if (!network_.run()) return std::nullopt;
     const float presence = network_.output(1).front();
     if (!(presence > leastPresence)) return std::nullopt;

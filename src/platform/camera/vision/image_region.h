@@ -50,11 +50,9 @@ struct ChannelRange {
     float offset = 0;
 };
 
-/// What a region shows where it reaches beyond the frame.
-enum class Beyond : std::uint8_t { black, nearestPixel };
-
-/// Fills `numbers` with the region at size × size pixels, red, green and blue each.
-void sampleRegion(ImagePyramid& pyramid, const ImageRegion& region, std::size_t size, Beyond beyond, ChannelRange range,
+/// Fills `numbers` with the region at size × size pixels, red, green and blue each; black where it reaches beyond the
+/// frame.
+void sampleRegion(ImagePyramid& pyramid, const ImageRegion& region, std::size_t size, ChannelRange range,
                   std::span<float> numbers);
 
 }  // namespace tarvex::camera
