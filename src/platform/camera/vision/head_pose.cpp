@@ -2,7 +2,6 @@
 
 #include <Eigen/Cholesky>
 #include <Eigen/Geometry>
-#include <Eigen/QR>
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -47,8 +46,7 @@ struct Problem {
     std::array<Vector2d, pointCount> seen;
 };
 
-using Residuals = Eigen::Matrix<double, 2 * pointCount, 1>;
-using Jacobian = Eigen::Matrix<double, 2 * pointCount, 6>;
+using Residuals = std::array<Vector2d, pointCount>;
 
 Problem problemOf(const FacePoints& points, int width, int height, double focalLength, double scale) {
     Problem problem;
@@ -95,15 +93,27 @@ std::optional<Residuals> residualsOf(const Problem& problem, const Pose& pose) {
     for (std::size_t place = 0; place < pointCount; ++place) {
         const Vector3d point = pose.rotation * problem.model.at(place) + pose.translation;
         if (!(point.z() > nearest)) return std::nullopt;
-        residuals.segment<2>(static_cast<Eigen::Index>(2 * place)) =
-            point.head<2>() / point.z() - problem.seen.at(place);
+        residuals.at(place) = point.head<2>() / point.z() - problem.seen.at(place);
     }
     return residuals;
 }
 
-/// How the residuals change with a small turn in the camera's axes and with the translation.
-Jacobian jacobianOf(const Problem& problem, const Pose& pose) {
-    Jacobian jacobian;
+double sumOfSquares(const Residuals& residuals) {
+    double sum = 0;
+    for (const Vector2d& residual : residuals)
+        sum += residual.squaredNorm();
+    return sum;
+}
+
+/// The least-squares problem of a small turn in the camera's axes and a small move: its normal equations, summed point
+/// by point.
+struct NormalEquations {
+    Eigen::Matrix<double, 6, 6> matrix = Eigen::Matrix<double, 6, 6>::Zero();
+    Eigen::Matrix<double, 6, 1> side = Eigen::Matrix<double, 6, 1>::Zero();
+};
+
+NormalEquations normalEquationsOf(const Problem& problem, const Pose& pose, const Residuals& residuals) {
+    NormalEquations equations;
     for (std::size_t place = 0; place < pointCount; ++place) {
         const Vector3d turned = pose.rotation * problem.model.at(place);
         const Vector3d point = turned + pose.translation;
@@ -114,11 +124,12 @@ Jacobian jacobianOf(const Problem& problem, const Pose& pose) {
         turning << 0, turned.z(), -turned.y(),  //
             -turned.z(), 0, turned.x(),         //
             turned.y(), -turned.x(), 0;
-        const auto row = static_cast<Eigen::Index>(2 * place);
-        jacobian.block<2, 3>(row, 0) = projection * turning;
-        jacobian.block<2, 3>(row, 3) = projection;
+        Eigen::Matrix<double, 2, 6> jacobian;
+        jacobian << projection * turning, projection;
+        equations.matrix += jacobian.transpose() * jacobian;
+        equations.side -= jacobian.transpose() * residuals.at(place);
     }
-    return jacobian;
+    return equations;
 }
 
 Pose moved(const Pose& pose, const Eigen::Matrix<double, 6, 1>& step) {
@@ -141,14 +152,13 @@ std::optional<Fit> fit(const Problem& problem) {
     if (!residuals) return std::nullopt;
     double damping = 1e-3;
     for (int step = 0; step < mostSteps; ++step) {
-        const Jacobian jacobian = jacobianOf(problem, pose);
-        Eigen::Matrix<double, 6, 6> normal = jacobian.transpose() * jacobian;
-        normal.diagonal() *= 1 + damping;
-        const Eigen::Matrix<double, 6, 1> change = normal.ldlt().solve(-jacobian.transpose() * *residuals);
+        NormalEquations equations = normalEquationsOf(problem, pose, *residuals);
+        equations.matrix.diagonal() *= 1 + damping;
+        const Eigen::Matrix<double, 6, 1> change = equations.matrix.ldlt().solve(equations.side);
         if (!change.allFinite()) return std::nullopt;
         const Pose next = moved(pose, change);
         const auto after = residualsOf(problem, next);
-        if (!after || after->squaredNorm() > residuals->squaredNorm()) {
+        if (!after || sumOfSquares(*after) > sumOfSquares(*residuals)) {
             damping *= 10;
             continue;
         }
@@ -157,23 +167,23 @@ std::optional<Fit> fit(const Problem& problem) {
         damping /= 10;
         if (change.norm() < smallestStep) break;
     }
-    return Fit{.pose = pose, .meanSquare = residuals->squaredNorm() / double{pointCount}};
+    return Fit{.pose = pose, .meanSquare = sumOfSquares(*residuals) / double{pointCount}};
 }
 
 /// The translation that the eyes' corners ask for, the rotation kept: linear in it, so solved at once.
 Vector3d translationFromCanthi(const Problem& problem, const Matrix3d& rotation) {
-    Eigen::Matrix<double, 2 * canthi, 3> left;
-    Eigen::Matrix<double, 2 * canthi, 1> right;
+    Matrix3d matrix = Matrix3d::Zero();
+    Vector3d side = Vector3d::Zero();
     for (std::size_t canthus = 0; canthus < canthi; ++canthus) {
         const Vector3d point = rotation * problem.model.at(firstCanthus + canthus);
         const Vector2d seen = problem.seen.at(firstCanthus + canthus);
-        const auto row = static_cast<Eigen::Index>(2 * canthus);
-        left.row(row) << 1, 0, -seen.x();
-        left.row(row + 1) << 0, 1, -seen.y();
-        right(row) = seen.x() * point.z() - point.x();
-        right(row + 1) = seen.y() * point.z() - point.y();
+        Eigen::Matrix<double, 2, 3> moves;
+        moves << 1, 0, -seen.x(),  //
+            0, 1, -seen.y();
+        matrix += moves.transpose() * moves;
+        side += moves.transpose() * (seen * point.z() - point.head<2>());
     }
-    return left.colPivHouseholderQr().solve(right);
+    return matrix.inverse() * side;
 }
 
 Transform transformOf(const Matrix3d& rotation, const Vector3d& translation) {
