@@ -20,6 +20,16 @@ if(TARVEX_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
         "${CMAKE_COMMAND}" -E env CCACHE_SLOPPINESS=pch_defines,time_macros "${TARVEX_CCACHE}")
 endif()
 
+# Faster, but a source that forgot an #include builds nevertheless: so the debug build goes without.
+option(TARVEX_PRECOMPILE_HEADERS "Precompile what most sources of the library include" OFF)
+function(tarvex_precompile_headers target)
+    if(TARVEX_PRECOMPILE_HEADERS)
+        target_precompile_headers(${target} PRIVATE
+            <algorithm> <array> <chrono> <condition_variable> <expected> <filesystem> <functional> <map> <memory> <mutex>
+            <optional> <ranges> <span> <string> <thread> <variant> <vector> ${ARGN})
+    endif()
+endfunction()
+
 add_library(tarvex_warnings INTERFACE)
 target_compile_options(tarvex_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
 
