@@ -2,6 +2,7 @@
 
 #include "consent_window.h"
 #include "prelude.h"
+#include "session_bus.h"
 #include "tarvex/client.h"
 #include "tarvex/gtk.h"
 #include "test_platform.h"
@@ -11,25 +12,6 @@ namespace {
 
 using namespace test;
 using ::testing::ElementsAre;
-
-// A session bus, where the accessibility bus is started on demand.
-class AccessibleSession {
-public:
-    AccessibleSession() : bus_(g_test_dbus_new(G_TEST_DBUS_NONE)) {
-        g_test_dbus_add_service_dir(bus_, "/usr/share/dbus-1/services");
-        g_test_dbus_up(bus_);
-        ::setenv("GTK_A11Y", "atspi", 1);
-    }
-    ~AccessibleSession() {
-        g_test_dbus_stop(bus_);
-        g_object_unref(bus_);
-    }
-    AccessibleSession(const AccessibleSession&) = delete;
-    AccessibleSession& operator=(const AccessibleSession&) = delete;
-
-private:
-    GTestDBus* bus_;
-};
 
 std::vector<std::string> spoken(const std::string& tree) {
     std::vector<std::string> lines;
@@ -44,7 +26,8 @@ std::vector<std::string> spoken(const std::string& tree) {
 
 TEST(Accessibility, AScreenReaderMeetsTheElementsInReadingOrderUnderTheirNames) {
     g_set_prgname("accessibility_test");
-    const AccessibleSession session;
+    const SessionBus bus("/usr/share/dbus-1/services");  // which starts the accessibility bus on demand
+    ::setenv("GTK_A11Y", "atspi", 1);
     const VirtualScreen screen;
     TestPlatform platform;
     const ConsentWindow window(gtk::widget(Client::shared().informationView(

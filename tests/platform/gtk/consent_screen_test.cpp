@@ -1,7 +1,9 @@
 // The consent screen under real clicks and keys.
 
 #include "consent_window.h"
+#include "platform/linux/scripted_portal.h"
 #include "prelude.h"
+#include "session_bus.h"
 #include "tarvex/client.h"
 #include "tarvex/gtk.h"
 #include "test_platform.h"
@@ -18,8 +20,8 @@ const std::vector<DataReader> bothReaders{DataReader::distance(5), DataReader::a
 
 class ConsentScreen : public ::testing::Test {
 protected:
-    explicit ConsentScreen(std::deque<bool> answers = {true, true}) {
-        auto device = std::make_unique<testing::ScriptedCaptureDevice>(std::move(answers));
+    ConsentScreen() {
+        auto device = std::make_unique<testing::ScriptedCaptureDevice>(std::deque{true, true});
         camera = device.get();
         auto opener = std::make_unique<testing::RecordingApplication>();
         application = opener.get();
@@ -92,22 +94,6 @@ TEST_F(ConsentScreen, ConsentStoresTheFlagsOnceTheCameraIsGrantedAndCancelKeepsT
     EXPECT_THAT(flags(), ElementsAre(true, true));
 }
 
-class RefusedConsentScreen : public ConsentScreen {
-protected:
-    RefusedConsentScreen() : ConsentScreen({false, true}) {}
-};
-
-TEST_F(RefusedConsentScreen, StoresNothingUntilTheCameraIsGranted) {
-    press("I consent");
-    answerCamera();
-    EXPECT_THAT(decisions, ElementsAre(false));
-    EXPECT_THAT(flags(), ElementsAre(false, false));
-    press("I consent");
-    answerCamera();
-    EXPECT_THAT(decisions, ElementsAre(false, true));
-    EXPECT_THAT(flags(), ElementsAre(true, true));
-}
-
 TEST_F(ConsentScreen, WorksFromTheKeyboardInReadingOrderWithVisibleFocus) {
     std::vector<std::string> order;
     ConsentWindow::key("shift+Tab");  // from the first, which has the focus from the start
@@ -144,6 +130,41 @@ TEST_F(ConsentScreen, WakesNobodyWhileNobodyTouchesIt) {
     while (!over)
         g_main_context_iteration(nullptr, TRUE);
     EXPECT_LE(wakeUps, 2) << "one of them is this test's own";
+}
+
+// What a person meets on a desktop: the library's own services, and a portal that asks.
+TEST(SystemConsentScreen, StoresTheFlagsWhenThePortalGrantsAndNothingWhenItRefuses) {
+    using Step = ScriptedPortal::Step;
+    const SessionBus bus;
+    const VirtualScreen screen;
+    const TemporaryDirectory directory;
+    auto system = platform::Platform::makeLinux({.dataDirectory = directory.path()});
+    gtk::addTo(*system);
+    ASSERT_TRUE(platform::Platform::install(std::move(system)));
+    std::atomic<int> granted = 0;
+    std::atomic<int> refused = 0;
+    const auto controller =
+        Client::shared().informationViewController("Light Study", "Why we ask.", bothReaders, std::nullopt,
+                                                   [&](bool decision) { ++(decision ? granted : refused); });
+    const ConsentWindow window(gtk::widget(*controller));
+    const auto flags = [] {
+        return std::vector{Client::shared().hasConsentedToTracking(bothReaders[0]),
+                           Client::shared().hasConsentedToTracking(bothReaders[1])};
+    };
+    {
+        const ScriptedPortal portal({Step::reply, Step::respondCancelled});
+        window.click(window.button("I consent"));
+        EXPECT_TRUE(runUntil([&] { return refused == 1; }));
+        EXPECT_THAT(flags(), ElementsAre(false, false));
+    }
+    const ScriptedPortal portal({Step::reply, Step::respondSuccess});
+    for (int time = 1; time <= 2; ++time) {
+        window.click(window.button("I consent"));
+        EXPECT_TRUE(runUntil([&] { return granted == time; }));
+        EXPECT_EQ(portal.requestCount(), time);
+        EXPECT_THAT(flags(), ElementsAre(true, true));
+    }
+    EXPECT_EQ(refused, 1);
 }
 
 }  // namespace

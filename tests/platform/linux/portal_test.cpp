@@ -14,6 +14,7 @@
 #include "platform/linux/portal_application.h"
 #include "platform/linux/portal_capture_device.h"
 #include "scripted_portal.h"
+#include "session_bus.h"
 #include "testing/manual_run_loop.h"
 #include "testing/recording_application.h"
 #include "testing/scripted_capture_device.h"
@@ -22,6 +23,7 @@ namespace tarvex::platform {
 namespace {
 
 using test::ScriptedPortal;
+using test::SessionBus;
 using Step = ScriptedPortal::Step;
 using std::chrono_literals::operator""s;
 using std::chrono_literals::operator""ms;
@@ -34,25 +36,6 @@ bool eventually(const std::function<bool()>& holds) {
     }
     return true;
 }
-
-// A session bus of the test's own.
-class Bus {
-public:
-    Bus() : bus_(g_test_dbus_new(G_TEST_DBUS_NONE)) { g_test_dbus_up(bus_); }
-    ~Bus() {
-        stop();
-        g_object_unref(bus_);
-    }
-    Bus(const Bus&) = delete;
-    Bus& operator=(const Bus&) = delete;
-
-    void stop() {
-        if (g_test_dbus_get_bus_address(bus_) != nullptr) g_test_dbus_stop(bus_);
-    }
-
-private:
-    GTestDBus* bus_;
-};
 
 class Answers {
 public:
@@ -93,7 +76,7 @@ TEST(PortalCaptureDevice, AnswersOnceWhateverThePortalDoes) {
         std::vector<Step> script;
         bool granted;
     };
-    const Bus bus;
+    const SessionBus bus;
     for (const Case& c :
          {Case{"granted", {Step::reply, Step::respondSuccess}, true},
           Case{"denied or cancelled", {Step::reply, Step::respondCancelled}, false},
@@ -130,14 +113,14 @@ TEST(PortalCaptureDevice, AsksTheFallbackWhereThereIsNoPortalToAsk) {
         ::setenv("DBUS_SESSION_BUS_ADDRESS", address, 1);
         asksFallback();
     }
-    const Bus bus;
+    const SessionBus bus;
     asksFallback();
     const ScriptedPortal withoutCamera({}, false);
     asksFallback();
 }
 
 TEST(PortalCaptureDevice, RefusesWhenTheBusGoesAwayAndLeavesTheHostRunning) {
-    Bus bus;
+    SessionBus bus;
     const ScriptedPortal portal({Step::reply});
     Camera camera;
     Answers answers;
@@ -149,7 +132,7 @@ TEST(PortalCaptureDevice, RefusesWhenTheBusGoesAwayAndLeavesTheHostRunning) {
 }
 
 TEST(PortalCaptureDevice, KeepsTwoRequestsApart) {
-    const Bus bus;
+    const SessionBus bus;
     // The first request is answered after the second one.
     const ScriptedPortal portal({Step::reply, Step::waitForNextRequest, Step::respondSuccess});
     Camera camera;
@@ -163,7 +146,7 @@ TEST(PortalCaptureDevice, KeepsTwoRequestsApart) {
 }
 
 TEST(PortalCaptureDevice, DropsWhatIsUnderWayWhenItGoes) {
-    const Bus bus;
+    const SessionBus bus;
     const ScriptedPortal portal({Step::reply});
     Answers answers;
     {
@@ -180,7 +163,7 @@ TEST(PortalApplication, OpensUrlsThroughThePortalAndElseThroughTheFallback) {
         std::vector<Step> script;
         std::size_t fallbackCalls;
     };
-    const Bus bus;
+    const SessionBus bus;
     const auto url = Url::parse("https://example.org/study?a=%20b");
     for (const Case& c : {Case{"opened", {Step::reply, Step::respondSuccess}, 0},
                           Case{"cancelled", {Step::reply, Step::respondCancelled}, 0},
