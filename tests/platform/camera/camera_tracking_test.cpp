@@ -11,6 +11,7 @@
 #include "storage/tracking_data.h"
 #include "tarvex/camera.h"
 #include "temporary_directory.h"
+#include "testing/manual_dispatch_queues.h"
 
 namespace tarvex {
 
@@ -27,19 +28,30 @@ Options photographOptions() {
             .modelDirectory = models};
 }
 
-/// The library as it is on Linux, with a camera of these options.
+/// The library as it is on Linux, with a camera of these options. No run is ended by the time that it takes.
 struct Tracked {
     explicit Tracked(Options options) {
         platform = platform::Platform::makeLinux({.dataDirectory = directory.path() / "data"});
+        auto manual = std::make_unique<testing::ManualDispatchQueues>();
+        queues = manual.get();
+        platform->setDispatchQueues(std::move(manual));
         camera::addTo(*platform, std::move(options));
         store = std::make_unique<PersistenceController>(*platform);
     }
+    // What waits in the queues holds on to what the platform is made of.
+    ~Tracked() {
+        queues->runMain();
+        queues->advance(std::chrono::hours(1));
+    }
+    Tracked(const Tracked&) = delete;
+    Tracked& operator=(const Tracked&) = delete;
 
     std::vector<TrackingData> samples() const {
         return decodeTrackingDataWrapper(store->loadTrackingData().value().view(), platform->jsonCoder())->trackingData;
     }
 
     TemporaryDirectory directory;
+    testing::ManualDispatchQueues* queues = nullptr;
     std::unique_ptr<platform::Platform> platform;
     std::unique_ptr<PersistenceController> store;
 };
@@ -56,7 +68,7 @@ TEST(CameraTracking, StoresBothEyesOfTheFacesThatTheCameraSees) {
         tracking->beginMeasurement(host);
         ASSERT_TRUE(eventually([&] { return tracked.store->countTrackingData() == measurement; }));
         // The measurement's own pause comes after its record, and would end a run that began in between.
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
     }
     const auto samples = tracked.samples();
     for (const TrackingData& sample : samples) {
