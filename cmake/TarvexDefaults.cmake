@@ -20,7 +20,8 @@ if(TARVEX_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
         "${CMAKE_COMMAND}" -E env CCACHE_SLOPPINESS=pch_defines,time_macros "${TARVEX_CCACHE}")
 endif()
 
-# Faster, but a source that forgot an #include builds nevertheless: so the debug build goes without.
+# Faster, but a source that forgot an #include builds nevertheless: so the debug build goes without. Optimised builds go
+# without as well: g++ 12 then warns of the standard library's own insides.
 option(TARVEX_PRECOMPILE_HEADERS "Precompile what most sources of the library include" OFF)
 function(tarvex_precompile_headers target)
     if(TARVEX_PRECOMPILE_HEADERS)
