@@ -31,8 +31,8 @@ bool hasCamera() {
 tarvex::camera::Options cameraOrPhotographs(const std::optional<std::filesystem::path>& directory) {
     if (hasCamera() || !directory) return {};
     std::cout << "This machine has no camera: photographs of real faces are shown to the tracker,\n"
-                 "another one for each measurement."
-              << std::endl;
+                 "another one for each measurement.\n"
+              << std::flush;
     Paths paths = entriesOf(*directory);
     std::erase_if(paths, [](const auto& path) { return path.extension() != ".jpg"; });
     return {.source = tarvex::camera::Pictures{.paths = std::move(paths)}};
