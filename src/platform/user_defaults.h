@@ -18,6 +18,9 @@ public:
     virtual bool boolForKey(std::string_view key) const = 0;  ///< false when missing
     virtual std::optional<std::string> stringForKey(std::string_view key) const = 0;
     virtual void setValueForKey(bool value, std::string_view key) = 0;
+    virtual void setValueForKey(std::string_view value, std::string_view key) = 0;
+    /// A literal is a string, though it would sooner become a bool.
+    void setValueForKey(const char* value, std::string_view key) { setValueForKey(std::string_view(value), key); }
 
     /// Stores `value` unless a string is there already; returns the one that is stored afterwards.
     virtual std::string setStringIfAbsent(std::string_view value, std::string_view key) = 0;

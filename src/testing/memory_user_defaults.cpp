@@ -21,6 +21,11 @@ void MemoryUserDefaults::setValueForKey(bool value, std::string_view key) {
     values_.insert_or_assign(std::string(key), value);
 }
 
+void MemoryUserDefaults::setValueForKey(std::string_view value, std::string_view key) {
+    const std::scoped_lock lock(mutex_);
+    values_.insert_or_assign(std::string(key), std::string(value));
+}
+
 std::string MemoryUserDefaults::setStringIfAbsent(std::string_view value, std::string_view key) {
     const std::scoped_lock lock(mutex_);
     auto& stored = values_[std::string(key)];

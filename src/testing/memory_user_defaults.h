@@ -17,7 +17,9 @@ class TARVEX_EXPORT MemoryUserDefaults final : public platform::UserDefaults {
 public:
     bool boolForKey(std::string_view key) const override;
     std::optional<std::string> stringForKey(std::string_view key) const override;
+    using UserDefaults::setValueForKey;
     void setValueForKey(bool value, std::string_view key) override;
+    void setValueForKey(std::string_view value, std::string_view key) override;
     std::string setStringIfAbsent(std::string_view value, std::string_view key) override;
 
 private:

@@ -143,7 +143,7 @@ TEST(UserId, IsMadeOnceUnlessAnyStringIsStored) {
     EXPECT_EQ(platform.defaults->stringForKey("userID"), made);
     for (const char* stored : {"participant-7", ""}) {
         platform->setUserDefaults(std::make_unique<testing::MemoryUserDefaults>());
-        platform->userDefaults().setStringIfAbsent(stored, "userID");
+        platform->userDefaults().setValueForKey(stored, "userID");
         EXPECT_EQ(userID(*platform), stored);
     }
 }

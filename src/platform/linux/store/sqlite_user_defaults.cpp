@@ -14,10 +14,10 @@ constexpr auto patience = 1000ms;
 
 constexpr const char* creation = "CREATE TABLE IF NOT EXISTS user_defaults(key TEXT PRIMARY KEY, value) WITHOUT ROWID";
 
-/// A string never takes the place of a string that another process has stored.
+/// ?3: a string does not take the place of a string, which another process has stored.
 constexpr std::string_view upsert =
     "INSERT INTO user_defaults(key, value) VALUES(?1, ?2) ON CONFLICT(key) DO UPDATE SET value = excluded.value"
-    " WHERE typeof(value) <> 'text' OR typeof(excluded.value) <> 'text'";
+    " WHERE NOT ?3 OR typeof(value) <> 'text'";
 
 constexpr std::string_view selection = "SELECT value FROM user_defaults WHERE key = ?1";
 
@@ -52,15 +52,18 @@ std::optional<std::string> SqliteUserDefaults::stringForKey(std::string_view key
 
 void SqliteUserDefaults::setValueForKey(bool value, std::string_view key) {
     const std::lock_guard lock(mutex_);
-    unwritten_.insert_or_assign(std::string(key), value);
-    write();
+    write(key, {.value = value});
+}
+
+void SqliteUserDefaults::setValueForKey(std::string_view value, std::string_view key) {
+    const std::lock_guard lock(mutex_);
+    write(key, {.value = std::string(value)});
 }
 
 std::string SqliteUserDefaults::setStringIfAbsent(std::string_view value, std::string_view key) {
     const std::lock_guard lock(mutex_);
     if (auto present = string(key)) return std::move(*present);
-    unwritten_.insert_or_assign(std::string(key), std::string(value));
-    write();
+    write(key, {.value = std::string(value), .onlyIfAbsent = true});
     return string(key).value_or(std::string(value));
 }
 
@@ -70,17 +73,27 @@ std::optional<std::string> SqliteUserDefaults::string(std::string_view key) cons
     return text ? std::optional(std::move(*text)) : std::nullopt;
 }
 
-/// What a process would read that has written everything: an unwritten value covers the stored one, but a string does
-/// not cover a string.
+/// What a process would read that has written everything.
 std::optional<SqliteUserDefaults::Value> SqliteUserDefaults::value(std::string_view key) const {
-    auto inFile = stored(key);
-    if (!inFile) giveUp(inFile.error());
-    std::optional<Value> found = inFile ? std::move(*inFile) : std::nullopt;
+    std::optional<Value> found = storedOrLastKnown(key);
     const auto unwritten = unwritten_.find(key);
     if (unwritten == unwritten_.end()) return found;
-    const bool bothStrings =
-        found && std::holds_alternative<std::string>(*found) && std::holds_alternative<std::string>(unwritten->second);
-    return bothStrings ? found : unwritten->second;
+    const bool givesWay = unwritten->second.onlyIfAbsent && found && std::holds_alternative<std::string>(*found);
+    return givesWay ? found : unwritten->second.value;
+}
+
+std::optional<SqliteUserDefaults::Value> SqliteUserDefaults::storedOrLastKnown(std::string_view key) const {
+    auto inFile = stored(key);
+    const auto known = lastKnown_.find(key);
+    if (!inFile) {
+        giveUp(inFile.error());
+        return known != lastKnown_.end() ? std::optional(known->second) : std::nullopt;
+    }
+    if (const auto& found = *inFile)
+        lastKnown_.insert_or_assign(std::string(key), *found);
+    else if (known != lastKnown_.end())
+        lastKnown_.erase(known);
+    return std::move(*inFile);
 }
 
 std::expected<std::optional<SqliteUserDefaults::Value>, StoreError> SqliteUserDefaults::stored(
@@ -104,11 +117,12 @@ std::expected<std::optional<SqliteUserDefaults::Value>, StoreError> SqliteUserDe
     }
 }
 
-void SqliteUserDefaults::write() {
-    if (auto written = writeAll(); !written)
-        giveUp(written.error());
-    else
-        unwritten_.clear();
+void SqliteUserDefaults::write(std::string_view key, Unwritten value) {
+    unwritten_.insert_or_assign(std::string(key), std::move(value));
+    if (auto written = writeAll(); !written) return giveUp(written.error());
+    for (auto& [name, entry] : unwritten_)
+        if (!entry.onlyIfAbsent) lastKnown_.insert_or_assign(name, std::move(entry.value));
+    unwritten_.clear();
 }
 
 std::expected<void, StoreError> SqliteUserDefaults::writeAll() {
@@ -118,9 +132,11 @@ std::expected<void, StoreError> SqliteUserDefaults::writeAll() {
     if (!transaction.begun()) return transaction.begun();
     auto insert = connection_->prepare(upsert);
     if (!insert) return std::unexpected(std::move(insert.error()));
-    for (const auto& [key, value] : unwritten_) {
+    for (const auto& [key, entry] : unwritten_) {
+        const auto& [value, onlyIfAbsent] = entry;
         const Execution execution(insert->get());
         bindText(execution.get(), 1, key);
+        sqlite3_bind_int(execution.get(), 3, onlyIfAbsent ? 1 : 0);
         if (const auto* text = std::get_if<std::string>(&value))
             bindText(execution.get(), 2, *text);
         else

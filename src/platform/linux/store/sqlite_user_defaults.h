@@ -17,8 +17,9 @@ namespace tarvex::platform {
 
 /// User defaults in a database of their own, `UserDefaults.sqlite`, which is opened at the first use.
 ///
-/// Every read goes to the file. What cannot be written is kept in memory, is read back from there, and is written with
-/// the next value that can be; standard error gets one line about it, the first time only. As on the phone platform, a
+/// Every read goes to the file; one that fails is answered with what was last read or written. What cannot be written
+/// is kept in memory, is read back from there, and is written with the next value that can be; standard error gets one
+/// line about it, the first time only. As on the phone platform, a
 /// string read as a bool is true when it begins with Y, y, T, t or a number other than 0; a bool is no string.
 class SqliteUserDefaults final : public UserDefaults {
 public:
@@ -28,16 +29,23 @@ public:
 
     bool boolForKey(std::string_view key) const override;
     std::optional<std::string> stringForKey(std::string_view key) const override;
+    using UserDefaults::setValueForKey;
     void setValueForKey(bool value, std::string_view key) override;
+    void setValueForKey(std::string_view value, std::string_view key) override;
     std::string setStringIfAbsent(std::string_view value, std::string_view key) override;
 
 private:
     using Value = std::variant<bool, std::string>;
+    struct Unwritten {
+        Value value;
+        bool onlyIfAbsent = false;  ///< gives way to a string that is stored by then
+    };
 
     std::optional<Value> value(std::string_view key) const;
     std::optional<std::string> string(std::string_view key) const;
+    std::optional<Value> storedOrLastKnown(std::string_view key) const;
     std::expected<std::optional<Value>, StoreError> stored(std::string_view key) const;
-    void write();
+    void write(std::string_view key, Unwritten value);
     std::expected<void, StoreError> writeAll();
     std::expected<void, StoreError> open() const;
     void giveUp(const StoreError& error) const;
@@ -47,7 +55,8 @@ private:
     mutable std::mutex mutex_;
     mutable std::unique_ptr<SqliteConnection> connection_;
     mutable bool reported_ = false;
-    std::map<std::string, Value, std::less<>> unwritten_;
+    std::map<std::string, Unwritten, std::less<>> unwritten_;
+    mutable std::map<std::string, Value, std::less<>> lastKnown_;
 };
 
 }  // namespace tarvex::platform

@@ -46,12 +46,15 @@ TEST_F(UserDefaultsFile, KeepsValuesAcrossProcesses) {
         EXPECT_EQ(defaults->setStringIfAbsent("second", "string"), "first");
         EXPECT_EQ(defaults->setStringIfAbsent("", "empty"), "");
         EXPECT_EQ(defaults->setStringIfAbsent("x", "empty"), "");
+        EXPECT_EQ(defaults->setStringIfAbsent("made", "chosen"), "made");
+        defaults->setValueForKey("participant 7", "chosen");
     }
     const auto defaults = open();
     EXPECT_TRUE(defaults->boolForKey("on"));
     EXPECT_FALSE(defaults->boolForKey("changed"));
     EXPECT_EQ(defaults->stringForKey("string"), "first");
     EXPECT_EQ(defaults->stringForKey("empty"), "");
+    EXPECT_EQ(defaults->stringForKey("chosen"), "participant 7");
     struct stat status{};
     ASSERT_EQ(stat(file.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
@@ -152,6 +155,15 @@ TEST_F(UserDefaultsFile, GivesAStringUpForTheOneThatAnotherProcessStored) {
     EXPECT_EQ(defaults->stringForKey("userID"), "theirs");
     defaults->setValueForKey(true, "next");
     EXPECT_EQ(open()->stringForKey("userID"), "theirs");
+}
+
+TEST_F(UserDefaultsFile, AnswersAReadThatFailsWithWhatWasThereBefore) {
+    const auto defaults = open(vfs.name());
+    defaults->setValueForKey("participant 7", "userID");
+    vfs.failEvery(test::FileCall::sharedLock, SQLITE_IOERR_SHMLOCK);
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(defaults->setStringIfAbsent("another", "userID"), "participant 7");
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr(file.native()));
 }
 
 TEST_F(UserDefaultsFile, WorksInMemoryBesideADamagedFileAndLeavesItAsItIs) {
