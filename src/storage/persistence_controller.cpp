@@ -1,6 +1,7 @@
 #include "storage/persistence_controller.h"
 
 #include <iostream>
+#include <mutex>
 #include <utility>
 
 #include "storage/fatal_stop.h"
@@ -66,7 +67,7 @@ void PersistenceController::deleteAllTrackingData() {
         // A failed deletion leaves the records, and nobody to tell.
         if (!viewContext().batchDelete(DataEntry::fetchRequest())) return;
     }
-    // Between the two a tick may store its sample: it need not wait for the clean-up.
+    // Between the two, a tick that waits stores its sample: it need not wait for the clean-up.
     const std::lock_guard lock(mutex_);
     viewContext().scrub();
 }

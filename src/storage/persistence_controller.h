@@ -2,10 +2,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 
 #include "platform/platform.h"
+#include "storage/fair_mutex.h"
 #include "storage/tracking_data.h"
 #include "tarvex/data_reader.h"
 
@@ -47,7 +47,7 @@ private:
     std::optional<platform::ByteBuffer> assembleUploadDocument();
 
     platform::Platform& platform_;
-    std::mutex mutex_;
+    FairMutex mutex_;
     std::optional<platform::ManagedObjectModel> managedObjectModel_;
     std::unique_ptr<platform::PersistentContainer> container_;
 };
