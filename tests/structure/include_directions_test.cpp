@@ -65,7 +65,7 @@ TEST(IncludeDirections, SubsystemsPointFromUserToUsed) {
         {"storage", {"storage", "platform"}},
         {"consent", {"consent", "platform"}},
         {"platform", {"platform", ""}},
-        {"platform/posix", {}},
+        {"platform/posix", {"platform/posix"}},
         {"platform/linux", {"platform/linux", "platform/posix", "platform"}},
         {"platform/camera", {"platform/camera", "platform/posix", "platform"}},
         {"platform/gtk", {"platform/gtk"}},

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 
+#include "platform/posix/sync_directory.h"
+
 namespace tarvex::platform {
 namespace {
 
@@ -18,8 +20,10 @@ void createPrivateDirectory(const std::filesystem::path& path) {
         createPrivateDirectory(path.parent_path());
         created = ::mkdir(path.c_str(), ownerOnly) == 0;
     }
+    if (!created) return;
     // A umask can take permissions from the owner, too.
-    if (created) ::chmod(path.c_str(), ownerOnly);
+    ::chmod(path.c_str(), ownerOnly);
+    syncDirectory(directoryOf(path));
 }
 
 void makeDirectoryPrivate(const std::filesystem::path& path) {

@@ -10,6 +10,8 @@
 #include <thread>
 #include <utility>
 
+#include "platform/posix/sync_directory.h"
+
 namespace tarvex::platform {
 namespace {
 
@@ -38,26 +40,26 @@ bool isMissingOrEmpty(const std::filesystem::path& path) {
     return missing || size <= 1;
 }
 
-bool makeEntryDurable(const std::filesystem::path& directory) {
-    const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0) return false;
-    const bool synced = fsync(descriptor) == 0;
-    close(descriptor);
-    return synced;
+/// Takes other users' permissions from a file of this user that was put there.
+void makePrivate(const std::filesystem::path& path) {
+    struct stat status{};
+    if (::stat(path.c_str(), &status) != 0 || status.st_uid != ::geteuid()) return;
+    if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) ::chmod(path.c_str(), status.st_mode & S_IRWXU);
 }
 
-/// Only a file that is not there yet is opened: closing a descriptor of one that is would drop the locks that other
-/// connections of the process hold on it.
+/// The database is for this user alone. Only one that is not there yet is opened: closing a descriptor of one that is
+/// would drop the locks that other connections of the process hold on it.
 std::expected<void, StoreError> createPrivateFile(const std::filesystem::path& path) {
     const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (descriptor < 0) {
-        if (errno == EEXIST) return {};
-        return systemError(path);
+        if (errno != EEXIST) return systemError(path);
+        for (const char* suffix : {"", "-wal", "-shm"})
+            makePrivate(path.native() + suffix);
+        return {};
     }
     const bool restricted = fchmod(descriptor, S_IRUSR | S_IWUSR) == 0;
     close(descriptor);
-    const auto directory = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
-    if (!restricted || !makeEntryDurable(directory)) return systemError(path);
+    if (!restricted || !syncDirectory(directoryOf(path))) return systemError(path);
     return {};
 }
 

@@ -205,6 +205,17 @@ TEST(SqliteObjectStore, KeepsItsFilesPrivateWhateverTheUmask) {
             EXPECT_EQ(status.st_mode & 07777U, 0600U) << suffix;
         }
     }
+    // One that was copied there loses other users' permissions.
+    const TemporaryDirectory directory;
+    const auto file = directory.path() / SampleStore::fileName;
+    {
+        ASSERT_TRUE(SampleStore(directory.path()).open());
+    }
+    ASSERT_EQ(chmod(file.c_str(), 0644), 0);
+    SampleStore store(directory.path());
+    ASSERT_TRUE(store.open() && store.add(1));
+    EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0600));
+    EXPECT_EQ(std::filesystem::status(file.native() + "-wal").permissions(), std::filesystem::perms(0600));
 }
 
 TEST(SqliteObjectStore, SharesItsFileBetweenProcessesThatStartAtOnce) {

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "platform/posix/file_descriptor.h"
+
+namespace tarvex::platform {
+
+/// Makes durable what was created in the directory; false with errno.
+inline bool syncDirectory(const std::filesystem::path& path) {
+    const FileDescriptor directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return directory.number() >= 0 && ::fsync(directory.number()) == 0;
+}
+
+/// The directory that holds the entry of this name.
+inline std::filesystem::path directoryOf(const std::filesystem::path& path) {
+    return path.has_parent_path() ? path.parent_path() : ".";
+}
+
+}  // namespace tarvex::platform
