@@ -38,13 +38,14 @@ std::filesystem::path dataHome() {
     return (home ? *home : homeOfUser()) / ".local" / "share";
 }
 
-// Hosts that one interpreter runs, each with a bundle of its own, are different hosts.
+// Executables of one name in different places are different hosts, and so are those that one interpreter runs, each
+// with a bundle of its own.
 std::string recordName(const std::filesystem::path& executable,
                        const std::optional<std::filesystem::path>& propertyList) {
     const auto ownDirectories = bundleDirectoriesOf(executable);
     if (!propertyList || std::ranges::count(ownDirectories, propertyList->parent_path()) != 0)
-        return safeFileName(executable.filename().native());
-    return safeFileName(executable.filename().native() + ":" + propertyList->native());
+        return safeFileName(executable.native());
+    return safeFileName(executable.native() + ":" + propertyList->native());
 }
 
 // A directory with content had its permissions set by the host, for reasons of its own.

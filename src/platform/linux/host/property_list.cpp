@@ -25,13 +25,19 @@ std::size_t count(std::string_view text, std::string_view pattern) {
     return occurrences;
 }
 
+// libplist stops reading where the root dictionary ends.
+bool isWhole(std::string_view text) {
+    const auto last = text.find_last_not_of(" \t\r\n");
+    return !text.contains("<plist") || text.substr(0, last + 1).ends_with("</plist>");
+}
+
 // libplist frees nested containers recursively and replaces entities in quadratic time: both are bounded by their
 // number. Text ends at U+0000 there, and its encoding is not looked at.
 bool isSafeXmlPropertyList(std::string_view text) {
     constexpr std::size_t maximumContainers = 4000;
     constexpr std::size_t maximumEntities = 10'000;
     return count(text, "<dict") + count(text, "<array") <= maximumContainers && count(text, "&") <= maximumEntities &&
-           !text.contains('\0') && simdjson::validate_utf8(text);
+           !text.contains('\0') && simdjson::validate_utf8(text) && isWhole(text);
 }
 
 std::optional<std::string> stringValue(plist_t node) {
@@ -41,18 +47,24 @@ std::optional<std::string> stringValue(plist_t node) {
     return text == nullptr ? std::string() : std::string(text, length);
 }
 
-std::map<std::string, std::optional<std::string>, std::less<>> entriesOf(plist_t dictionary) {
+using Entries = std::map<std::string, std::optional<std::string>, std::less<>>;
+
+/// Absent when a text is not UTF-8: references like &#xD800; make such text of valid bytes.
+std::optional<Entries> entriesOf(plist_t dictionary) {
     plist_dict_iter started = nullptr;
     plist_dict_new_iter(dictionary, &started);
     const DictionaryIterator iterator(started);
-    std::map<std::string, std::optional<std::string>, std::less<>> entries;
+    Entries entries;
     while (true) {
-        char* name = nullptr;
+        char* allocated = nullptr;
         plist_t value = nullptr;
-        plist_dict_next_item(dictionary, iterator.get(), &name, &value);
-        const AllocatedText key(name);
+        plist_dict_next_item(dictionary, iterator.get(), &allocated, &value);
+        const AllocatedText key(allocated);
         if (value == nullptr) return entries;
-        entries.insert_or_assign(key ? key.get() : "", stringValue(value));
+        std::string name = key ? key.get() : "";
+        auto text = stringValue(value);
+        if (!simdjson::validate_utf8(name) || !simdjson::validate_utf8(text.value_or(""))) return std::nullopt;
+        entries.insert_or_assign(std::move(name), std::move(text));
     }
 }
 
@@ -73,7 +85,8 @@ std::unique_ptr<PropertyList> PropertyList::parse(std::string_view bytes) {
     const Plist root(parsed);
     if (!root || plist_get_node_type(root.get()) != PLIST_DICT) return nullptr;
 
-    return std::unique_ptr<PropertyList>(new PropertyList(entriesOf(root.get())));
+    auto entries = entriesOf(root.get());
+    return entries ? std::unique_ptr<PropertyList>(new PropertyList(*std::move(entries))) : nullptr;
 }
 
 bool PropertyList::contains(std::string_view key) const {

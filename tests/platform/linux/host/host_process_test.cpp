@@ -19,8 +19,9 @@ protected:
     }
 
     // The bundle's identifier and the name of its data directory, of the bundle that is looked for, or chosen.
-    std::string run(std::string chosen = {}) const {
-        std::string program = executable;
+    std::string run(std::string chosen = {}) const { return run(std::move(chosen), executable); }
+
+    static std::string run(std::string chosen, std::string program) {
         std::array<gchar*, 3> arguments{program.data(), chosen.empty() ? nullptr : chosen.data(), nullptr};
         gchar* output = nullptr;
         g_spawn_sync("/", arguments.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &output, nullptr, nullptr,
@@ -55,6 +56,11 @@ TEST_F(HostProcess, KeepsItsDataDirectoryWhileTheListCannotBeRead) {
     // Another place for the list is another host, though the executable is the same.
     writeFile(prefix.path() / "other/Info.plist", "damaged");
     EXPECT_EQ(run(prefix.path() / "other"), "none light-study\n");
+    // And so is another executable, though its name is the same.
+    const path elsewhere = prefix.path() / "elsewhere/light-study";
+    writeFile(elsewhere.parent_path() / "Info.plist", "damaged");
+    std::filesystem::copy_file(executable, elsewhere);
+    EXPECT_EQ(run({}, elsewhere), "none light-study\n");
 
     std::filesystem::remove(beside);
     EXPECT_EQ(run(), "none light-study\n");

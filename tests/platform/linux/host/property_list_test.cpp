@@ -90,7 +90,7 @@ TEST(PropertyList, ReadsTheRootDictionaryOfXmlAndBinaryAlike) {
 TEST(PropertyList, RefusesEveryTruncation) {
     const std::string xml = host();
     const std::string binary = asBinary(host());
-    for (std::size_t length = 0; length < xml.find("</dict></plist>"); ++length)
+    for (std::size_t length = 0; length < xml.rfind('>') + 1; ++length)
         EXPECT_FALSE(PropertyList::parse(std::string_view(xml).substr(0, length))) << length;
     for (std::size_t length = 0; length < binary.size(); ++length)
         EXPECT_FALSE(PropertyList::parse(std::string_view(binary).substr(0, length))) << length;
@@ -110,6 +110,8 @@ TEST(PropertyList, RefusesWhatIsNoUnicodeDictionaryOrWouldExhaustTheReader) {
           Case{"a binary array", binaryPropertyList({"\xa1" + reference(1), name})},
           Case{"a declared entity", "<!DOCTYPE plist [<!ENTITY a \"b\">]>" + xmlWithText("&a;")},
           Case{"bytes that are not UTF-8", xmlWithText("\xc3")},
+          Case{"a reference to no character", xmlWithText("&#xD800;")},
+          Case{"something after the list", xmlWithText("b") + "garbage"},
           Case{"a NUL in XML", xmlWithText(std::string("b\0c", 3))},
           Case{"binary text past ASCII", binaryWithText(binaryText("\xff"))},
           Case{"a NUL in binary text", binaryWithText(binaryText(std::string_view("x\0y", 3)))},
