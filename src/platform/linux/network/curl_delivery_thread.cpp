@@ -34,7 +34,10 @@ void CurlDeliveryThread::start(std::unique_ptr<CurlTransfer> transfer) {
         if (!multi_) multi_.reset(curl_multi_init());
         if (!multi_) throw std::system_error(std::make_error_code(std::errc::not_enough_memory));
         // A parked thread is never joined: it keeps what it stands on.
-        if (!thread_.joinable()) thread_ = std::thread([self = shared_from_this()] { self->run(); });
+        if (!thread_.joinable()) {
+            thread_ = std::thread([self = shared_from_this()] { self->run(); });
+            live().process = getpid();
+        }
     } catch (const std::system_error& refusal) {
         lock.unlock();
         transfer->fail(refusal.what());

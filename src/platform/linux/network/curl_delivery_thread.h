@@ -1,8 +1,9 @@
 #pragma once
 
 #include <curl/curl.h>
-#include <unistd.h>
+#include <sys/types.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -51,7 +52,7 @@ private:
         std::mutex mutex;
         std::vector<CurlDeliveryThread*> threads;
         bool exiting = false;
-        const pid_t process = getpid();
+        std::atomic<pid_t> process = 0;  ///< that a thread was last begun in
     };
     struct Ended {
         CurlTransfer& transfer;

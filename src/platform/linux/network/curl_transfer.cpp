@@ -217,7 +217,7 @@ CurlTransfer::Outcome CurlTransfer::outcome(CURLcode code) const {
     curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
     if (status == 0) return {UrlResponse{}, std::nullopt};
     if (status < 200) return error(curl_easy_strerror(CURLE_GOT_NOTHING));  // an interim answer, then the end
-    if (status < 300 && sentBytes() < bodySize()) return error("The server answered before the whole body was sent");
+    if (status == 200 && sentBytes() < bodySize()) return error("The server answered before the whole body was sent");
     return {UrlResponse{.statusCode = static_cast<int>(status)}, std::nullopt};
 }
 
@@ -231,6 +231,7 @@ void CurlTransfer::answer(Outcome outcome) noexcept {
 void CurlTransfer::detach() {
     if (multi_ != nullptr) curl_multi_remove_handle(std::exchange(multi_, nullptr), easy_.get());
     easy_.reset();
+    sockets_.end();
 }
 
 }  // namespace tarvex::platform

@@ -9,8 +9,13 @@
 namespace tarvex::platform {
 
 SocketProgress::~SocketProgress() {
+    end();
+}
+
+void SocketProgress::end() noexcept {
     for (const int socket : sockets_)
         close(socket);
+    sockets_.clear();
 }
 
 void SocketProgress::watch(int socket) noexcept {

@@ -19,6 +19,9 @@ public:
     /// Watches `socket` through a descriptor of its own, so that its number may be closed and used again.
     void watch(int socket) noexcept;
 
+    /// Lets go of the sockets, so that closing them reaches their peers.
+    void end() noexcept;
+
     std::uint64_t acknowledgedBytes() const;
 
 private:

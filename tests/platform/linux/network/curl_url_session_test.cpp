@@ -205,7 +205,7 @@ TEST(CurlUrlSession, RefusesOldTls) {
     EXPECT_EQ(server.clients(), 0);
 }
 
-TEST(CurlUrlSession, AnEarlyAnswerCountsOnlyWhenItIsARefusal) {
+TEST(CurlUrlSession, AnEarlyAnswerCountsUnlessItIsSuccess) {
     const auto body = largeBody(60 * megabyte);
     const auto outcomeOfEarly = [&](const std::string& answer) {
         const ScriptedTlsServer server(certificate(), [&](TlsConnection& client) {
@@ -221,6 +221,7 @@ TEST(CurlUrlSession, AnEarlyAnswerCountsOnlyWhenItIsARefusal) {
     EXPECT_FALSE(accepted.hasResponse);
     EXPECT_EQ(accepted.error, "The server answered before the whole body was sent");
     EXPECT_EQ(outcomeOfEarly("HTTP/1.1 413 Too Large\r\nContent-Length: 0\r\n\r\n").status, 413);
+    EXPECT_EQ(outcomeOfEarly("HTTP/1.1 201 Created\r\nContent-Length: 0\r\nConnection: close\r\n\r\n").status, 201);
 }
 
 TEST(CurlUrlSession, EndsWhenNothingMoves) {
