@@ -128,8 +128,7 @@ bool share() {
     Client::shared().shareTrackingData(true, [&succeeded](const Client::Result& result) {
         succeeded = result.has_value();
         if (!result) std::cerr << result.error().errorDescription().value_or("") << '\n';
-        // The outcome may be there before the loop runs: it is the loop that shall stop itself.
-        RunLoop::main().perform([] { RunLoop::main().stop(); });
+        RunLoop::main().stop();
     });
     RunLoop::main().run();
     return succeeded;

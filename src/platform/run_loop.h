@@ -17,7 +17,8 @@ public:
     /// Handles events on the calling thread, the main thread, until `stop`.
     virtual void run() = 0;
 
-    /// Lets `run` return once the event that is being handled is done. Thread-safe.
+    /// Lets `run` return once the event that is being handled is done; before it, lets the next `run` return at once.
+    /// Thread-safe.
     virtual void stop() = 0;
 
     /// Queues `block` to run later on the main thread, in the order of the calls; never runs it inline. Thread-safe.

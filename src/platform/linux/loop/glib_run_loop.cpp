@@ -101,6 +101,7 @@ void GLibRunLoop::run() {
     std::atomic<bool> stopped = false;
     {
         const std::lock_guard lock(mutex_);
+        stopped = std::exchange(stoppedBefore_, false);
         stopped_.push_back(&stopped);
     }
     while (!stopped.load())
@@ -114,7 +115,10 @@ void GLibRunLoop::run() {
 
 void GLibRunLoop::stop() {
     const std::lock_guard lock(mutex_);
-    if (stopped_.empty()) return;
+    if (stopped_.empty()) {
+        stoppedBefore_ = true;
+        return;
+    }
     stopped_.back()->store(true);
     g_main_context_wakeup(g_main_context_default());
 }

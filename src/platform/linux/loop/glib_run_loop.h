@@ -29,8 +29,7 @@ public:
     /// May be called again, also by an event: a nested run.
     void run() override;
 
-    /// Ends the innermost run; does nothing when there is none. A thread that cannot know whether the loop runs yet
-    /// performs a block that stops it.
+    /// Ends the innermost run, or the next one.
     void stop() override;
 
     void perform(std::function<void()> block) override;
@@ -41,6 +40,7 @@ private:
     std::shared_ptr<BlockQueue> queue_;
     std::mutex mutex_;
     std::vector<std::atomic<bool>*> stopped_;  // one for each nested run
+    bool stoppedBefore_ = false;
 };
 
 }  // namespace tarvex::platform

@@ -29,7 +29,6 @@ protected:
 };
 
 TEST_F(GLibRunLoopTest, RunsBlocksLaterInOrderOnTheRunningThread) {
-    loop->stop();  // without a run, this has no effect
     loop->perform([&] {
         record(1);
         performStop(4);
@@ -68,6 +67,15 @@ TEST_F(GLibRunLoopTest, StopEndsTheRunAfterTheBlockThatIsRunning) {
     EXPECT_THAT(order, ElementsAre(1));
     loop->run();
     EXPECT_THAT(order, ElementsAre(1, 2));
+}
+
+TEST_F(GLibRunLoopTest, AStopBeforeARunEndsThatRunAndNoOther) {
+    loop->stop();
+    performStop(1);
+    loop->run();
+    EXPECT_THAT(order, IsEmpty());
+    loop->run();
+    EXPECT_THAT(order, ElementsAre(1));
 }
 
 TEST_F(GLibRunLoopTest, IsStoppedByAnotherThread) {
