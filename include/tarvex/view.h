@@ -25,6 +25,7 @@ TARVEX_EXPORT std::shared_ptr<View> makeHeadlessView();
 class TARVEX_EXPORT ViewController {
 public:
     virtual ~ViewController() = default;
+    /// The screen that it shows; lives as long as the view controller.
     virtual const InformationView& rootView() const = 0;
 };
 

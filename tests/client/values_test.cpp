@@ -1,10 +1,11 @@
-// The plain values of the public interface.
+// The plain values of the public interface, and the view for hosts without a screen.
 
 #include <unordered_set>
 
 #include "prelude.h"
 #include "tarvex/data_reader.h"
 #include "tarvex/tarvex_error.h"
+#include "tarvex/view.h"
 
 namespace tarvex {
 
@@ -47,6 +48,18 @@ TEST(TarvexError, DescribesEveryCaseAndBridgesItsCode) {
         EXPECT_EQ(error.bridged().localizedDescription, description);
         EXPECT_FALSE(error.failureReason() || error.recoverySuggestion() || error.helpAnchor());
     }
+}
+
+TEST(HeadlessView, TakesAChildFromTheParentThatItHad) {
+    const auto first = makeHeadlessView();
+    auto second = makeHeadlessView();
+    auto child = makeHeadlessView();
+    const std::weak_ptr<View> observed = child;
+    first->addSubview(child);
+    second->addSubview(std::exchange(child, nullptr));
+    EXPECT_FALSE(observed.expired());
+    second.reset();
+    EXPECT_TRUE(observed.expired());
 }
 
 }  // namespace tarvex
