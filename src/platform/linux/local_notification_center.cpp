@@ -1,5 +1,6 @@
 #include "platform/linux/local_notification_center.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace tarvex::platform {
@@ -13,8 +14,12 @@ NotificationCenter::ObserverToken LocalNotificationCenter::addObserverForName(st
 }
 
 void LocalNotificationCenter::removeObserver(ObserverToken token) {
+    std::shared_ptr<const Block> removed;  // released after the lock: what it holds may use the centre as it goes
     const std::lock_guard lock(mutex_);
-    std::erase_if(observers_, [token](const Observer& observer) { return observer.token == token; });
+    const auto observer = std::ranges::find(observers_, token, &Observer::token);
+    if (observer == observers_.end()) return;
+    removed = std::move(observer->block);
+    observers_.erase(observer);
 }
 
 void LocalNotificationCenter::post(std::string_view name) {

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <span>
 #include <utility>
@@ -59,10 +60,10 @@ std::optional<std::string_view> plainName(ondemand::field& field) {
 Shape shapeOf(std::string_view text) {
     ondemand::document document;
     ondemand::object object;
-    if (threadsParser().iterate(text.data(), text.size(), text.size() + simdjson::SIMDJSON_PADDING).get(document) !=
-            simdjson::SUCCESS ||
-        document.get_object().get(object) != simdjson::SUCCESS)
-        return Shape::noValueMap;
+    const auto read =
+        threadsParser().iterate(text.data(), text.size(), text.size() + simdjson::SIMDJSON_PADDING).get(document);
+    if (read == simdjson::MEMALLOC) throw std::bad_alloc();
+    if (read != simdjson::SUCCESS || document.get_object().get(object) != simdjson::SUCCESS) return Shape::noValueMap;
 
     Names names;
     bool asWritten = true;

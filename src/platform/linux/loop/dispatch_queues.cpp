@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <map>
 #include <mutex>
+#include <system_error>
 #include <utility>
 
 #include "platform/posix/library_thread.h"
@@ -80,12 +81,17 @@ void LinuxDispatchQueues::mainAsync(std::function<void()> block) {
 
 void LinuxDispatchQueues::backgroundAfter(std::chrono::nanoseconds delay, std::function<void()> block) {
     delayed_->add(deadlineAfter(delay), std::move(block));
-    std::call_once(started_, [this] {
-        thread_ = std::jthread([delayed = delayed_](const std::stop_token& stop) {
-            beginLibraryThread("tarvex-delayed");
-            delayed->runUntil(stop);
+    try {
+        std::call_once(started_, [this] {
+            thread_ = std::jthread([delayed = delayed_](const std::stop_token& stop) {
+                beginLibraryThread("tarvex-delayed");
+                delayed->runUntil(stop);
+            });
         });
-    });
+    } catch (const std::system_error&) {
+        // No thread is to be had: the block waits for the next call, which tries again.
+        return;
+    }
 }
 
 }  // namespace tarvex::platform
