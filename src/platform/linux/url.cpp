@@ -10,14 +10,15 @@ namespace {
 
 // GLib lets pass what RFC 3986 leaves out of every part of a URL.
 bool neverInUrls(char c) {
-    return static_cast<unsigned char>(c) <= ' ' || std::string_view(R"("<>\^`{|})").find(c) != std::string_view::npos;
+    return c <= ' ' || c > '~' || std::string_view(R"("<>\^`{|})").find(c) != std::string_view::npos;
 }
 
 }  // namespace
 
 std::optional<Url> Url::parse(std::string_view text) {
     std::string candidate(text);
-    if (std::ranges::any_of(text, neverInUrls) || g_uri_is_valid(candidate.c_str(), G_URI_FLAGS_NONE, nullptr) == 0)
+    if (std::ranges::any_of(text, neverInUrls) || std::ranges::count(text, '#') > 1 ||
+        g_uri_is_valid(candidate.c_str(), G_URI_FLAGS_NONE, nullptr) == 0)
         return std::nullopt;
     return Url(std::move(candidate));
 }

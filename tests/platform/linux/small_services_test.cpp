@@ -44,8 +44,8 @@ TEST(Url, TakesAbsoluteUrlsOnly) {
     for (const char* text :
          {"https://backend.example/tracking", "mailto:study@example.org", "https://[::1]:8443/a?b#c"})
         EXPECT_EQ(Url::parse(text).value().string(), text);
-    for (const std::string_view text :
-         {"", "tracking", "/tracking", "//host/path", "https://a b/", "1http://a", "https://host:port/"})
+    for (const std::string_view text : {"", "tracking", "/tracking", "//host/path", "https://a b/", "1http://a",
+                                        "https://host:port/", "https://ex\xc3\xa4mple.org/", "https://a/#b#c"})
         EXPECT_FALSE(Url::parse(text).has_value()) << text;
     EXPECT_FALSE(Url::parse(std::string_view("https://a/\0b", 12)).has_value());
 }
