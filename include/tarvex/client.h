@@ -33,7 +33,9 @@ class Platform;
 /// A host callback must not throw: an exception out of one terminates the process.
 class TARVEX_EXPORT Client {
 public:
+    /// Success, or what went wrong.
     using Result = std::expected<void, TarvexError>;
+    /// What a host is told; an empty one is called nowhere.
     using StartCompletion = std::function<void(Result, std::optional<DataReader>)>;
     using ShareCompletion = std::function<void(Result)>;
     using ConsentCompletion = std::function<void(bool)>;
@@ -74,7 +76,7 @@ public:
     /// `completion` is called on the calling thread, before this returns: once for every reader that fails, with the
     /// failure and the reader's kind key, then exactly once with success and no reader. A kind that runs already is
     /// skipped silently and keeps its interval. The first sample comes one interval after the start, on the calling
-    /// thread's run loop. A distance session needs `view`, which it keeps until its timer is replaced.
+    /// thread's run loop. A distance session needs `view`, which it keeps until it is stopped.
     ///
     /// A rate of zero or below samples once a second.
     void startTracking(const std::vector<DataReader>& readers, std::shared_ptr<View> view,
@@ -89,12 +91,14 @@ public:
     /// Posts every stored sample as one JSON document.
     ///
     /// The document is assembled before this returns, on the calling thread; `completion` is called at most once,
-    /// before this returns when nothing could be sent, otherwise on the upload's delivery thread.
-    /// With `deleteIfSuccessfull`, status 200 removes every record that is stored at that moment, also records
-    /// taken during the upload; any other outcome removes nothing.
+    /// before this returns when nothing could be sent (no document, or no thread to be had from the system), otherwise
+    /// on the upload's delivery thread. With `deleteIfSuccessfull`, status 200 removes every record that is stored at
+    /// that moment, also records taken during the upload; any other outcome removes nothing.
     void shareTrackingData(bool deleteIfSuccessfull, ShareCompletion completion);
 
-    /// Deletes every stored sample, for good: no byte of one stays in the store's files.
+    /// Deletes every stored sample, for good: no byte of one stays in the store's files. While another process holds
+    /// the store open, those bytes go as soon as it lets them. Samples that wait for a commit that works are not stored
+    /// yet: they stay.
     void deleteTrackingData();
 
     /// How many samples are stored, those included that wait for a commit that works; 0 when counting fails.

@@ -48,6 +48,7 @@ public:
     /// The stored records could not be read, or their document could not be built.
     static TarvexError cannotLoadTrackingData();
 
+    /// Which case this is; the numbers are fixed.
     Code code() const noexcept { return code_; }
 
     /// The key or the cause; empty where the case has none.
@@ -59,6 +60,7 @@ public:
     std::optional<std::string> recoverySuggestion() const;  ///< always absent
     std::optional<std::string> helpAnchor() const;          ///< always absent
 
+    /// The failure as a domain, a number and a text, for hosts that log or forward errors.
     BridgedError bridged() const;
 
 private:

@@ -71,7 +71,8 @@ public:
 
     virtual ~ManagedObjectContext() = default;
 
-    /// A new pending object of the entity, every attribute absent (a number: 0).
+    /// A new pending object of the entity, every attribute absent (a number: 0); null when the model has no such
+    /// entity.
     virtual std::shared_ptr<ManagedObject> insertNewObject(std::string_view entityName) = 0;
 
     /// Commits all pending objects in one transaction, in the order of their insertion. Durable when it succeeds: the

@@ -45,7 +45,9 @@ struct LinuxOptions {
 ///     platform->setUrlSession(std::make_unique<MyUrlSession>());
 ///     if (!Platform::install(std::move(platform))) …
 ///
-/// The services are owned by the platform and live as long as the process once it is installed. Getters may be called
+/// The services are owned by the platform and live as long as the process once it is installed. Those that `makeLinux`
+/// built on one another stay so: its dispatch queues use its own main loop and its data directory its own bundles, also
+/// when these are replaced. Getters may be called
 /// from any thread; setters only while nothing else uses the platform.
 class TARVEX_EXPORT Platform {
 public:
