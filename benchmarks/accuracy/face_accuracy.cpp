@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "accuracy/error_summary.h"
 #include "accuracy/posed_head.h"
 #include "accuracy/printed_face.h"
 #include "benchmark_memory.h"
@@ -46,48 +47,53 @@ Picture frameOf(const PrintedFace& face, const Mode& mode, double depth, double 
     return frame;
 }
 
-/// The truth's ratio: an eye lies beside the line of sight, and 7 mm behind the print that its corners are on.
-double trueRatio(double depth, double scale, const FacePlace& place, const Mode& mode, double side) {
+/// How far an eye of a print is: beside the line of sight, and 7 mm behind the print that its corners are on. `side` is
+/// 1 for the left eye and -1 for the right one; `scale` is how large the print's face is beside the average one.
+double trueDistance(double depth, double scale, const FacePlace& place, const Mode& mode, double side) {
     constexpr double behind = 0.007;
     const double perPixel = referenceDepth / focalLength(mode) * scale;
     const double x = (place.x - mode.width / 2.0) * perPixel + side * geometry.interpupillaryDistance * scale / 2;
     const double y = (place.y - mode.height / 2.0) * perPixel;
-    const auto distance = [&](double z) { return std::sqrt(x * x + y * y + (z + behind) * (z + behind)); };
-    return distance(depth * scale) / distance(referenceDepth * scale);
+    return std::hypot(x, y, depth * scale + behind);
 }
 
-struct Planar {
-    ErrorSummary error;
+struct PrintErrors {
+    ErrorSummary eachEye;
+    ErrorSummary bothEyes;  ///< of the mean of the two
     int found = 0;
     int shown = 0;
 };
 
-void measurePrint(const FaceFinder& finder, const PrintedFace& face, const Mode& mode, Planar& planar) {
+void measurePrint(const FaceFinder& finder, const PrintedFace& face, const Mode& mode, PrintErrors& errors) {
     const Picture reference = frameOf(face, mode, referenceDepth);
     const auto base = finder(reference.frame());
-    ++planar.shown;
+    ++errors.shown;
     if (!base) return;
-    ++planar.found;
-    const EyeDistances baseDistances = distancesOf(*base);
+    ++errors.found;
+    const EyeDistances baseSeen = distancesOf(*base);
     const FacePlace place = placeOf(*base, reference.frame(), geometry.horizontalFieldOfView);
     // The finder's own reading of the reference sets the print's scale: only ratios are measured.
-    const double scale = (baseDistances.left + baseDistances.right) / 2 / referenceDepth;
+    const double scale = (baseSeen.left + baseSeen.right) / 2 / referenceDepth;
+    const auto trueDistances = [&](double depth) {
+        return EyeDistances{.left = trueDistance(depth, scale, place, mode, 1),
+                            .right = trueDistance(depth, scale, place, mode, -1)};
+    };
+    const EyeDistances baseTruth = trueDistances(referenceDepth);
     for (int centimetres = 25; centimetres <= 80; centimetres += 5) {
         const double depth = centimetres / 100.0;
         if (depth == referenceDepth) continue;
-        ++planar.shown;
+        ++errors.shown;
         const Picture frame = frameOf(face, mode, depth);
-        const auto seen = finder(frame.frame());
-        if (!seen) continue;
-        ++planar.found;
-        const EyeDistances distances = distancesOf(*seen);
-        for (const double error :
-             {distances.left / baseDistances.left / trueRatio(depth, scale, place, mode, 1) - 1,
-              distances.right / baseDistances.right / trueRatio(depth, scale, place, mode, -1) - 1}) {
-            planar.error.mean += std::abs(error) * 100;
-            planar.error.max = std::max(planar.error.max, std::abs(error) * 100);
-            ++planar.error.count;
-        }
+        const auto anchor = finder(frame.frame());
+        if (!anchor) continue;
+        ++errors.found;
+        const EyeDistances seen = distancesOf(*anchor);
+        const EyeDistances truth = trueDistances(depth);
+        errors.eachEye.add(seen.left / baseSeen.left / (truth.left / baseTruth.left) - 1);
+        errors.eachEye.add(seen.right / baseSeen.right / (truth.right / baseTruth.right) - 1);
+        errors.bothEyes.add((seen.left + seen.right) / (baseSeen.left + baseSeen.right) /
+                                ((truth.left + truth.right) / (baseTruth.left + baseTruth.right)) -
+                            1);
     }
 }
 
@@ -113,12 +119,8 @@ ErrorSummary jitter(const FaceFinder& finder, const std::vector<PrintedFace>& fa
         double square = 0;
         for (const double distance : distances)
             square += (distance - mean) * (distance - mean) / static_cast<double>(distances.size() - 1);
-        const double percent = std::sqrt(square) / mean * 100;
-        summary.mean += percent;
-        summary.max = std::max(summary.max, percent);
-        ++summary.count;
+        summary.add(std::sqrt(square) / mean);
     }
-    summary.mean /= std::max(summary.count, 1);
     return summary;
 }
 
@@ -199,18 +201,20 @@ int measure(const std::filesystem::path& models, std::span<char*> picturePaths) 
     std::printf("%zu faces cut out of %zu photographs\n\n", faces.size(), photographs.size());
     std::printf("| Distance ratio | mean | max | found |\n|---|---|---|---|\n");
     for (const Mode& mode : modes) {
-        Planar planar;
+        PrintErrors errors;
         for (const PrintedFace& face : faces)
-            measurePrint(*finder, face, mode, planar);
-        std::printf("| a print moved 25–80 cm, %d×%d | %.2f %% | %.2f %% | %d of %d |\n", mode.width, mode.height,
-                    planar.error.mean / std::max(planar.error.count, 1), planar.error.max, planar.found, planar.shown);
+            measurePrint(*finder, face, mode, errors);
+        std::printf("| a print moved 25–80 cm, %d×%d, each eye | %.2f %% | %.2f %% | %d of %d |\n", mode.width,
+                    mode.height, errors.eachEye.mean(), errors.eachEye.max(), errors.found, errors.shown);
+        std::printf("| the same, mean of both eyes | %.2f %% | %.2f %% | |\n", errors.bothEyes.mean(),
+                    errors.bothEyes.max());
     }
     const ErrorSummary posed = posedHeads(random);
-    std::printf("| posed heads, the solver alone | %.2f %% | %.2f %% | %d eyes |\n", posed.mean, posed.max,
-                posed.count);
+    std::printf("| posed heads, the solver alone | %.2f %% | %.2f %% | %d eyes |\n", posed.mean(), posed.max(),
+                posed.count());
     const ErrorSummary steady = jitter(*finder, faces, random);
-    std::printf("| jitter of a face that stands still | %.2f %% | %.2f %% | %d faces |\n\n", steady.mean, steady.max,
-                steady.count);
+    std::printf("| jitter of a face that stands still | %.2f %% | %.2f %% | %d faces |\n\n", steady.mean(),
+                steady.max(), steady.count());
     const auto falseFinds =
         std::ranges::count_if(faceless, [&](const camera::Frame& part) { return (*finder)(part).has_value(); });
     std::printf("False finds: %td in %zu pictures without a face\n\n", falseFinds, faceless.size());

@@ -88,17 +88,12 @@ ErrorSummary posedHeads(std::mt19937& random) {
                     const auto seen = measured(face, pose, random);
                     if (!seen) continue;
                     const EyeDistances expected = truth(pose);
-                    for (const double error : {(seen->left / base->left) / (expected.left / baseTruth.left) - 1,
-                                               (seen->right / base->right) / (expected.right / baseTruth.right) - 1}) {
-                        summary.mean += std::abs(error) * 100;
-                        summary.max = std::max(summary.max, std::abs(error) * 100);
-                        ++summary.count;
-                    }
+                    summary.add((seen->left / base->left) / (expected.left / baseTruth.left) - 1);
+                    summary.add((seen->right / base->right) / (expected.right / baseTruth.right) - 1);
                 }
             }
         }
     }
-    summary.mean /= std::max(summary.count, 1);
     return summary;
 }
 

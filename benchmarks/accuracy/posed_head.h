@@ -2,13 +2,9 @@
 
 #include <random>
 
-namespace tarvex::benchmarks {
+#include "accuracy/error_summary.h"
 
-struct ErrorSummary {
-    double mean = 0;  ///< percent
-    double max = 0;   ///< percent
-    int count = 0;
-};
+namespace tarvex::benchmarks {
 
 /// How far the pose solver alone is off for heads turned up to 30° to the side and 20° up or down, 25 to 80 cm away:
 /// points of faces that differ from the mean face by 2 mm, seen with 0.7 pixels of noise. Relative to each head's own
