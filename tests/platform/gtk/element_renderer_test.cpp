@@ -41,8 +41,8 @@ TEST(Wording, ShowsArgumentsAsTheyAre) {
           Case{"long", std::string(10'000, 'x'), std::string(10'000, 'x')},
           Case{"no UTF-8", "a\xff\xc3z", "a\uFFFD\uFFFDz"}, Case{"a zero", std::string("a\0z", 3), "a\uFFFDz"}}) {
         SCOPED_TRACE(c.description);
-        const Text text{LocalizedText{.key = std::string("\"%@\"") + sentence, .arguments = {c.name}}};
-        EXPECT_EQ(gtk::wording(text), "\"" + c.shown + "\"" + sentence);
+        const LocalizedText text{.key = std::string("\"%@\"").append(sentence), .arguments = {c.name}};
+        EXPECT_EQ(gtk::wording(Text{text}), "\"" + c.shown + "\"" + sentence);
     }
 }
 

@@ -25,8 +25,8 @@ constexpr milliseconds bound = 5s;
 class Probe {
 public:
     explicit Probe(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), TARVEX_EXIT_PROBE);
-        std::vector<char*> words;
+        std::string program = TARVEX_EXIT_PROBE;
+        std::vector<char*> words{program.data()};
         std::ranges::transform(arguments, std::back_inserter(words), [](std::string& word) { return word.data(); });
         words.push_back(nullptr);
         g_spawn_async_with_pipes(nullptr, words.data(), nullptr, G_SPAWN_DO_NOT_REAP_CHILD, nullptr, nullptr, &process_,
