@@ -13,9 +13,9 @@ int bindBytes(sqlite3_stmt* statement, int parameter, const void* bytes, std::si
     return sqlite3_bind_blob64(statement, parameter, bytes ? bytes : "", size, SQLITE_STATIC);
 }
 
-std::span<const std::byte> columnBytes(sqlite3_stmt* row, int column) {
-    const auto* bytes = static_cast<const std::byte*>(sqlite3_column_blob(row, column));
-    return {bytes, static_cast<std::size_t>(sqlite3_column_bytes(row, column))};
+std::span<const std::byte> bytesOf(sqlite3_value* value) {
+    const auto* bytes = static_cast<const std::byte*>(sqlite3_value_blob(value));
+    return {bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))};
 }
 
 AttributeView uuidFrom(std::span<const std::byte> bytes) {
@@ -45,12 +45,14 @@ int bindAttribute(sqlite3_stmt* statement, int parameter, const AttributeValue& 
 }
 
 AttributeView readAttribute(sqlite3_stmt* row, int column, AttributeType type) {
-    const int stored = sqlite3_column_type(row, column);
+    // Looked up once; it is not protected from other threads, and one thread at a time uses the connection.
+    sqlite3_value* value = sqlite3_column_value(row, column);
+    const int stored = sqlite3_value_type(value);
     if (type == AttributeType::number && (stored == SQLITE_FLOAT || stored == SQLITE_INTEGER))
-        return sqlite3_column_double(row, column);
-    if (type == AttributeType::string && stored == SQLITE_TEXT) return columnText(row, column);
-    if (type == AttributeType::binary && stored == SQLITE_BLOB) return columnBytes(row, column);
-    if (type == AttributeType::uuid && stored == SQLITE_BLOB) return uuidFrom(columnBytes(row, column));
+        return sqlite3_value_double(value);
+    if (type == AttributeType::string && stored == SQLITE_TEXT) return textOf(value);
+    if (type == AttributeType::binary && stored == SQLITE_BLOB) return bytesOf(value);
+    if (type == AttributeType::uuid && stored == SQLITE_BLOB) return uuidFrom(bytesOf(value));
     return std::monostate();
 }
 

@@ -65,10 +65,13 @@ std::expected<void, StoreError> createPrivateFile(const std::filesystem::path& p
 
 }  // namespace
 
+std::string_view textOf(sqlite3_value* value) {
+    const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
+    return {text, text == nullptr ? 0 : static_cast<std::size_t>(sqlite3_value_bytes(value))};
+}
+
 std::string_view columnText(sqlite3_stmt* row, int column) {
-    const auto* text = sqlite3_column_text(row, column);
-    const auto length = static_cast<std::size_t>(sqlite3_column_bytes(row, column));
-    return {reinterpret_cast<const char*>(text), text ? length : 0};
+    return textOf(sqlite3_column_value(row, column));
 }
 
 std::expected<std::unique_ptr<SqliteConnection>, StoreError> SqliteConnection::open(const std::filesystem::path& path,

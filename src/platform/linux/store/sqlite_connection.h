@@ -31,6 +31,9 @@ using Statement = std::unique_ptr<sqlite3_stmt, ReleaseWith<sqlite3_finalize>>;
 /// process of the application from emptying the log.
 using Execution = std::unique_ptr<sqlite3_stmt, ReleaseWith<endExecution>>;
 
+/// Valid until the statement that the value is of goes on. Empty for NULL.
+std::string_view textOf(sqlite3_value* value);
+
 /// A column of the current row as text; valid until the statement goes on. Empty for NULL.
 std::string_view columnText(sqlite3_stmt* row, int column);
 
