@@ -17,6 +17,16 @@ public:
         openedUrls_.push_back(url.string());
     }
 
+    bool isOpeningUrl() const override {
+        const std::scoped_lock lock(mutex_);
+        return openingUrl_;
+    }
+    /// What `isOpeningUrl` answers from now on; false before.
+    void setOpeningUrl(bool opening) {
+        const std::scoped_lock lock(mutex_);
+        openingUrl_ = opening;
+    }
+
     std::vector<std::string> openedUrls() const {
         const std::scoped_lock lock(mutex_);
         return openedUrls_;
@@ -25,6 +35,7 @@ public:
 private:
     mutable std::mutex mutex_;
     std::vector<std::string> openedUrls_;
+    bool openingUrl_ = false;
 };
 
 }  // namespace tarvex::testing

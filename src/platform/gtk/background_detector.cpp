@@ -121,6 +121,7 @@ private:
     // Not at once, even when all windows are gone: a host that closes one to open another stays in the foreground.
     void schedule(guint delay) {
         cancel();
+        coveredWhenScheduled_ = callbacks_.isCoveredBySystemDialog();
         check_ = g_timeout_add_full(
             G_PRIORITY_DEFAULT, delay,
             [](gpointer self) noexcept -> gboolean {
@@ -133,7 +134,8 @@ private:
     }
 
     void check() {
-        if (callbacks_.isCoveredBySystemDialog()) return schedule(graceInMilliseconds);
+        // A dialog that has closed in between has still to give the focus back.
+        if (coveredWhenScheduled_ || callbacks_.isCoveredBySystemDialog()) return schedule(graceInMilliseconds);
         foreground_ = false;
         callbacks_.didEnterBackground();
     }
@@ -146,6 +148,7 @@ private:
     GListModel* windows_;
     Presence last_ = Presence::hidden;
     bool foreground_ = false;
+    bool coveredWhenScheduled_ = false;
     guint check_ = 0;
 };
 

@@ -5,6 +5,7 @@
 #include "prelude.h"
 #include "tarvex/gtk.h"
 #include "test_platform.h"
+#include "testing/recording_application.h"
 #include "testing/scripted_capture_device.h"
 
 namespace tarvex {
@@ -18,6 +19,9 @@ protected:
         auto device = std::make_unique<testing::ScriptedCaptureDevice>();
         camera = device.get();
         platform->setCaptureDevice(std::move(device));
+        auto opener = std::make_unique<testing::RecordingApplication>();
+        application = opener.get();
+        platform->setApplication(std::move(opener));
         gtk::addTo(*platform);
         gtk::addTo(*platform);
         token = platform->notificationCenter().addObserverForName(platform::applicationDidEnterBackground, [this] {
@@ -35,6 +39,7 @@ protected:
     VirtualScreen screen;
     TestPlatform platform;
     testing::ScriptedCaptureDevice* camera = nullptr;
+    testing::RecordingApplication* application = nullptr;
     platform::NotificationCenter::ObserverToken token{};
     std::thread::id mainThread = std::this_thread::get_id();
     int transitions = 0;
@@ -98,9 +103,21 @@ TEST_F(Background, IsNotEnteredForTheSystemsOwnDialog) {
     camera->requestAccessForVideo([](bool) {});
     const OtherApplication dialog;
     ASSERT_TRUE(runUntil([&] { return !isActive(window); }));
-    runFor(7000ms);
-    EXPECT_EQ(transitions, 0);
+    runFor(4500ms);
     camera->answerNext();
+    runFor(4500ms);
+    EXPECT_EQ(transitions, 0) << "the time with the dialog does not count";
+    EXPECT_TRUE(runUntil([&] { return transitions == 1; })) << "the focus did not come back";
+}
+
+TEST_F(Background, IsNotEnteredWhileALinkIsBeingOpened) {
+    const ConsentWindow window(content());
+    application->setOpeningUrl(true);
+    const OtherApplication dialog;
+    ASSERT_TRUE(runUntil([&] { return !isActive(window); }));
+    runFor(6000ms);
+    application->setOpeningUrl(false);
+    EXPECT_EQ(transitions, 0);
     EXPECT_TRUE(runUntil([&] { return transitions == 1; })) << "the focus did not come back";
 }
 
