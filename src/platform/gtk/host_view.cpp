@@ -13,7 +13,7 @@ HostView::HostView(GtkWidget* widget) : widget_(widget) {
 HostView::~HostView() {
     std::erase(all(), this);
     while (!children_.empty())
-        remove(children_.back().view.get());
+        take(children_.back().view.get());
     if (widget_ != nullptr) g_object_remove_weak_pointer(G_OBJECT(widget_), reinterpret_cast<gpointer*>(&widget_));
 }
 
@@ -26,13 +26,15 @@ std::vector<HostView*>& HostView::all() {
 void HostView::addSubview(std::shared_ptr<View> child) {
     if (!child || child.get() == this) return;
     if (!children_.empty() && children_.back().view == child) return;
-    for (HostView* view : all())
-        view->remove(child.get());
-    GtkWidget* layer = makeLayer(*child);
-    children_.push_back({.view = std::move(child), .layer = layer});
+    std::optional<Child> former;  // keeps a widget alive that moves
+    for (HostView* view : all()) {
+        if (auto taken = view->take(child.get())) former = std::move(taken);
+    }
+    Widget layer = makeLayer(*child);
+    children_.push_back({.view = std::move(child), .layer = std::move(layer)});
 }
 
-GtkWidget* HostView::makeLayer(const View& child) const {
+HostView::Widget HostView::makeLayer(const View& child) const {
     if (widget_ == nullptr || GTK_IS_OVERLAY(widget_) == 0) return nullptr;
     const auto* hostView = dynamic_cast<const HostView*>(&child);
     GtkWidget* layer = hostView != nullptr ? hostView->widget_ : nullptr;
@@ -43,15 +45,18 @@ GtkWidget* HostView::makeLayer(const View& child) const {
         gtk_widget_set_can_target(layer, FALSE);
     }
     gtk_overlay_add_overlay(GTK_OVERLAY(widget_), layer);
-    return layer;
+    return Widget(GTK_WIDGET(g_object_ref(layer)));
 }
 
-void HostView::remove(const View* child) {
+std::optional<HostView::Child> HostView::take(const View* child) {
     const auto found = std::ranges::find(children_, child, [](const Child& c) { return c.view.get(); });
-    if (found == children_.end()) return;
-    const Child removed = std::move(*found);
+    if (found == children_.end()) return std::nullopt;
+    Child taken = std::move(*found);
     children_.erase(found);
-    if (removed.layer != nullptr && widget_ != nullptr) gtk_overlay_remove_overlay(GTK_OVERLAY(widget_), removed.layer);
+    // The host may have taken the layer away, or destroyed the overlay.
+    if (taken.layer && widget_ != nullptr && gtk_widget_get_parent(taken.layer.get()) == widget_)
+        gtk_overlay_remove_overlay(GTK_OVERLAY(widget_), taken.layer.get());
+    return taken;
 }
 
 }  // namespace tarvex::gtk

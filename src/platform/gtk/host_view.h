@@ -3,6 +3,7 @@
 #include <gtk/gtk.h>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "tarvex/view.h"
@@ -20,15 +21,20 @@ public:
     void addSubview(std::shared_ptr<View> child) override;
 
 private:
+    struct Unref {
+        void operator()(GtkWidget* widget) const { g_object_unref(widget); }
+    };
+    using Widget = std::unique_ptr<GtkWidget, Unref>;
     struct Child {
         std::shared_ptr<View> view;
-        GtkWidget* layer;  // owned by the overlay; null when nothing shows it
+        Widget layer;  // null when nothing shows it
     };
 
     static std::vector<HostView*>& all();
 
-    GtkWidget* makeLayer(const View& child) const;
-    void remove(const View* child);
+    Widget makeLayer(const View& child) const;
+    /// What the child was here, no longer shown; absent when it is no child.
+    std::optional<Child> take(const View* child);
 
     GtkWidget* widget_;  // null once it is gone
     std::vector<Child> children_;

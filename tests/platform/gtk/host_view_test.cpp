@@ -58,6 +58,26 @@ TEST_F(HostViewTest, TakesAChildFromTheParentThatItHad) {
     EXPECT_EQ(child.use_count(), 2);
 }
 
+TEST_F(HostViewTest, MovesAWidgetOfTheHostsWithoutLosingIt) {
+    GtkWidget* panel = gtk_label_new("Panel");
+    const auto child = gtk::wrap(panel);
+    view->addSubview(child);
+    view->addSubview(makeHeadlessView());
+    view->addSubview(child);
+    ASSERT_EQ(layersOf(host).size(), 3U);
+    EXPECT_EQ(layersOf(host).back(), panel);
+
+    GtkWidget* otherHost = overlay();
+    const auto other = gtk::wrap(otherHost);
+    other->addSubview(child);
+    EXPECT_EQ(layersOf(otherHost).back(), panel);
+    EXPECT_EQ(layersOf(host).size(), 2U);
+
+    gtk_overlay_remove_overlay(GTK_OVERLAY(otherHost), panel);
+    view->addSubview(child);
+    EXPECT_EQ(layersOf(otherHost).size(), 1U) << "the host had taken it away already";
+}
+
 TEST_F(HostViewTest, LetsThePointerThroughToWhatLiesBelow) {
     view->addSubview(makeHeadlessView());
     const ConsentWindow window(host);
