@@ -57,12 +57,44 @@ bool changesDirection(std::string_view text) {
     return false;
 }
 
-// Between isolates, an argument cannot turn the sentence around it, nor the sentence the argument.
-std::string isolated(std::string argument) {
+bool beginsIsolate(gunichar c) {
+    return c >= 0x2066 && c <= 0x2068;
+}
+bool endsIsolate(gunichar c) {
+    return c == 0x2069;
+}
+bool endsParagraph(gunichar c) {
+    return c == '\n' || c == '\r' || (c >= 0x1C && c <= 0x1E) || c == 0x85 || c == 0x2029;
+}
+
+// Between isolates, an argument cannot turn the sentence around it, nor the sentence the argument: there are as many of
+// them as it could end or begin itself. An isolate's end without a beginning does nothing.
+std::string isolated(std::string_view paragraph) {
     // NOLINTNEXTLINE(misc-misleading-bidirectional): closed below
     constexpr std::string_view begin = "\u2068";
     constexpr std::string_view end = "\u2069";
-    return std::string(begin) + argument + std::string(end);
+    std::string begins(begin);
+    std::string ends(end);
+    const char* const last = paragraph.data() + paragraph.size();
+    for (const char* at = paragraph.data(); at != last; at = g_utf8_next_char(at)) {
+        if (endsIsolate(g_utf8_get_char(at))) begins += begin;
+        if (beginsIsolate(g_utf8_get_char(at))) ends += end;
+    }
+    return begins.append(paragraph) + ends;
+}
+
+// No isolate reaches beyond its paragraph.
+std::string isolatedParagraphs(std::string_view argument) {
+    std::string result;
+    const char* const last = argument.data() + argument.size();
+    const char* first = argument.data();
+    for (const char* at = first; at != last; at = g_utf8_next_char(at)) {
+        if (!endsParagraph(g_utf8_get_char(at))) continue;
+        const char* const next = g_utf8_next_char(at);
+        result.append(isolated({first, at})).append(at, next);
+        first = next;
+    }
+    return result + isolated({first, last});
 }
 
 std::string wordingOf(const ui::LocalizedText& text) {
@@ -75,11 +107,26 @@ std::string wordingOf(const ui::LocalizedText& text) {
         const std::size_t at = sentence.find(placeholder, begin);
         if (at == std::string::npos) break;
         result.append(sentence, begin, at - begin);
-        std::string argument = validText(given);
-        result += rightToLeft || changesDirection(argument) ? isolated(std::move(argument)) : argument;
+        const std::string argument = validText(given);
+        result += rightToLeft || changesDirection(argument) ? isolatedParagraphs(argument) : argument;
         begin = at + placeholder.size();
     }
     return result.append(sentence, begin);
+}
+
+}  // namespace
+
+namespace {
+
+constexpr gunichar zeroWidthJoiner = 0x200D;
+
+// Lines break at spaces, and between the wide characters of scripts that are written without them.
+bool breaksAnyway(gunichar c) {
+    return g_unichar_isspace(c) != 0 || g_unichar_iswide(c) != 0;
+}
+
+bool continuesCharacter(gunichar c) {
+    return c == zeroWidthJoiner || g_unichar_ismark(c) != 0;
 }
 
 }  // namespace
@@ -96,9 +143,12 @@ std::string withBreaks(const std::string& text) {
     std::string result;
     int length = 0;
     for (const char* at = text.c_str(); *at != '\0'; at = g_utf8_next_char(at)) {
-        length = g_unichar_isspace(g_utf8_get_char(at)) != 0 ? 0 : length + 1;
-        result.append(at, static_cast<std::size_t>(g_utf8_next_char(at) - at));
-        if (length > longestWord && length % distance == 0) result += zeroWidthSpace;
+        const gunichar c = g_utf8_get_char(at);
+        const char* const next = g_utf8_next_char(at);
+        length = breaksAnyway(c) ? 0 : length + 1;
+        result.append(at, next);
+        const bool isWhole = c != zeroWidthJoiner && !continuesCharacter(g_utf8_get_char(next));
+        if (length > longestWord && length % distance == 0 && isWhole) result += zeroWidthSpace;
     }
     return result;
 }

@@ -38,6 +38,9 @@ TEST(Wording, ShowsArgumentsAsTheyAre) {
           Case{"markup", "<b>A & B</b> &amp;", "<b>A & B</b> &amp;"}, Case{"quotes", "\"'„", "\"'„"},
           Case{"emoji", "💡👩‍🔬", "💡👩‍🔬"}, Case{"right to left", "קרן אור", isolatedName},
           Case{"an override", "\u202Egnp", "\u2068\u202Egnp\u2069"},
+          Case{"an isolate's end", "\u2069\u202Egnp", "\u2068\u2068\u2069\u202Egnp\u2069"},
+          Case{"an isolate's beginning", "\u2067gnp", "\u2068\u2067gnp\u2069\u2069"},
+          Case{"an override in a second line", "a\n\u202Egnp", "\u2068a\u2069\n\u2068\u202Egnp\u2069"},
           Case{"long", std::string(10'000, 'x'), std::string(10'000, 'x')},
           Case{"no UTF-8", "a\xff\xc3z", "a\uFFFD\uFFFDz"}, Case{"a zero", std::string("a\0z", 3), "a\uFFFDz"}}) {
         SCOPED_TRACE(c.description);
@@ -66,6 +69,16 @@ TEST(Wording, ComesFromTheHostsDefaultDomainUnlessItsPlaceholdersAreWrong) {
     }
     useLanguage("de");
     EXPECT_EQ(gtk::wording(Text{VerbatimText{"Cancel"}}), "Cancel") << "never looked up";
+}
+
+TEST(Wording, BreaksOnlyWordsThatNoLanguageHas) {
+    const std::string chinese = repeated("\u5149\u3002", 1000);
+    EXPECT_EQ(gtk::withBreaks(chinese), chinese);
+    const std::string word(600, 'x');
+    EXPECT_NE(gtk::withBreaks(word), word);
+    const std::string accents = repeated("e\u0301", 600);
+    EXPECT_EQ(gtk::withBreaks(accents).find("\u200B\u0301"), std::string::npos);
+    EXPECT_NE(gtk::withBreaks(accents), accents);
 }
 
 TEST(ElementRenderer, LaysOutWhatTheTreeSays) {
