@@ -103,9 +103,16 @@ private:
     }
 };
 
+// Of two colours or fonts, the inner one is seen; as style classes of one widget they would have no order.
+bool isCovered(const ui::Modifier& modifier, Modifiers inner) {
+    if (std::holds_alternative<ui::ForegroundColor>(modifier)) return find<ui::ForegroundColor>(inner) != nullptr;
+    return std::holds_alternative<ui::Font>(modifier) && find<ui::Font>(inner) != nullptr;
+}
+
 GtkWidget* modified(GtkWidget* widget, Modifiers modifiers) {
-    for (const ui::Modifier& modifier : modifiers)
-        widget = std::visit(ModifierRenderer{widget}, modifier);
+    for (std::size_t i = 0; i < modifiers.size(); ++i) {
+        if (!isCovered(modifiers[i], modifiers.first(i))) widget = std::visit(ModifierRenderer{widget}, modifiers[i]);
+    }
     return widget;
 }
 
@@ -123,12 +130,23 @@ GtkWidget* renderText(const ui::Text& text, Modifiers modifiers, ui::HorizontalA
 }
 
 // The words of a button's label: its accessible name.
+void addWords(const ui::Element& element, std::string& words) {
+    const auto addAll = [&words](const std::vector<ui::Element>& elements) {
+        for (const ui::Element& child : elements)
+            addWords(child, words);
+    };
+    if (const auto* text = std::get_if<ui::Text>(&element.content))
+        words += (words.empty() ? "" : " ") + wording(*text);
+    else if (const auto* row = std::get_if<ui::HStack>(&element.content))
+        addAll(row->children);
+    else if (const auto* column = std::get_if<ui::VStack>(&element.content))
+        addAll(column->children);
+}
+
 std::string wordsOf(const std::vector<ui::Element>& elements) {
     std::string words;
-    for (const ui::Element& element : elements) {
-        if (const auto* text = std::get_if<ui::Text>(&element.content))
-            words += (words.empty() ? "" : " ") + wording(*text);
-    }
+    for (const ui::Element& element : elements)
+        addWords(element, words);
     return words;
 }
 

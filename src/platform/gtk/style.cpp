@@ -18,8 +18,8 @@ constexpr const char* rules = R"(
 .tarvex-background-blue { background-color: shade(@theme_selected_bg_color, 0.85); }
 .tarvex-background-gray { background-color: mix(@theme_fg_color, @theme_bg_color, 0.35); }
 .tarvex-background-white { background-color: @theme_selected_fg_color; }
-.tarvex-font-body { font-size: 1em; }
-.tarvex-font-title { font-size: 1.65em; }
+.tarvex-font-body { font-size: 1rem; }
+.tarvex-font-title { font-size: 1.65rem; }
 .tarvex-bold { font-weight: bold; }
 button.tarvex-plain-button {
     background-image: none; border: none; box-shadow: none; text-shadow: none; padding: 0; min-width: 0; min-height: 0;
@@ -34,8 +34,11 @@ button.tarvex-plain-button:focus-visible { outline: 2px solid @theme_fg_color; o
 
 constexpr std::array colorNames{"blue", "gray", "white"};
 
-void addRules(const std::string& css) {
+// Once for each display, of which a process may close one and open another.
+void addRulesOnce(const std::string& name, const std::string& css) {
     GdkDisplay* display = gdk_display_get_default();
+    if (g_object_get_data(G_OBJECT(display), name.c_str()) != nullptr) return;
+    g_object_set_data(G_OBJECT(display), name.c_str(), display);
     GtkCssProvider* provider = gtk_css_provider_new();
     gtk_css_provider_load_from_data(provider, css.c_str(), -1);
     gtk_style_context_add_provider_for_display(display, GTK_STYLE_PROVIDER(provider),
@@ -43,14 +46,8 @@ void addRules(const std::string& css) {
     g_object_unref(provider);
 }
 
-// Once for each display, of which a process may close one and open another.
 std::string known(const std::string& name) {
-    constexpr const char* mark = "tarvex-style";
-    GdkDisplay* display = gdk_display_get_default();
-    if (g_object_get_data(G_OBJECT(display), mark) == nullptr) {
-        g_object_set_data(G_OBJECT(display), mark, display);
-        addRules(rules);
-    }
+    addRulesOnce("tarvex-style", rules);
     return name;
 }
 
@@ -81,12 +78,7 @@ std::string cornerClass(double radius) {
     g_ascii_formatd(number.data(), static_cast<int>(number.size()), "%.2f", std::max(radius, 0.0));
     std::string name = std::string("tarvex-corner-") + number.data();
     std::ranges::replace(name, '.', '-');
-
-    GdkDisplay* display = gdk_display_get_default();
-    if (g_object_get_data(G_OBJECT(display), name.c_str()) == nullptr) {
-        g_object_set_data(G_OBJECT(display), name.c_str(), display);
-        addRules("." + name + " { border-radius: " + number.data() + "px; }");
-    }
+    addRulesOnce(name, "." + name + " { border-radius: " + number.data() + "px; }");
     return name;
 }
 

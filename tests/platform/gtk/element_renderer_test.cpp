@@ -81,6 +81,29 @@ TEST(Wording, BreaksOnlyWordsThatNoLanguageHas) {
     EXPECT_NE(gtk::withBreaks(accents), accents);
 }
 
+TEST(ElementRenderer, LetsTheInnerColourAndFontWin) {
+    const VirtualScreen screen;
+    ASSERT_TRUE(gtk_init_check());
+    const Text gray{VerbatimText{"gray"}};
+    const auto colourOf = [](const Element& element) {
+        const ConsentWindow window(gtk::render(element));
+        GtkWidget* label = widgetsOf(GTK_WIDGET(window.window()), GTK_TYPE_LABEL).front();
+        GdkRGBA color{};
+        gtk_style_context_get_color(gtk_widget_get_style_context(label), &color);
+        int height = 0;
+        gtk_widget_measure(label, GTK_ORIENTATION_VERTICAL, -1, nullptr, &height, nullptr, nullptr);
+        return std::tuple(color.red, color.green, color.blue, height);
+    };
+    const ForegroundColor inner{Color::gray};
+    const Font body{TextStyle::body};
+    const auto expected = colourOf({gray, {inner, body}});
+    EXPECT_EQ(colourOf({gray, {inner, ForegroundColor{Color::white}, body, Font{TextStyle::title}}}), expected);
+    const Element nested{VStack{.children = {{gray, {inner, body}}}},
+                         {ForegroundColor{Color::blue}, Font{TextStyle::title}}};
+    EXPECT_EQ(colourOf(nested), expected);
+    EXPECT_NE(colourOf({gray, {ForegroundColor{Color::blue}, body}}), expected);
+}
+
 TEST(ElementRenderer, LaysOutWhatTheTreeSays) {
     const VirtualScreen screen;
     ASSERT_TRUE(gtk_init_check());
