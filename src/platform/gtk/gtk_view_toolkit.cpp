@@ -7,16 +7,6 @@ namespace tarvex::gtk {
 
 namespace {
 
-class HostingController final : public ViewController {
-public:
-    explicit HostingController(InformationView rootView) : rootView_(std::move(rootView)) {}
-
-    const InformationView& rootView() const override { return rootView_; }
-
-private:
-    InformationView rootView_;
-};
-
 // Never destroyed: the process's own platform lives until the end.
 std::set<const platform::Platform*>& platformsWithToolkit() {
     static auto& platforms = *new std::set<const platform::Platform*>;
@@ -45,7 +35,7 @@ GtkViewToolkit::~GtkViewToolkit() {
 }
 
 std::shared_ptr<ViewController> GtkViewToolkit::makeHostingController(InformationView rootView) {
-    return std::make_shared<HostingController>(std::move(rootView));
+    return std::make_shared<platform::HostingController>(std::move(rootView));
 }
 
 }  // namespace tarvex::gtk
