@@ -56,7 +56,7 @@ std::unique_ptr<Platform> Platform::makeLinux(LinuxOptions options) {
     auto mainRunLoop = std::make_unique<GLibRunLoop>();
     auto queues = std::make_unique<LinuxDispatchQueues>(*mainRunLoop);
     platform->setCaptureDevice(
-        std::make_unique<PortalCaptureDevice>(std::make_unique<DeviceNodeCaptureDevice>(*queues)));
+        std::make_unique<PortalCaptureDevice>(*mainRunLoop, std::make_unique<DeviceNodeCaptureDevice>(*queues)));
     platform->setApplication(std::make_unique<PortalApplication>(*mainRunLoop, std::make_unique<GioApplication>()));
     platform->setMainRunLoop(std::move(mainRunLoop));
     platform->setDispatchQueues(std::move(queues));

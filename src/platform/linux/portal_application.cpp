@@ -8,12 +8,13 @@ PortalApplication::PortalApplication(RunLoop& main, std::unique_ptr<Application>
     : main_(main), fallback_(std::move(fallback)) {}
 
 void PortalApplication::openUrl(const Url& url) {
-    conversations_.begin(
+    const auto open = [this, url] { main_.perform([fallback = fallback_, url] { fallback->openUrl(url); }); };
+    const bool asked = conversations_.begin(
         {.interface = "org.freedesktop.portal.OpenURI", .method = "OpenURI", .arguments = {"", url.string()}},
-        [this, url](PortalAnswer answer) {
-            if (answer == PortalAnswer::agreed || answer == PortalAnswer::refused) return;
-            main_.perform([fallback = fallback_, url] { fallback->openUrl(url); });
+        [open](PortalAnswer answer) {
+            if (answer == PortalAnswer::failed || answer == PortalAnswer::unavailable) open();
         });
+    if (!asked) open();
 }
 
 bool PortalApplication::isOpeningUrl() const {

@@ -1,6 +1,7 @@
 #include "platform/linux/portal_conversations.h"
 
 #include <algorithm>
+#include <system_error>
 #include <utility>
 
 #include "platform/posix/library_thread.h"
@@ -15,22 +16,28 @@ PortalConversations::~PortalConversations() {
     }
 }
 
-void PortalConversations::begin(PortalRequest request, Handler handler) {
+bool PortalConversations::begin(PortalRequest request, Handler handler) {
     const std::scoped_lock lock(mutex_);
     std::erase_if(conversations_, [](const auto& conversation) { return conversation->finished.load(); });
-    Conversation& conversation = *conversations_.emplace_back(std::make_unique<Conversation>());
-    conversation.thread = std::jthread(
-        [this, &conversation, request = std::move(request), handler = std::move(handler)](const std::stop_token& stop) {
+    auto begun = std::make_unique<Conversation>();
+    try {
+        begun->thread = std::jthread([this, &conversation = *begun, request = std::move(request),
+                                      handler = std::move(handler)](const std::stop_token& stop) {
             beginLibraryThread("tarvex-portal");
             const PortalAnswer answer = request.ask(stop);
             {
-                const std::scoped_lock begun(mutex_);  // the request has returned
+                const std::scoped_lock returned(mutex_);  // the request has returned
             }
             if (stop.stop_requested()) return;
             conversation.answered = true;
             handler(answer);
             if (!stop.stop_requested()) conversation.finished = true;
         });
+    } catch (const std::system_error&) {
+        return false;
+    }
+    conversations_.push_back(std::move(begun));
+    return true;
 }
 
 bool PortalConversations::areUnderWay() const {

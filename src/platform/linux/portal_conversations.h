@@ -24,8 +24,9 @@ public:
     PortalConversations(const PortalConversations&) = delete;
     PortalConversations& operator=(const PortalConversations&) = delete;
 
-    /// Asks on a thread of its own, and calls `handler` there exactly once, after this has returned.
-    void begin(PortalRequest request, Handler handler);
+    /// Asks on a thread of its own, and calls `handler` there exactly once, after this has returned. False when the
+    /// system has no thread to give: then nothing was asked, and `handler` is not called.
+    [[nodiscard]] bool begin(PortalRequest request, Handler handler);
 
     /// Whether some question has no answer yet.
     bool areUnderWay() const;

@@ -1,5 +1,6 @@
 #include <gio/gio.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -64,8 +65,9 @@ struct Camera {
     Camera() {
         auto made = std::make_unique<testing::ScriptedCaptureDevice>(std::deque{true});
         fallback = made.get();
-        device.emplace(std::move(made));
+        device.emplace(loop, std::move(made));
     }
+    testing::ManualRunLoop loop;
     testing::ScriptedCaptureDevice* fallback = nullptr;
     std::optional<PortalCaptureDevice> device;
 };
@@ -145,6 +147,47 @@ TEST(PortalCaptureDevice, KeepsTwoRequestsApart) {
     EXPECT_EQ(first.only(), true);
 }
 
+/// While it lives, the system refuses new threads: none has room for such a stack.
+class NoMoreThreads {
+public:
+    NoMoreThreads() {
+        pthread_getattr_default_np(&usual_);
+        pthread_attr_t impossible;
+        pthread_attr_init(&impossible);
+        pthread_attr_setstacksize(&impossible, std::size_t{1} << 46U);
+        pthread_setattr_default_np(&impossible);
+        pthread_attr_destroy(&impossible);
+    }
+    ~NoMoreThreads() {
+        pthread_setattr_default_np(&usual_);
+        pthread_attr_destroy(&usual_);
+    }
+    NoMoreThreads(const NoMoreThreads&) = delete;
+    NoMoreThreads& operator=(const NoMoreThreads&) = delete;
+
+private:
+    pthread_attr_t usual_{};
+};
+
+TEST(PortalCaptureDevice, RefusesOnTheMainLoopWhenThereIsNoThreadToAskOn) {
+    const SessionBus bus;
+    const ScriptedPortal portal({Step::reply, Step::respondSuccess});
+    Camera camera;
+    Answers answers;
+    {
+        const NoMoreThreads limit;
+        camera.device->requestAccessForVideo(answers.handler());
+    }
+    EXPECT_TRUE(answers.all().empty()) << "not before the request has returned";
+    EXPECT_EQ(camera.loop.runPending(), 1U);
+    EXPECT_EQ(answers.all(), std::vector{false});
+    EXPECT_FALSE(camera.device->isRequestInProgress());
+    EXPECT_EQ(camera.fallback->requestCount(), 0U);
+
+    camera.device->requestAccessForVideo(answers.handler());
+    EXPECT_TRUE(eventually([&] { return answers.all() == std::vector{false, true}; }));
+}
+
 TEST(PortalCaptureDevice, DropsWhatIsUnderWayWhenItGoes) {
     const SessionBus bus;
     const ScriptedPortal portal({Step::reply});
@@ -163,13 +206,8 @@ TEST(PortalApplication, OpensUrlsThroughThePortalAndElseThroughTheFallback) {
         std::vector<Step> script;
         std::size_t fallbackCalls;
     };
-    const SessionBus bus;
     const auto url = Url::parse("https://example.org/study?a=%20b");
-    for (const Case& c : {Case{"opened", {Step::reply, Step::respondSuccess}, 0},
-                          Case{"cancelled", {Step::reply, Step::respondCancelled}, 0},
-                          Case{"not for the portal", {Step::replyError}, 1}}) {
-        SCOPED_TRACE(c.description);
-        const ScriptedPortal portal(c.script);
+    const auto opens = [&](std::size_t fallbackCalls) {
         testing::ManualRunLoop loop;
         auto made = std::make_unique<testing::RecordingApplication>();
         const auto& fallback = *made;
@@ -178,7 +216,18 @@ TEST(PortalApplication, OpensUrlsThroughThePortalAndElseThroughTheFallback) {
         EXPECT_TRUE(eventually([&] { return !application.isOpeningUrl(); }));
         std::this_thread::sleep_for(20ms);  // room for the fallback
         loop.runPending();
-        EXPECT_EQ(fallback.openedUrls().size(), c.fallbackCalls);
+        EXPECT_EQ(fallback.openedUrls().size(), fallbackCalls);
+    };
+    ::setenv("DBUS_SESSION_BUS_ADDRESS", "disabled:", 1);
+    opens(1);
+    const SessionBus bus;
+    opens(1);
+    for (const Case& c : {Case{"opened", {Step::reply, Step::respondSuccess}, 0},
+                          Case{"cancelled", {Step::reply, Step::respondCancelled}, 0},
+                          Case{"not for the portal", {Step::replyError}, 1}}) {
+        SCOPED_TRACE(c.description);
+        const ScriptedPortal portal(c.script);
+        opens(c.fallbackCalls);
         EXPECT_EQ(portal.openedUrl(), url->string());
     }
 }
