@@ -93,11 +93,19 @@ void installPlatform(const Options& options, const light_player::LightPlayer* pl
         throw std::runtime_error("Something used the library before its platform was installed.");
 }
 
+std::filesystem::path ownResources() {
+    return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "share";
+}
+
 void useTranslations() {
-    const auto locale = std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "share/locale";
-    bindtextdomain("gtk_host", locale.c_str());
+    bindtextdomain("gtk_host", (ownResources() / "locale").c_str());
     bind_textdomain_codeset("gtk_host", "UTF-8");
     textdomain("gtk_host");
+}
+
+void useIcon() {
+    gtk_icon_theme_add_search_path(gtk_icon_theme_get_for_display(gdk_display_get_default()),
+                                   (ownResources() / "icons").c_str());
 }
 
 int run(int argc, char** argv) {
@@ -110,6 +118,7 @@ int run(int argc, char** argv) {
         std::cerr << "There is no display to show a window on.\n";
         return 1;
     }
+    useIcon();
     installPlatform(options, player.get());
 
     std::shared_ptr<StudyWindow> window;

@@ -12,7 +12,8 @@ using namespace tarvex;
 
 namespace {
 
-const std::vector<DataReader> readers{DataReader::distance(1), DataReader::ambientLight(1)};
+// Two seconds: with one or three, the end of a measurement falls onto the beginning of a later one.
+const std::vector<DataReader> readers{DataReader::distance(2), DataReader::ambientLight(1)};
 
 constexpr const char* description =
     "The study looks at how light and viewing distance change while you work. No picture ever leaves this machine.";
@@ -79,6 +80,7 @@ void StudyWindow::showConsentScreen() {
 }
 
 void StudyWindow::showRefusal() {
+    if (samples_) return;  // an earlier question was answered with yes
     GtkWidget* page = column(16);
     gtk_widget_set_valign(page, GTK_ALIGN_CENTER);
     gtk_box_append(GTK_BOX(page), text("Nothing is measured: there is no consent, or no access to the camera."));
@@ -87,6 +89,7 @@ void StudyWindow::showRefusal() {
 }
 
 void StudyWindow::showStudy() {
+    if (samples_) return;  // two questions, both answered with yes
     samples_.emplace(platform_);
     GtkWidget* page = column(8);
     count_ = GTK_LABEL(text(""));
@@ -94,10 +97,13 @@ void StudyWindow::showStudy() {
     GtkWidget* buttons = gtk_flow_box_new();
     gtk_flow_box_set_selection_mode(GTK_FLOW_BOX(buttons), GTK_SELECTION_NONE);
     gtk_flow_box_set_max_children_per_line(GTK_FLOW_BOX(buttons), 3);
+    GtkWidget* share = makeButton("Share now", &StudyWindow::share);
+    // In the middle, where a second press of "I consent" does no harm.
     GtkWidget* startOrStop = makeButton("Stop", &StudyWindow::startOrStop);
     startOrStop_ = GTK_BUTTON(startOrStop);
-    for (GtkWidget* button : {makeButton("Share now", &StudyWindow::share),
-                              makeButton("Delete everything", &StudyWindow::deleteEverything), startOrStop}) {
+    GtkWidget* deletion = makeButton("Delete everything", &StudyWindow::deleteEverything);
+    gtk_widget_add_css_class(deletion, "destructive-action");
+    for (GtkWidget* button : {share, startOrStop, deletion}) {
         gtk_flow_box_append(GTK_FLOW_BOX(buttons), button);
         gtk_widget_set_focusable(gtk_widget_get_parent(button), FALSE);
     }
@@ -109,6 +115,7 @@ void StudyWindow::showStudy() {
     gtk_overlay_set_child(GTK_OVERLAY(host), page);
     faceTrackingHost_ = gtk::wrap(host);
     gtk_window_set_child(window_, host);
+    gtk_window_set_focus(window_, share);
 
     refreshing_ = platform_.timerScheduler().scheduledTimer(1, [self = weak_from_this()] {
         if (const auto window = self.lock()) window->refresh();
@@ -161,12 +168,14 @@ GtkWidget* StudyWindow::makeButton(const char* words, void (StudyWindow::*action
 }
 
 void StudyWindow::start() {
-    report("");
-    Client::shared().startTracking(
-        readers, faceTrackingHost_, [this](const Client::Result& result, const auto& reader) {
-            if (!result)
-                report(std::string(reader->description()) + ": " + result.error().errorDescription().value_or(""));
-        });
+    std::string failures;
+    Client::shared().startTracking(readers, faceTrackingHost_,
+                                   [&failures](const Client::Result& result, const auto& reader) {
+                                       if (result) return;
+                                       failures += (failures.empty() ? "" : "\n") + std::string(reader->description()) +
+                                                   ": " + result.error().errorDescription().value_or("");
+                                   });
+    report(failures);
     gtk_button_set_label(startOrStop_, "Stop");
     refresh();
 }
@@ -220,10 +229,7 @@ void StudyWindow::refresh() {
 }
 
 void StudyWindow::report(const std::string& line) {
-    const std::string before = gtk_label_get_text(status_);
-    // Several readers may fail at one start.
-    const bool continues = line.contains(": ") && before.contains(": ");
-    gtk_label_set_text(status_, (continues ? before + "\n" + line : line).c_str());
+    gtk_label_set_text(status_, line.c_str());
 }
 
 }  // namespace gtk_host

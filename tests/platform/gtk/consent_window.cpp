@@ -3,7 +3,6 @@
 #include <gdk/x11/gdkx.h>
 
 #include <cmath>
-#include <sstream>
 #include <stdexcept>
 
 namespace tarvex::test {
@@ -39,8 +38,11 @@ bool runUntil(const std::function<bool()>& holds) {
 }
 
 void runFor(std::chrono::milliseconds time) {
-    const auto end = std::chrono::steady_clock::now() + time;
-    runUntil([end] { return std::chrono::steady_clock::now() >= end; });
+    bool over = false;
+    g_timeout_add_once(
+        static_cast<guint>(time.count()), [](gpointer flag) { *static_cast<bool*>(flag) = true; }, &over);
+    while (!over)
+        g_main_context_iteration(nullptr, TRUE);
 }
 
 std::vector<GtkWidget*> widgetsOf(GtkWidget* root, GType type) {

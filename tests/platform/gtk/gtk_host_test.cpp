@@ -1,14 +1,15 @@
 // The study application as a process of its own, driven like a person does it, sharing with the collector.
 
 #include "consent_window.h"
+#include "platform/platform.h"
 #include "prelude.h"
+#include "tarvex/data_entry.h"
 #include "virtual_screen.h"
 
 namespace tarvex {
 namespace {
 
 using namespace test;
-using ::testing::HasSubstr;
 
 struct Kill {
     void operator()(GSubprocess* process) const {
@@ -23,39 +24,100 @@ Process start(Words... words) {
     return Process(g_subprocess_new(G_SUBPROCESS_FLAGS_STDOUT_SILENCE, nullptr, words..., nullptr));
 }
 
-std::string contents(const std::filesystem::path& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
+/// The study on its screen, and what it stores in `data`.
+class Study {
+public:
+    explicit Study(std::string data) : data_(std::move(data)) {
+        const bool shown = runUntil([&] {
+            std::istringstream(VirtualScreen::run({"xdotool", "search", "--name", "Light Study"})) >> window_;
+            return !window_.empty();
+        });
+        if (!shown) throw std::runtime_error("the study does not show its window");
+        runFor(1000ms);
+    }
+
+    void clickConsent() const {
+        VirtualScreen::run(
+            {"xdotool", "windowactivate", window_, "mousemove", "--window", window_, "200", "720", "click", "1"});
+    }
+    static void press(const std::vector<std::string>& keys) {
+        for (const std::string& key : keys) {
+            VirtualScreen::run({"xdotool", "key", key});
+            runFor(100ms);
+        }
+    }
+    void minimise() const { VirtualScreen::run({"xdotool", "windowminimize", window_}); }
+    void bringBack() const {
+        VirtualScreen::run({"xdotool", "windowactivate", window_});
+        runFor(500ms);
+    }
+    void savePicture(const std::string& name) const {
+        std::filesystem::create_directories(TARVEX_TEST_PICTURES);
+        VirtualScreen::run({"import", "-window", window_, "-strip", TARVEX_TEST_PICTURES "/" + name + ".png"});
+    }
+
+    std::int64_t records() const {
+        const auto platform = platform::Platform::makeLinux({.dataDirectory = data_});
+        const auto store =
+            platform->objectStore().makeContainer("TrackingDataContainer", {{DataEntry::entityDescription()}});
+        if (!store->loadPersistentStores()) throw std::runtime_error("the study's store cannot be opened");
+        return store->viewContext().count(DataEntry::fetchRequest()).value();
+    }
+
+private:
+    std::string data_;
+    std::string window_;
+};
+
+std::chrono::seconds measuringTime() {
+    const char* seconds = std::getenv("TARVEX_STUDY_SECONDS");
+    return seconds == nullptr ? 5s : std::chrono::seconds(std::stoi(seconds));
 }
 
-TEST(GtkHost, AsksMeasuresAndUploadsWhenItIsMinimised) {
+TEST(GtkHost, AsksMeasuresSharesDeletesAndUploadsWhenItIsMinimised) {
     const VirtualScreen screen;
     const TemporaryDirectory directory;
     const std::string collector = directory.path() / "collector";
     const std::string data = directory.path() / "data";
     std::filesystem::create_directory(collector);
+    const auto received = [&](int number) {
+        return contentsOf(collector + "/document-" + std::to_string(number) + ".json");
+    };
     const Process backend = start(TARVEX_COLLECTOR, "--directory", collector.c_str());
-    ASSERT_TRUE(runUntil([&] { return !contents(collector + "/port").empty(); }));
+    ASSERT_TRUE(runUntil([&] { return !contentsOf(collector + "/port").empty(); }));
     const Process host = start(TARVEX_GTK_HOST, "--data", data.c_str(), "--collector", collector.c_str(), "--recording",
-                               TARVEX_RECORDING);
+                               TARVEX_RECORDING, "--pictures", TARVEX_PHOTOGRAPHS);
+    const Study study(data);
+    study.savePicture("consent");
+    study.clickConsent();
+    runFor(measuringTime());
+    study.savePicture("study");
+    EXPECT_EQ(received(1), "") << "nothing is shared while it is in front";
+    const std::int64_t measured = study.records();
+    EXPECT_GE(measured, 4);
 
-    std::string window;
-    ASSERT_TRUE(runUntil([&] {
-        std::istringstream(VirtualScreen::run({"xdotool", "search", "--name", "Light Study"})) >> window;
-        return !window.empty();
-    }));
-    runFor(1000ms);
-    VirtualScreen::run(
-        {"xdotool", "windowactivate", window, "mousemove", "--window", window, "200", "720", "click", "1"});
-    runFor(4500ms);
-    EXPECT_TRUE(contents(collector + "/document-1.json").empty()) << "nothing is shared while it is in front";
-    VirtualScreen::run({"xdotool", "windowminimize", window});
-    EXPECT_TRUE(runUntil([&] { return contents(collector + "/document-1.json").ends_with('}'); }));
-    EXPECT_THAT(contents(collector + "/document-1.json"), HasSubstr(R"("type":"ambient_light")"));
+    study.press({"space"});  // Share now
+    EXPECT_TRUE(runUntil([&] { return received(1).ends_with('}'); }));
+    EXPECT_THAT(received(1), HasSubstr(R"("type":"ambient_light")"));
+    EXPECT_THAT(received(1), HasSubstr(R"("type":"distance")"));
+    EXPECT_TRUE(runUntil([&] { return study.records() < measured; })) << "what was shared is deleted";
+    runFor(2500ms);
 
-    VirtualScreen::run({"xdotool", "windowactivate", window});
-    runFor(500ms);
-    ConsentWindow::key("alt+F4");
+    study.press({"Tab", "space"});  // Stop
+    runFor(4000ms);                 // a measurement that has begun is still stored
+    const std::int64_t stopped = study.records();
+    EXPECT_GT(stopped, 0);
+    runFor(1500ms);
+    EXPECT_EQ(study.records(), stopped);
+    study.press({"Tab", "space"});  // Delete everything
+    EXPECT_EQ(study.records(), 0);
+    study.press({"shift+Tab", "space"});  // Start
+    EXPECT_TRUE(runUntil([&] { return study.records() > 0; }));
+
+    study.minimise();
+    EXPECT_TRUE(runUntil([&] { return received(2).ends_with('}'); }));
+    study.bringBack();
+    study.press({"alt+F4"});
     EXPECT_TRUE(runUntil([&] { return g_subprocess_get_identifier(host.get()) == nullptr; }));
     EXPECT_TRUE(g_subprocess_get_if_exited(host.get()) && g_subprocess_get_exit_status(host.get()) == 0);
 }
