@@ -15,7 +15,8 @@
 /// renderer: its toolkit's standard. Elements compare equal when they show the same; a button's action is not compared.
 namespace tarvex::ui {
 
-/// System-adaptive colours: the renderer takes its toolkit's own blue, gray and white.
+/// System-adaptive colours: the renderer takes its toolkit's own blue, gray and white. A toolkit without a blue takes
+/// its accent colour, and for white what is written on that.
 enum class Color : std::uint8_t { blue, gray, white };
 
 enum class TextStyle : std::uint8_t { body, title };

@@ -9,8 +9,9 @@ namespace tarvex::gtk {
 
 namespace {
 
-// White text on the blue needs a blue somewhat darker than the theme's; as a foreground it moves towards the text's
-// colour, which is what stands out in light and in dark themes.
+// GTK has no blue of its own: the theme's accent stands for it, and is blue unless the theme or the user chose another;
+// white is the colour that the theme writes on it. White text on the blue needs a blue somewhat darker than the
+// theme's; as a foreground it moves towards the text's colour, which is what stands out in light and in dark themes.
 constexpr const char* rules = R"(
 .tarvex-foreground-blue { color: mix(@theme_selected_bg_color, @theme_fg_color, 0.35); }
 .tarvex-foreground-gray { color: mix(@theme_fg_color, @theme_bg_color, 0.35); }
