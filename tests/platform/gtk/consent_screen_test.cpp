@@ -1,5 +1,7 @@
 // The consent screen under real clicks and keys.
 
+#include <sqlite3.h>
+
 #include "consent_window.h"
 #include "platform/linux/scripted_portal.h"
 #include "prelude.h"
@@ -132,39 +134,62 @@ TEST_F(ConsentScreen, WakesNobodyWhileNobodyTouchesIt) {
     EXPECT_LE(wakeUps, 2) << "one of them is this test's own";
 }
 
+std::vector<std::string> storedKeys(const std::filesystem::path& userDefaults) {
+    std::vector<std::string> keys;
+    sqlite3* database = nullptr;
+    EXPECT_EQ(sqlite3_open_v2(userDefaults.c_str(), &database, SQLITE_OPEN_READWRITE, nullptr), SQLITE_OK);
+    const auto add = [](void* all, int, char** row, char**) {
+        static_cast<std::vector<std::string>*>(all)->emplace_back(row[0]);
+        return 0;
+    };
+    EXPECT_EQ(sqlite3_exec(database, "SELECT key FROM user_defaults ORDER BY key", add, &keys, nullptr), SQLITE_OK);
+    sqlite3_close(database);
+    return keys;
+}
+
 // What a person meets on a desktop: the library's own services, and a portal that asks.
-TEST(SystemConsentScreen, StoresTheFlagsWhenThePortalGrantsAndNothingWhenItRefuses) {
+TEST(SystemConsentScreen, StoresTheFlagsAndNothingElseWhenThePortalGrantsAndNothingWhenItRefuses) {
     using Step = ScriptedPortal::Step;
     const SessionBus bus;
     const VirtualScreen screen;
     const TemporaryDirectory directory;
+    const auto keys = [&] { return storedKeys(directory.path() / "UserDefaults.sqlite"); };
     auto system = platform::Platform::makeLinux({.dataDirectory = directory.path()});
     gtk::addTo(*system);
     ASSERT_TRUE(platform::Platform::install(std::move(system)));
     std::atomic<int> granted = 0;
     std::atomic<int> refused = 0;
-    const auto controller =
-        Client::shared().informationViewController("Light Study", "Why we ask.", bothReaders, std::nullopt,
-                                                   [&](bool decision) { ++(decision ? granted : refused); });
+    std::atomic<bool> decidedOnMain = true;
+    const auto controller = Client::shared().informationViewController(
+        "Light Study", "Why we ask.", bothReaders, Url::parse("https://example.org/study"),
+        [&, main = std::this_thread::get_id()](bool decision) {
+            decidedOnMain = std::this_thread::get_id() == main;
+            ++(decision ? granted : refused);
+        });
     const ConsentWindow window(gtk::widget(*controller));
-    const auto flags = [] {
-        return std::vector{Client::shared().hasConsentedToTracking(bothReaders[0]),
-                           Client::shared().hasConsentedToTracking(bothReaders[1])};
-    };
     {
         const ScriptedPortal portal({Step::reply, Step::respondCancelled});
         window.click(window.button("I consent"));
         EXPECT_TRUE(runUntil([&] { return refused == 1; }));
-        EXPECT_THAT(flags(), ElementsAre(false, false));
+        EXPECT_FALSE(decidedOnMain);
+        EXPECT_THAT(keys(), ElementsAre("userID"));
     }
     const ScriptedPortal portal({Step::reply, Step::respondSuccess});
+    window.click(window.button("Learn more..."));
+    EXPECT_TRUE(runUntil([&] { return portal.requestCount() == 1; }));
+    EXPECT_EQ(portal.openedUrl(), "https://example.org/study");
     for (int time = 1; time <= 2; ++time) {
         window.click(window.button("I consent"));
         EXPECT_TRUE(runUntil([&] { return granted == time; }));
-        EXPECT_EQ(portal.requestCount(), time);
-        EXPECT_THAT(flags(), ElementsAre(true, true));
+        EXPECT_EQ(portal.requestCount(), time + 1);
+        EXPECT_TRUE(Client::shared().hasConsentedToTracking(bothReaders[0]));
+        EXPECT_TRUE(Client::shared().hasConsentedToTracking(bothReaders[1]));
     }
-    EXPECT_EQ(refused, 1);
+    window.click(window.button("Cancel"));
+    EXPECT_EQ(refused, 2);
+    EXPECT_TRUE(decidedOnMain);
+    EXPECT_THAT(keys(), ElementsAre("hasConsentedToTrackAmbientLight", "hasConsentedToTrackDistance", "userID"));
+    EXPECT_FALSE(std::filesystem::exists(directory.path() / "TrackingDataContainer.sqlite"));
 }
 
 }  // namespace
