@@ -1,11 +1,10 @@
 #!/bin/sh
 # Installs the library into an empty prefix, then builds and runs hosts against it: with CMake, and with pkg-config.
-# usage: consumer_test.sh BUILD-TREE CONSUMER-PROJECT CAMERA-CONSUMER-PROJECT
+# usage: consumer_test.sh BUILD-TREE TESTS
 set -eu
 
 build=$1
-project=$2
-camera_project=$3
+tests=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -16,26 +15,34 @@ libdir=$(dirname "$(find "$work/prefix" -name 'libtarvex.so')")
 mv "$work/prefix" "$work/moved"
 libdir="$work/moved${libdir#"$work/prefix"}"
 
-cmake -G Ninja -S "$project" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/moved" >/dev/null
-cmake --build "$work/cmake" >/dev/null
+with_cmake() {
+    cmake -G Ninja -S "$tests/$1" -B "$work/cmake/$1" -DCMAKE_PREFIX_PATH="$work/moved" >/dev/null
+    cmake --build "$work/cmake/$1" >/dev/null
+}
+with_cmake consumer
 mkdir "$work/first"
-"$work/cmake/consumer" "$work/first"
-XDG_DATA_HOME="$work/first" "$work/cmake/window_consumer"
+"$work/cmake/consumer/consumer" "$work/first"
+with_cmake window_consumer
+XDG_DATA_HOME="$work/first" "$work/cmake/window_consumer/window_consumer"
+with_cmake camera_consumer
+"$work/cmake/camera_consumer/camera_consumer" "$0"
 
-mkdir "$work/make" "$work/second"
-cp "$project"/* "$work/make"
-PKG_CONFIG_PATH="$libdir/pkgconfig" make -s -C "$work/make"
-LD_LIBRARY_PATH="$libdir" "$work/make/consumer" "$work/second"
-XDG_DATA_HOME="$work/second" LD_LIBRARY_PATH="$libdir" "$work/make/window_consumer"
-
-cmake -G Ninja -S "$camera_project" -B "$work/camera" -DCMAKE_PREFIX_PATH="$work/moved" >/dev/null
-cmake --build "$work/camera" >/dev/null
-"$work/camera/camera_consumer" "$0"
-PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --exists tarvex-camera
+export PKG_CONFIG_PATH="$libdir/pkgconfig" LD_LIBRARY_PATH="$libdir"
+with_pkg_config() {
+    mkdir -p "$work/make"
+    cp -r "$tests/$1" "$work/make"
+    make -s -C "$work/make/$1"
+}
+with_pkg_config consumer
+mkdir "$work/second"
+"$work/make/consumer/consumer" "$work/second"
+with_pkg_config window_consumer
+XDG_DATA_HOME="$work/second" "$work/make/window_consumer/window_consumer"
+pkg-config --exists tarvex-camera
 test -s "$work/moved/share/tarvex/face_models/LICENSE"
 
 # A host that links the core library alone pulls in neither a toolkit nor vision code.
-if LD_LIBRARY_PATH="$libdir" ldd "$work/make/consumer" "$libdir/libtarvex.so" | grep -E 'libgtk|libgst|XNNPACK'; then
+if ldd "$work/make/consumer/consumer" "$libdir/libtarvex.so" | grep -E 'libgtk|libgst|XNNPACK'; then
     echo "The core library links what only its modules may link." >&2
     exit 1
 fi
