@@ -37,8 +37,8 @@ public:
     /// Appends a JSON string; bytes that are not UTF-8 become U+FFFD.
     virtual void appendString(std::string_view text, ByteBuffer& output) const = 0;
 
-    /// Appends a number in the shortest form that reads back the same; false, and nothing appended, when it is not
-    /// finite.
+    /// Appends a number in the shortest form that every reader reads back the same; false, and nothing appended, when
+    /// it is not finite.
     [[nodiscard]] virtual bool appendNumber(double number, ByteBuffer& output) const = 0;
 
     /// Appends `text` when it is an object whose members are all numbers; false, and nothing appended, otherwise.

@@ -89,7 +89,12 @@ Shape shapeOf(std::string_view text) {
 std::optional<nlohmann::json> parsed(std::string_view text) {
     // The parser would take a byte order mark, and a NUL for the end of the text.
     if (text.starts_with("\xEF\xBB\xBF") || text.find('\0') != std::string_view::npos) return std::nullopt;
-    auto value = nlohmann::json::parse(text, nullptr, false);
+    // It takes "-0" for an integer, which has no sign: of those that begin with one, only "-0" is zero.
+    const auto keepSign = [](int /*depth*/, nlohmann::json::parse_event_t /*event*/, nlohmann::json& read) {
+        if (read.type() == nlohmann::json::value_t::number_integer && read == 0) read = -0.0;
+        return true;
+    };
+    auto value = nlohmann::json::parse(text, keepSign, false);
     return value.is_discarded() ? std::nullopt : std::optional(std::move(value));
 }
 
@@ -161,6 +166,10 @@ void SimdjsonCoder::appendString(std::string_view text, ByteBuffer& output) cons
 
 bool SimdjsonCoder::appendNumber(double number, ByteBuffer& output) const {
     if (!std::isfinite(number)) return false;
+    if (number == 0 && std::signbit(number)) {
+        output.append("-0.0");  // many a reader takes "-0" for the integer 0
+        return true;
+    }
     constexpr std::size_t longest = 32;
     const std::span<char> spare = output.spare(longest);
     const auto written = std::to_chars(spare.data(), spare.data() + longest, number);

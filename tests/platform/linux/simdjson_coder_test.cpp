@@ -47,7 +47,7 @@ TEST(SimdjsonCoder, RewritesOnlyValueMapsThatAreNotCompactOrRepeatNames) {
     for (const auto& [map, rewritten] :
          {Case{" { } ", "{}"}, Case{R"({ "a" : 1 })", R"({"a":1})"}, Case{R"({"a":1 })", R"({"a":1})"},
           Case{"{\"a\":1}\n", R"({"a":1})"}, Case{R"({"a":1,"a":2})", R"({"a":2})"},
-          Case{R"({"a":1,"\u0061":3})", R"({"a":3})"},
+          Case{R"({"a":-0,"a":-0})", R"({"a":-0.0})"}, Case{R"({"a":1,"\u0061":3})", R"({"a":3})"},
           Case{R"({"a":0E9999999999999999999999999999999999999000})", R"({"a":0})"},
           Case{R"({"a":1,"b":2,"c":3,"d":4,"e":5,"f":6,"g":7,"h":8,"i":9,"a":0})",
                R"({"a":0,"b":2,"c":3,"d":4,"e":5,"f":6,"g":7,"h":8,"i":9})"}})
@@ -76,6 +76,12 @@ TEST(SimdjsonCoder, WritesNumbersThatReadBackTheSame) {
     }
     EXPECT_EQ(number(static_cast<double>(0.1F)), "0.10000000149011612");
     EXPECT_EQ(number(250), "250");
+    EXPECT_EQ(number(0), "0");
+    EXPECT_EQ(number(-0.0), "-0.0");
+    for (const auto* zero : {"-0", "-0.0", "-0e1"}) {
+        const auto decoded = SimdjsonCoder().decode(zero);
+        EXPECT_TRUE(decoded && std::signbit(std::get<double>(decoded->value))) << zero;
+    }
     using Limits = std::numeric_limits<double>;
     for (const double value : {Limits::quiet_NaN(), Limits::infinity(), -Limits::infinity()})
         EXPECT_EQ(number(value), std::nullopt);
