@@ -35,7 +35,7 @@ tarvex_install_pkg_config(tarvex-testing tarvex_testing tarvex "Doubles of the p
 install(TARGETS tarvex_camera EXPORT TarvexCameraTargets)
 install(EXPORT TarvexCameraTargets NAMESPACE Tarvex:: FILE Tarvex-camera-targets.cmake DESTINATION "${TARVEX_CMAKE_DIR}")
 tarvex_install_pkg_config(tarvex-camera tarvex_camera tarvex "Face tracking from a camera for Tarvex hosts")
-install(DIRECTORY "${TARVEX_FACE_MODELS}" DESTINATION "${CMAKE_INSTALL_DATADIR}/tarvex" OPTIONAL)
+install(DIRECTORY "${TARVEX_FACE_MODELS}/" DESTINATION "${CMAKE_INSTALL_DATADIR}/tarvex/face_models" OPTIONAL)
 
 if(TARVEX_BUILD_GTK)
     install(TARGETS tarvex_gtk EXPORT TarvexGtkTargets)
