@@ -25,10 +25,21 @@ std::size_t count(std::string_view text, std::string_view pattern) {
     return occurrences;
 }
 
+// Without the white space and the comments that may follow a document.
+std::string_view trimmed(std::string_view text) {
+    constexpr std::size_t shortestComment = std::string_view("<!---->").size();
+    while (true) {
+        text = text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
+        if (!text.ends_with("-->") || text.size() < shortestComment) return text;
+        const auto comment = text.rfind("<!--", text.size() - shortestComment);
+        if (comment == std::string_view::npos) return text;
+        text = text.substr(0, comment);
+    }
+}
+
 // libplist stops reading where the root dictionary ends.
 bool isWhole(std::string_view text) {
-    const auto last = text.find_last_not_of(" \t\r\n");
-    return !text.contains("<plist") || text.substr(0, last + 1).ends_with("</plist>");
+    return !text.contains("<plist") || trimmed(text).ends_with("</plist>");
 }
 
 // libplist frees nested containers recursively and replaces entities in quadratic time: both are bounded by their

@@ -87,6 +87,15 @@ TEST(PropertyList, ReadsTheRootDictionaryOfXmlAndBinaryAlike) {
     }
 }
 
+TEST(PropertyList, TakesWhiteSpaceAndCommentsAfterTheList) {
+    const std::string list = xmlWithText("b");
+    for (const char* right : {"", "\r\n\t ", "<!-- -->", "<!---->", " <!-- </plist> -->\n<!-- -> --> "})
+        EXPECT_TRUE(PropertyList::parse(list + right)) << right;
+    for (const char* wrong : {"-->", "<!-->", "<!--->", "<!-- ", "<!-- --> <!-", "b<!-- -->", "<!-- -->b"})
+        EXPECT_FALSE(PropertyList::parse(list + wrong)) << wrong;
+    EXPECT_FALSE(PropertyList::parse("<plist><dict><key>a</key><string>b</string><!-- </plist> -->"));
+}
+
 TEST(PropertyList, RefusesEveryTruncation) {
     const std::string xml = host();
     const std::string binary = asBinary(host());
