@@ -62,6 +62,14 @@ TEST_F(IioHidEventSystemTest, SeesTheLightSensorsInTheOrderOfTheirNumbers) {
     }
 }
 
+TEST_F(IioHidEventSystemTest, KeepsItsRootWhenTheProcessGoesElsewhere) {
+    tree.plug(0, "in_illuminance_input=1");
+    std::filesystem::current_path(tree.root());
+    IioHidEventSystem system(".");
+    std::filesystem::current_path("/");
+    EXPECT_THAT(system.createClient()->copyServices(), SizeIs(1));
+}
+
 TEST_F(IioHidEventSystemTest, WithoutAnySensorAClientStartsAndStopsQuietly) {
     for (const auto& root : {tree.root(), tree.root() / "missing"}) {
         client = IioHidEventSystem(root).createClient();
