@@ -5,7 +5,6 @@
 #include <optional>
 #include <string>
 #include <system_error>
-#include <utility>
 
 #include "platform/linux/sensor/ambient_light_event.h"
 #include "platform/linux/sensor/iio_hid_service.h"
@@ -44,15 +43,15 @@ std::vector<std::shared_ptr<IioHidService>> findLightSensors(const std::filesyst
 
 }  // namespace
 
-IioHidEventSystemClient::IioHidEventSystemClient(std::filesystem::path root)
-    : root_(std::move(root)), services_(findLightSensors(root_)) {}
+IioHidEventSystemClient::IioHidEventSystemClient(const std::filesystem::path& root)
+    : lightSensors_(findLightSensors(root)), services_(lightSensors_) {}
 
 IioHidEventSystemClient::~IioHidEventSystemClient() = default;
 
 void IioHidEventSystemClient::setMatching(const HidMatching& matching) {
     services_.clear();
     if (matching.primaryUsagePage == vendorDefinedPage && matching.primaryUsage == ambientLightUsage)
-        services_ = findLightSensors(root_);
+        services_ = lightSensors_;
     restartReporters();
 }
 

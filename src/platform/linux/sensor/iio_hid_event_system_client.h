@@ -11,14 +11,14 @@ namespace tarvex::platform {
 
 class IioHidService;
 
-/// A client that sees the light sensors which the kernel's tree holds when `setMatching` is called.
+/// A client that sees the light sensors which the kernel's tree holds when the client is made.
 ///
 /// One of them that goes away and comes back under its name reports again; one that is new is for the next client.
 /// While the client is scheduled and registered, each sensor is read on a thread of its own; otherwise none runs.
 class IioHidEventSystemClient final : public HidEventSystemClient {
 public:
     /// Sees every sensor under `root` until `setMatching`.
-    explicit IioHidEventSystemClient(std::filesystem::path root);
+    explicit IioHidEventSystemClient(const std::filesystem::path& root);
     ~IioHidEventSystemClient() override;
 
     IioHidEventSystemClient(const IioHidEventSystemClient&) = delete;
@@ -39,8 +39,8 @@ public:
 private:
     void restartReporters();
 
-    std::filesystem::path root_;
-    std::vector<std::shared_ptr<IioHidService>> services_;
+    std::vector<std::shared_ptr<IioHidService>> lightSensors_;
+    std::vector<std::shared_ptr<IioHidService>> services_;  // those of them that match
     RunLoop* runLoop_ = nullptr;
     HidEventCallback callback_ = nullptr;
     void* target_ = nullptr;

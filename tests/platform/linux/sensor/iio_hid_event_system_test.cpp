@@ -60,6 +60,9 @@ TEST_F(IioHidEventSystemTest, SeesTheLightSensorsInTheOrderOfTheirNumbers) {
         client->setMatching(other);
         EXPECT_THAT(client->copyServices(), IsEmpty());
     }
+    tree.plug(11, "in_illuminance_input=11");  // for the next client
+    client->setMatching(ambientLight);
+    EXPECT_EQ(client->copyServices(), services);
 }
 
 TEST_F(IioHidEventSystemTest, KeepsItsRootWhenTheProcessGoesElsewhere) {
