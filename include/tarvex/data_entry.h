@@ -31,7 +31,8 @@ public:
     /// A request for every record, without a predicate or an order.
     static platform::FetchRequest fetchRequest();
 
-    /// Inserts a new record into `context`, pending until the context is saved. Absent attributes stay absent.
+    /// Inserts a new record into `context`, pending until the context is saved: its timestamp 0, all else absent.
+    /// The context's model must have the entity as `entityDescription` has it.
     explicit DataEntry(platform::ManagedObjectContext& context);
 
     std::optional<Uuid> id() const;
