@@ -7,6 +7,8 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <system_error>
+#include <tuple>
 
 namespace light_player {
 
@@ -21,12 +23,16 @@ fs::path makeTemporaryDirectory() {
     return name;
 }
 
-// Readers see the old value or the new one, never half of it.
+// Readers see the old value or the new one, never half of it. False, and the old one stays, when it cannot be written.
 template <typename Value>
-void writeAttribute(const fs::path& path, Value value) {
+bool writeAttribute(const fs::path& path, Value value) {
     const fs::path unfinished = path.string() + "~";
-    std::ofstream(unfinished) << value << '\n';
-    fs::rename(unfinished, path);
+    std::ofstream file(unfinished);
+    file << value << '\n';
+    file.close();
+    std::error_code failure;
+    if (file) fs::rename(unfinished, path, failure);
+    return file && !failure;
 }
 
 }  // namespace
@@ -34,8 +40,8 @@ void writeAttribute(const fs::path& path, Value value) {
 LightPlayer::LightPlayer(const fs::path& recording, std::chrono::milliseconds length)
     : moments_(read(recording)), root_(makeTemporaryDirectory()) {
     fs::create_directory(root_ / "iio:device0");
-    writeAttribute(root_ / "iio:device0/name", "light-player");
-    show(moments_.front());
+    if (!writeAttribute(root_ / "iio:device0/name", "light-player") || !show(moments_.front()))
+        throw std::runtime_error("There is no room to play light in " + root_.string());
     thread_ = std::jthread([this, length](const std::stop_token& stop) { play(stop, length); });
 }
 
@@ -60,13 +66,13 @@ std::vector<LightPlayer::Moment> LightPlayer::read(const fs::path& recording) {
     return moments;
 }
 
-void LightPlayer::show(const Moment& moment) const {
+bool LightPlayer::show(const Moment& moment) const {
     const fs::path device = root_ / "iio:device0";
-    writeAttribute(device / "in_illuminance_input", moment.lux);
-    writeAttribute(device / "in_intensity_red_raw", moment.red);
-    writeAttribute(device / "in_intensity_green_raw", moment.green);
-    writeAttribute(device / "in_intensity_blue_raw", moment.blue);
-    writeAttribute(device / "in_intensity_clear_raw", moment.clear);
+    return writeAttribute(device / "in_illuminance_input", moment.lux) &&
+           writeAttribute(device / "in_intensity_red_raw", moment.red) &&
+           writeAttribute(device / "in_intensity_green_raw", moment.green) &&
+           writeAttribute(device / "in_intensity_blue_raw", moment.blue) &&
+           writeAttribute(device / "in_intensity_clear_raw", moment.clear);
 }
 
 void LightPlayer::play(const std::stop_token& stop, std::chrono::milliseconds length) const {
@@ -75,7 +81,7 @@ void LightPlayer::play(const std::stop_token& stop, std::chrono::milliseconds le
     std::unique_lock lock(mutex);
     const auto begin = std::chrono::steady_clock::now();
     for (std::size_t i = 0; i < moments_.size() && !stop.stop_requested(); ++i) {
-        show(moments_[i]);
+        std::ignore = show(moments_[i]);
         stopped.wait_until(lock, stop, begin + length * (i + 1) / moments_.size(), [] { return false; });
     }
 }

@@ -30,7 +30,7 @@ private:
     };
 
     static std::vector<Moment> read(const std::filesystem::path& recording);
-    void show(const Moment& moment) const;
+    [[nodiscard]] bool show(const Moment& moment) const;  // false when a value cannot be written: it stays as it was
     void play(const std::stop_token& stop, std::chrono::milliseconds length) const;
 
     std::vector<Moment> moments_;
