@@ -7,11 +7,13 @@ namespace console_host {
 
 namespace {
 
-std::optional<int> positiveNumber(std::string_view text) {
+constexpr int longestRun = 24 * 60 * 60;
+
+std::optional<int> secondsIn(std::string_view text) {
     int number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return error == std::errc() && end == text.data() + text.size() && number > 0 ? std::optional(number)
-                                                                                  : std::nullopt;
+    const bool isWhole = error == std::errc() && end == text.data() + text.size();
+    return isWhole && number > 0 && number <= longestRun ? std::optional(number) : std::nullopt;
 }
 
 }  // namespace
@@ -23,8 +25,8 @@ std::expected<Arguments, std::string> Arguments::parse(std::span<char*> words) {
         if (i + 1 == words.size()) return std::unexpected(name + " is unknown, or lacks its value");
         const std::string value = words[i + 1];
         if (name == "--seconds") {
-            const auto seconds = positiveNumber(value);
-            if (!seconds) return std::unexpected("--seconds takes a whole number from 1, not " + value);
+            const auto seconds = secondsIn(value);
+            if (!seconds) return std::unexpected("--seconds takes a whole number from 1 to 86400, not " + value);
             arguments.seconds = *seconds;
         } else if (name == "--data") {
             arguments.dataDirectory = value;

@@ -13,7 +13,7 @@ struct Arguments {
     static constexpr const char* usage =
         "usage: console_host [--seconds N] [--data DIRECTORY] [--recording FILE]\n"
         "                    [--pictures DIRECTORY] [--collector DIRECTORY]\n"
-        "  --seconds N            how long to sample (10)\n"
+        "  --seconds N            how long to sample, a day at most (10)\n"
         "  --data DIRECTORY       where samples and consent are kept (the host's own place)\n"
         "  --recording FILE       the day of light to play where the machine has no sensor\n"
         "  --pictures DIRECTORY   the photographs to look at where the machine has no camera\n"
