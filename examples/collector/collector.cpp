@@ -2,6 +2,7 @@
 
 #include <httplib.h>
 
+#include <atomic>
 #include <chrono>
 #include <fstream>
 #include <mutex>
@@ -50,10 +51,15 @@ public:
         std::filesystem::create_directories(options_.directory);
         write(options_.directory / "certificate.pem", pem_);
         write(options_.directory / "port", std::to_string(port_) + "\n");
-        thread_ = std::jthread([this] { http_.listen_after_bind(); });
+        thread_ = std::jthread([this] {
+            http_.listen_after_bind();
+            ended_ = true;
+        });
         // A server that is stopped before it runs would run for ever.
-        while (!http_.is_running())
+        while (!http_.is_running()) {
+            if (ended_) throw std::runtime_error("The HTTPS server cannot listen");
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
     }
 
     ~Server() { http_.stop(); }
@@ -89,6 +95,7 @@ private:
     int port_ = -1;
     std::mutex mutex_;
     int count_ = 0;
+    std::atomic<bool> ended_ = false;
     std::jthread thread_;
 };
 
