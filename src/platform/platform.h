@@ -29,11 +29,16 @@
 
 namespace tarvex::platform {
 
+/// What `Platform::makeLinux` does not take from the system; a relative path is made absolute at once.
 struct LinuxOptions {
-    std::optional<std::filesystem::path> dataDirectory = std::nullopt;  ///< default: XDG data home / bundle identifier
-    std::optional<std::filesystem::path> bundleDirectory =
-        std::nullopt;  ///< where Info.plist lies; default: beside the executable
-    std::optional<std::filesystem::path> sensorRoot = std::nullopt;  ///< default: the kernel's IIO tree
+    /// Where the samples and the user defaults lie; default: the XDG data home's folder that the host's bundle names.
+    std::optional<std::filesystem::path> dataDirectory = std::nullopt;
+
+    /// Where Info.plist lies; default: the directory of the executable, else ../share/<executable's name>/ beside it.
+    std::optional<std::filesystem::path> bundleDirectory = std::nullopt;
+
+    /// The tree of the light sensors; default: the kernel's, /sys/bus/iio/devices.
+    std::optional<std::filesystem::path> sensorRoot = std::nullopt;
 };
 
 /// The services that the library is built on: all that it knows of the system it runs on.
@@ -47,8 +52,7 @@ struct LinuxOptions {
 ///
 /// The services are owned by the platform and live as long as the process once it is installed. Those that `makeLinux`
 /// built on one another stay so: its dispatch queues use its own main loop and its data directory its own bundles, also
-/// when these are replaced. Getters may be called
-/// from any thread; setters only while nothing else uses the platform.
+/// when these are replaced. Getters may be called from any thread; setters only while nothing else uses the platform.
 class TARVEX_EXPORT Platform {
 public:
     static std::unique_ptr<Platform> makeLinux(LinuxOptions options = {});
