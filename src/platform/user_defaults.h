@@ -15,10 +15,16 @@ class TARVEX_EXPORT UserDefaults {
 public:
     virtual ~UserDefaults() = default;
 
-    virtual bool boolForKey(std::string_view key) const = 0;  ///< false when missing
+    /// False when missing. As on the phone platform, a string is true when it begins with Y, y, T, t or a number other
+    /// than 0.
+    virtual bool boolForKey(std::string_view key) const = 0;
+
+    /// Absent when missing; a bool is no string.
     virtual std::optional<std::string> stringForKey(std::string_view key) const = 0;
+
     virtual void setValueForKey(bool value, std::string_view key) = 0;
     virtual void setValueForKey(std::string_view value, std::string_view key) = 0;
+
     /// A literal is a string, though it would sooner become a bool.
     void setValueForKey(const char* value, std::string_view key) { setValueForKey(std::string_view(value), key); }
 

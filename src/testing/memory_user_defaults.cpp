@@ -1,12 +1,15 @@
 #include "testing/memory_user_defaults.h"
 
+#include "platform/linux/store/truth_of_text.h"
+
 namespace tarvex::testing {
 
 bool MemoryUserDefaults::boolForKey(std::string_view key) const {
     const std::scoped_lock lock(mutex_);
     const auto entry = values_.find(key);
-    const bool* value = entry == values_.end() ? nullptr : std::get_if<bool>(&entry->second);
-    return value != nullptr && *value;
+    if (entry == values_.end()) return false;
+    const auto* text = std::get_if<std::string>(&entry->second);
+    return text != nullptr ? platform::isTrue(*text) : std::get<bool>(entry->second);
 }
 
 std::optional<std::string> MemoryUserDefaults::stringForKey(std::string_view key) const {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/linux/store/sqlite_transaction.h"
+#include "platform/linux/store/truth_of_text.h"
 
 namespace tarvex::platform {
 namespace {
@@ -20,13 +21,6 @@ constexpr std::string_view upsert =
     " WHERE NOT ?3 OR typeof(value) <> 'text'";
 
 constexpr std::string_view selection = "SELECT value FROM user_defaults WHERE key = ?1";
-
-bool isTrue(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
-    if (text.starts_with('+') || text.starts_with('-')) text.remove_prefix(1);
-    text.remove_prefix(std::min(text.find_first_not_of('0'), text.size()));
-    return !text.empty() && std::string_view("YyTt123456789").contains(text.front());
-}
 
 void bindText(sqlite3_stmt* statement, int parameter, std::string_view text) {
     sqlite3_bind_text64(statement, parameter, text.empty() ? "" : text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);

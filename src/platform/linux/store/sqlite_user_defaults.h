@@ -19,8 +19,7 @@ namespace tarvex::platform {
 ///
 /// Every read goes to the file; one that fails is answered with what was last read or written. What cannot be written
 /// is kept in memory, is read back from there, and is written with the next value that can be; standard error gets one
-/// line about it, the first time only. As on the phone platform, a string read as a bool is true when it begins with Y,
-/// y, T, t or a number other than 0; a bool is no string.
+/// line about it, the first time only.
 class SqliteUserDefaults final : public UserDefaults {
 public:
     /// `directory` is asked for the place of the file when it is opened; it has made that directory when it returns.
