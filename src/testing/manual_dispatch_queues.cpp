@@ -3,17 +3,12 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/linux/loop/saturating_sum.h"
+
 namespace tarvex::testing {
 
-namespace {
-
+using platform::saturatingSum;
 using std::chrono::nanoseconds;
-
-nanoseconds sum(nanoseconds a, nanoseconds b) {
-    return b > nanoseconds::max() - a ? nanoseconds::max() : a + b;
-}
-
-}  // namespace
 
 void ManualDispatchQueues::mainAsync(std::function<void()> block) {
     const std::lock_guard lock(mutex_);
@@ -22,7 +17,7 @@ void ManualDispatchQueues::mainAsync(std::function<void()> block) {
 
 void ManualDispatchQueues::backgroundAfter(nanoseconds delay, std::function<void()> block) {
     const std::lock_guard lock(mutex_);
-    delayed_.emplace(sum(now_, std::max(nanoseconds(0), delay)), std::move(block));
+    delayed_.emplace(saturatingSum(now_, std::max(nanoseconds(0), delay)), std::move(block));
 }
 
 std::size_t ManualDispatchQueues::runMain() {
@@ -36,7 +31,7 @@ void ManualDispatchQueues::advance(nanoseconds time) {
     nanoseconds end;
     {
         const std::lock_guard lock(mutex_);
-        end = sum(now_, std::max(nanoseconds(0), time));
+        end = saturatingSum(now_, std::max(nanoseconds(0), time));
     }
     while (const auto block = takeFirstDueBy(end))
         block();

@@ -5,10 +5,13 @@
 #include <cstdint>
 #include <utility>
 
+#include "platform/linux/loop/saturating_sum.h"
+
 namespace tarvex::testing {
 
 namespace {
 
+using platform::saturatingSum;
 using std::chrono::nanoseconds;
 
 // Whole nanoseconds: ten times 0.1 s is 1 s.
@@ -16,10 +19,6 @@ nanoseconds saturated(double seconds) {
     const double count = std::round(seconds * 1e9);
     return count < static_cast<double>(nanoseconds::max().count()) ? nanoseconds(static_cast<std::int64_t>(count))
                                                                    : nanoseconds::max();
-}
-
-nanoseconds sum(nanoseconds a, nanoseconds b) {
-    return b > nanoseconds::max() - a ? nanoseconds::max() : a + b;
 }
 
 nanoseconds tickInterval(double seconds) {
@@ -32,13 +31,13 @@ class ManualTimerScheduler::ManualTimer final : public platform::Timer {
 public:
     ManualTimer(double interval, nanoseconds now, std::function<void()> block)
         : interval_(interval),
-          due_(sum(now, tickInterval(interval))),
+          due_(saturatingSum(now, tickInterval(interval))),
           block_(std::make_shared<std::function<void()>>(std::move(block))) {}
 
     void invalidate() override { block_.reset(); }
 
     void tick() {
-        due_ = sum(due_, tickInterval(interval_));
+        due_ = saturatingSum(due_, tickInterval(interval_));
         const auto block = block_;  // the block may invalidate the timer
         (*block)();
     }
@@ -62,7 +61,7 @@ std::shared_ptr<platform::Timer> ManualTimerScheduler::scheduledTimer(double int
 }
 
 void ManualTimerScheduler::advance(double seconds) {
-    const nanoseconds end = sum(now_, saturated(std::max(0.0, seconds)));
+    const nanoseconds end = saturatingSum(now_, saturated(std::max(0.0, seconds)));
     while (const auto timer = firstDueBy(end)) {
         now_ = timer->due();
         timer->tick();

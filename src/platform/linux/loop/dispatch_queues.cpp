@@ -6,6 +6,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/linux/loop/saturating_sum.h"
 #include "platform/posix/library_thread.h"
 #include "platform/run_loop.h"
 
@@ -16,8 +17,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 Clock::time_point deadlineAfter(std::chrono::nanoseconds delay) {
-    const auto now = Clock::now();
-    return delay > Clock::time_point::max() - now ? Clock::time_point::max() : now + delay;
+    return Clock::time_point(saturatingSum(Clock::now().time_since_epoch(), delay));
 }
 
 }  // namespace
