@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "platform/posix/file_descriptor.h"
@@ -24,8 +25,8 @@ std::optional<std::string> contentsOfRegularFile(const std::filesystem::path& pa
 
     std::string contents;
     while (contents.size() <= maximumSize) {
-        constexpr std::size_t chunk = 65'536;
         const std::size_t size = contents.size();
+        const std::size_t chunk = std::min<std::size_t>(65'536, maximumSize + 1 - size);
         contents.resize(size + chunk);
         const ssize_t count = ::read(file.number(), contents.data() + size, chunk);
         if (count < 0 && errno != EINTR) return std::nullopt;
