@@ -35,9 +35,13 @@ class TARVEX_EXPORT Client {
 public:
     /// Success, or what went wrong.
     using Result = std::expected<void, TarvexError>;
-    /// What a host is told; an empty one is called nowhere.
+    // An empty completion is called nowhere.
+
+    /// Told of each reader that could not start, with its kind key, and at the end of success, without a reader.
     using StartCompletion = std::function<void(Result, std::optional<DataReader>)>;
+    /// Told of an upload's outcome. Called on the upload's delivery thread, or inside the call that shares.
     using ShareCompletion = std::function<void(Result)>;
+    /// Told whether the user consents; on any thread.
     using ConsentCompletion = std::function<void(bool)>;
 
     /// The facade, created on first use from whichever thread comes first, and never destroyed.

@@ -17,13 +17,14 @@ namespace tarvex {
 /// Its attributes live in the object that the context holds; a `DataEntry` is a handle to it, cheap to copy.
 class TARVEX_EXPORT DataEntry {
 public:
+    /// A value map as stored: JSON in UTF-8, not terminated.
     using Bytes = std::vector<std::byte>;
 
     // The attributes' places in a record.
-    static constexpr std::size_t idIndex = 0;
-    static constexpr std::size_t timestampIndex = 1;
-    static constexpr std::size_t typeIndex = 2;
-    static constexpr std::size_t dataIndex = 3;
+    static constexpr std::size_t idIndex = 0;         ///< a `Uuid`
+    static constexpr std::size_t timestampIndex = 1;  ///< a double
+    static constexpr std::size_t typeIndex = 2;       ///< a string
+    static constexpr std::size_t dataIndex = 3;       ///< bytes
 
     /// The entity as the store's object model must describe it.
     static platform::EntityDescription entityDescription();
@@ -35,10 +36,14 @@ public:
     /// The context's model must have the entity as `entityDescription` has it.
     explicit DataEntry(platform::ManagedObjectContext& context);
 
-    std::optional<Uuid> id() const;
-    double timestamp() const;  ///< seconds since 1970-01-01 00:00:00 UTC
-    std::optional<std::string> type() const;
-    std::optional<Bytes> data() const;  ///< JSON of the sample's named values
+    // Copies, as the record holds them now; absent where nothing was set.
+
+    std::optional<Uuid> id() const;           ///< tells the record from all others
+    double timestamp() const;                 ///< seconds since 1970-01-01 00:00:00 UTC
+    std::optional<std::string> type() const;  ///< `DataReader::id` of the reader that took the sample
+    std::optional<Bytes> data() const;        ///< the sample's named numbers
+
+    // Change the pending record only: one that was saved stays as it is.
 
     void setId(std::optional<Uuid> id);
     void setTimestamp(double secondsSince1970);

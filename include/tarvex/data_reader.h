@@ -15,6 +15,7 @@ namespace tarvex {
 /// A plain value: copy it, compare it, use it as a key, from any thread.
 class TARVEX_EXPORT DataReader {
 public:
+    /// What is sampled, whatever the rate. The numbers are fixed.
     enum class Kind : std::uint8_t { distance = 0, ambientLight = 1 };
 
     /// The distance of each eye from the front camera, measured every `refreshRate` whole seconds.

@@ -20,6 +20,7 @@ struct TARVEX_EXPORT BridgedError {
 /// A plain value that owns its payload. Hosts tell cases apart by `code()`; no order or equality is defined.
 class TARVEX_EXPORT TarvexError {
 public:
+    /// The cases, each explained at the operation that makes it.
     enum class Code : int {
         usageDescription,
         httpError,

@@ -15,6 +15,7 @@ public:
     /// Absent for a string that is not an absolute URL.
     static std::optional<Url> parse(std::string_view text);
 
+    /// The text as it was parsed: nothing is normalised.
     const std::string& string() const noexcept { return text_; }
 
 private:

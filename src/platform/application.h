@@ -5,6 +5,7 @@
 
 namespace tarvex::platform {
 
+/// The host application as the desktop sees it. Thread-safe.
 class TARVEX_EXPORT Application {
 public:
     virtual ~Application() = default;

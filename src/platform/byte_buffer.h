@@ -19,6 +19,7 @@ class TARVEX_EXPORT ByteBuffer {
 public:
     ByteBuffer() = default;
 
+    /// Makes room for `capacity` bytes in all, so that appending up to there moves nothing.
     void reserve(std::size_t capacity);
 
     std::size_t size() const noexcept { return size_; }
@@ -40,7 +41,9 @@ public:
         if (capacity_ - size_ < count) grow(size_ + count);
         return {bytes_.get() + size_, capacity_ - size_};
     }
+    /// Keeps the first `count` bytes of what `spare` gave.
     void extend(std::size_t count) noexcept { size_ += count; }
+    /// Drops what lies behind the first `size` bytes, which are at most `size()`.
     void truncate(std::size_t size) noexcept { size_ = size; }
 
 private:

@@ -11,8 +11,8 @@ namespace tarvex::platform {
 
 class RunLoop;
 
-using HidEventType = std::uint32_t;
-using HidEventField = std::uint32_t;
+using HidEventType = std::uint32_t;   ///< what kind of device reports: `ambientLightSensorEvent`
+using HidEventField = std::uint32_t;  ///< one value of an event: `ambientLightLevelField`, a channel
 
 /// The type of an ambient light event.
 inline constexpr HidEventType ambientLightSensorEvent = 12;
@@ -40,8 +40,11 @@ public:
     virtual bool setProperty(std::string_view key, std::int32_t value) = 0;
 };
 
+/// Receives an event on the run loop that the client is scheduled with. `target` and `refcon` are those of the
+/// registration; `sender` and `event` are valid until it returns.
 using HidEventCallback = void (*)(void* target, void* refcon, HidServiceClient* sender, HidEvent* event);
 
+/// Which services a client wants, by the usage that their devices declare: ambient light is 4 of the page 0xFF00.
 struct HidMatching {
     std::int32_t primaryUsagePage = 0;
     std::int32_t primaryUsage = 0;
@@ -54,6 +57,8 @@ public:
 
     /// The client now sees only the services that match.
     virtual void setMatching(const HidMatching& matching) = 0;
+
+    /// The services that the client sees; the caller's to keep, also when the client is gone.
     virtual std::vector<std::shared_ptr<HidServiceClient>> copyServices() = 0;
 
     /// Events are delivered on `runLoop`, between scheduling and unscheduling, to the registered callback: once on
@@ -65,9 +70,12 @@ public:
     virtual void unregisterEventCallback() = 0;
 };
 
+/// The sensors of the machine. Thread-bound: used on the main thread.
 class TARVEX_EXPORT HidEventSystem {
 public:
     virtual ~HidEventSystem() = default;
+
+    /// A client that sees every service that is there now, until `HidEventSystemClient::setMatching`.
     [[nodiscard]] virtual std::unique_ptr<HidEventSystemClient> createClient() = 0;
 };
 

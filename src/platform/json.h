@@ -32,6 +32,7 @@ public:
     /// Absent for anything but one complete JSON text of valid UTF-8 whose numbers are finite.
     virtual std::optional<JsonValue> decode(std::string_view text) const = 0;
 
+    /// Whether a string may stand in a document as it is.
     virtual bool isValidUtf8(std::string_view text) const = 0;
 
     /// Appends a JSON string; bytes that are not UTF-8 become U+FFFD.

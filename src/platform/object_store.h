@@ -18,8 +18,10 @@
 
 namespace tarvex::platform {
 
+/// The types that an attribute's value can have: see `AttributeValue`, in the same order.
 enum class AttributeType : std::uint8_t { uuid, number, string, binary };
 
+/// One attribute that every record of an entity has. Only an optional one can be absent.
 struct AttributeDescription {
     std::string name;
     AttributeType type;
@@ -28,6 +30,7 @@ struct AttributeDescription {
     friend bool operator==(const AttributeDescription&, const AttributeDescription&) = default;
 };
 
+/// A kind of record. The order of its attributes is that of the values in a record.
 struct EntityDescription {
     std::string name;
     std::vector<AttributeDescription> attributes;
@@ -52,14 +55,16 @@ struct ManagedObject {
     std::vector<AttributeValue> values;
 };
 
+/// Which records an operation is about: all of one entity.
 struct FetchRequest {
     std::string entityName;
     std::vector<std::size_t> propertiesToFetch;  ///< places of attributes; the others read as absent. Empty: all
 };
 
+/// Why an operation of the store failed, for the one line of diagnostics about it.
 struct StoreError {
-    std::string description;
-    std::string userInfo;  ///< details, printed as a dictionary
+    std::string description;  ///< one readable sentence that names the file
+    std::string userInfo;     ///< details, printed as a dictionary
 };
 
 /// The record store's one context: new objects are pending in it, in memory, until `save` writes them.
@@ -100,6 +105,7 @@ public:
     virtual void scrub() = 0;
 };
 
+/// A record store on disk, by its name and model. Not synchronised: its owner lets one operation run at a time.
 class TARVEX_EXPORT PersistentContainer {
 public:
     virtual ~PersistentContainer() = default;
@@ -107,10 +113,11 @@ public:
     /// Opens the store, creating it when it is not there. Nothing is moved or deleted on failure.
     [[nodiscard]] virtual std::expected<void, StoreError> loadPersistentStores() = 0;
 
-    /// The same context on every call.
+    /// The same context on every call; used once the store is open, and owned by the container.
     virtual ManagedObjectContext& viewContext() = 0;
 };
 
+/// Makes the stores of the host's records in its data directory. Thread-safe.
 class TARVEX_EXPORT ObjectStore {
 public:
     virtual ~ObjectStore() = default;
@@ -118,6 +125,7 @@ public:
     /// The model in the file at `path`; absent when it cannot be read.
     virtual std::optional<ManagedObjectModel> modelWithContentsOfFile(const std::filesystem::path& path) const = 0;
 
+    /// A container for the store `name` in the data directory. Touches no file: `loadPersistentStores` does.
     [[nodiscard]] virtual std::unique_ptr<PersistentContainer> makeContainer(std::string_view name,
                                                                              const ManagedObjectModel& model) = 0;
 };

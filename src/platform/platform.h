@@ -55,6 +55,7 @@ struct LinuxOptions {
 /// when these are replaced. Getters may be called from any thread; setters only while nothing else uses the platform.
 class TARVEX_EXPORT Platform {
 public:
+    /// The services as Linux has them, for `install`. Nothing is opened or written before one of them is used.
     static std::unique_ptr<Platform> makeLinux(LinuxOptions options = {});
 
     /// The platform of the process: the installed one, else `makeLinux()`. Thread-safe.

@@ -16,6 +16,7 @@ public:
     virtual void invalidate() = 0;
 };
 
+/// Where sampling gets its ticks from. May be called from any thread.
 class TARVEX_EXPORT TimerScheduler {
 public:
     virtual ~TimerScheduler() = default;

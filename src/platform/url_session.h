@@ -14,21 +14,25 @@
 
 namespace tarvex::platform {
 
+/// One request over HTTPS, complete.
 struct UrlRequest {
     Url url;
-    std::string method;
-    std::vector<std::pair<std::string, std::string>> headers;
-    std::shared_ptr<const ByteBuffer> body =
-        nullptr;                                ///< sent from where it lies; shared with the transfer until it ends
-    std::chrono::milliseconds timeout{60'000};  ///< without any progress, connecting included
+    std::string method;                                        ///< "POST"
+    std::vector<std::pair<std::string, std::string>> headers;  ///< names and values, beside the transport's own
+    /// Sent from where it lies; shared with the transfer until that ends.
+    std::shared_ptr<const ByteBuffer> body = nullptr;
+    /// How long the transfer may make no progress, connecting included.
+    std::chrono::milliseconds timeout{60'000};
 };
 
+/// How the server answered a request that was sent as a whole.
 struct UrlResponse {
     std::optional<int> statusCode = std::nullopt;  ///< absent when the answer was no HTTP response
 };
 
+/// Why a request got no answer that counts.
 struct TransportError {
-    std::string localizedDescription;
+    std::string localizedDescription;  ///< the transport's own text, readable
 };
 
 /// A request that has been built and waits for `resume`.
@@ -49,6 +53,7 @@ public:
 
     virtual ~UrlSession() = default;
 
+    /// A task for `request`; nothing is sent before its `resume`.
     [[nodiscard]] virtual std::unique_ptr<UrlSessionTask> dataTask(UrlRequest request, CompletionHandler handler) = 0;
 };
 

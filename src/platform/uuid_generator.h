@@ -5,11 +5,12 @@
 
 namespace tarvex::platform {
 
+/// Names installations and records. Thread-safe.
 class TARVEX_EXPORT UuidGenerator {
 public:
     virtual ~UuidGenerator() = default;
 
-    /// A new random UUID (version 4, RFC 9562 section 5.4). Thread-safe.
+    /// A new random UUID (version 4, RFC 9562 section 5.4).
     virtual Uuid makeUuid() = 0;
 };
 
