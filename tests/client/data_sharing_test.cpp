@@ -1,8 +1,8 @@
 #include "client/data_sharing.h"
 
 #include "client/user_identifier.h"
-#include "failing_object_store.h"
 #include "prelude.h"
+#include "scripted_object_store.h"
 #include "test_platform.h"
 
 namespace tarvex {
@@ -96,7 +96,7 @@ TEST_F(ShareTrackingData, ReportsWhatCannotBeSentBeforeItReturns) {
     sharing = std::make_shared<DataSharing>(*platform, store, "https://bad host/tracking");
     share(true);
     sharing->share(true, {});
-    platform->setObjectStore(std::make_unique<test::FailingObjectStore>());
+    platform->setObjectStore(std::make_unique<test::ScriptedObjectStore>());
     PersistenceController failing(*platform);
     sharing = std::make_shared<DataSharing>(*platform, failing, endpoint);
     share(true);
@@ -104,6 +104,20 @@ TEST_F(ShareTrackingData, ReportsWhatCannotBeSentBeforeItReturns) {
     EXPECT_THAT(outcomes, ElementsAre("HTTPError: Cannot parse backend url String", "Cannot load the tracking data."));
     EXPECT_THAT(platform.backend->requests(), IsEmpty());
     EXPECT_EQ(recordsAtCallback, 0) << "a failed count reads as 0";
+}
+
+TEST_F(ShareTrackingData, ReportsThatThereIsNoMemoryForTheDocument) {
+    const auto runOut = [] { throw std::bad_alloc(); };
+    for (const test::ScriptedObjectStore::Script& script :
+         {test::ScriptedObjectStore::Script{.fetch = [] {}, .fetchSizeBound = std::size_t{1} << 62U},
+          test::ScriptedObjectStore::Script{.fetch = runOut}}) {
+        platform->setObjectStore(std::make_unique<test::ScriptedObjectStore>(script));
+        PersistenceController scripted(*platform);
+        sharing = std::make_shared<DataSharing>(*platform, scripted, endpoint);
+        share(true);
+    }
+    EXPECT_THAT(outcomes, ElementsAre("Cannot load the tracking data.", "Cannot load the tracking data."));
+    EXPECT_THAT(platform.backend->requests(), IsEmpty());
 }
 
 TEST_F(ShareTrackingData, WorksWithoutACallback) {

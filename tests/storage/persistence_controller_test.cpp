@@ -2,8 +2,9 @@
 
 #include <sqlite3.h>
 
-#include "failing_object_store.h"
 #include "prelude.h"
+#include "scripted_object_store.h"
+#include "sleeping_thread.h"
 #include "tarvex/data_entry.h"
 #include "test_platform.h"
 
@@ -194,7 +195,7 @@ TEST_F(PersistenceControllerTest, LeavesRecordsOutOfAnUploadThatCannotBeRead) {
 }
 
 TEST_F(PersistenceControllerTest, DoesNotTouchTheUserIdentifierWhenTheFetchFails) {
-    platform->setObjectStore(std::make_unique<test::FailingObjectStore>());
+    platform->setObjectStore(std::make_unique<test::ScriptedObjectStore>());
     EXPECT_FALSE(store.loadTrackingData().has_value());
     EXPECT_EQ(platform.defaults->stringForKey("userID"), std::nullopt);
     EXPECT_EQ(store.countTrackingData(), std::nullopt);
