@@ -140,6 +140,22 @@ TEST_F(PersistenceControllerTest, ADeletionLeavesPendingSamples) {
     EXPECT_THAT(committed(), ElementsAre(HasLux(2)));
 }
 
+TEST_F(PersistenceControllerTest, ASampleThatWaitsForADeletionIsStoredBeforeTheScrub) {
+    std::vector<std::string> operations;  // one at a time, under the store's lock
+    std::optional<test::SleepingThread> tick;
+    platform->setObjectStore(std::make_unique<test::ScriptedObjectStore>(
+        test::ScriptedObjectStore::Script{.save = [&] { operations.emplace_back("save"); },
+                                          .batchDelete =
+                                              [&] {
+                                                  operations.emplace_back("delete");
+                                                  tick.emplace([this] { storeSample(1); });
+                                              },
+                                          .scrub = [&] { operations.emplace_back("scrub"); }}));
+    store.deleteAllTrackingData();
+    tick.reset();
+    EXPECT_THAT(operations, ElementsAre("delete", "save", "scrub"));
+}
+
 TEST_F(PersistenceControllerTest, TakesSamplesFromSeveralThreadsBesideDeletionsAndUploads) {
     constexpr int samples = 40;
     {
