@@ -28,11 +28,15 @@ struct InterposedVfs::Calls {
         }
     };
 
+    static constexpr int temporary =
+        SQLITE_OPEN_TEMP_DB | SQLITE_OPEN_TRANSIENT_DB | SQLITE_OPEN_TEMP_JOURNAL | SQLITE_OPEN_SUBJOURNAL;
+
     static int open(sqlite3_vfs* vfs, const char* path, sqlite3_file* opening, int flags, int* opened) {
         auto* const f = file(opening);
         f->base.pMethods = nullptr;
+        if ((flags & temporary) != 0) return SQLITE_CANTOPEN;
         f->vfs = self(vfs);
-        f->path = path ? path : "";
+        f->path = path;
         if (const int code = f->vfs->before(FileCall::open); code != SQLITE_OK) return code;
         f->real = reinterpret_cast<sqlite3_file*>(f + 1);
         const int code = f->vfs->real_->xOpen(f->vfs->real_, path, f->real, flags, opened);
