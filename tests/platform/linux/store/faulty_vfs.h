@@ -5,7 +5,7 @@
 
 namespace tarvex::test {
 
-/// Fails when told: at one call, or at all of some kind until it is healed. Counts writes and syncs.
+/// Fails when told: at one call, or at all of some kind until it is healed. Counts writes, syncs and tries for a lock.
 class FaultyVfs final : public InterposedVfs {
 public:
     /// The `n`th call from now on fails (1 is the next), as a full disk does when it writes, else as an I/O error.
@@ -27,6 +27,7 @@ public:
     bool reached() const { return calls_ >= failing_; }
     int syncs() const { return syncs_; }
     int writes() const { return writes_; }
+    int locks() const { return locks_; }
 
 protected:
     int before(FileCall call) override {
@@ -36,6 +37,7 @@ protected:
             SQLITE_IOERR_FSYNC, SQLITE_IOERR_FSTAT,  SQLITE_IOERR_LOCK, SQLITE_IOERR_SHMMAP, SQLITE_IOERR_SHMLOCK};
         if (call == FileCall::sync) ++syncs_;
         if (call == FileCall::write) ++writes_;
+        if (call == FileCall::sharedLock) ++locks_;
         if (brokenCode_ != SQLITE_OK && call == broken_) return brokenCode_;
         return ++calls_ == failing_ ? failures.at(static_cast<std::size_t>(call)) : SQLITE_OK;
     }
@@ -47,6 +49,7 @@ private:
     int failing_ = never;
     int syncs_ = 0;
     int writes_ = 0;
+    int locks_ = 0;
     FileCall broken_ = FileCall::write;
     int brokenCode_ = SQLITE_OK;
 };

@@ -123,7 +123,11 @@ TEST_F(Scrub, CoversADeletionMadeWhileAnEarlierOneIsStillOwed) {
 TEST_F(Scrub, WaitsForAWriterToo) {
     ASSERT_TRUE(store.removeAll());
     other.beginToWrite();
+    const int before = vfs.locks();
     store.context().scrub();
+    // Before each try it pauses for longer, up to 16 ms: 50 ms hold seven tries, an operation's second would hold
+    // sixty.
+    EXPECT_THAT(vfs.locks() - before, ::testing::AllOf(::testing::Gt(7), ::testing::Lt(30)));
     expectTrace(hundred);
     other.end();
     ASSERT_TRUE(store.count());
