@@ -17,6 +17,7 @@ namespace tarvex::testing {
 /// Thread-safe.
 class TARVEX_EXPORT RecordingUrlSession final : public platform::UrlSession {
 public:
+    /// A `platform::UrlRequest` as it was resumed, its body copied.
     struct Request {
         std::string method;
         std::string url;

@@ -13,6 +13,7 @@ namespace tarvex::testing {
 class TARVEX_EXPORT ScriptedSceneView final : public platform::FaceTrackingSceneView,
                                               private platform::FaceTrackingSession {
 public:
+    /// How the view was set up last.
     struct Settings {
         bool showsStatistics = false;
         int preferredFramesPerSecond = 60;
@@ -20,6 +21,7 @@ public:
         platform::SceneBackground background = platform::SceneBackground::camera;
     };
 
+    /// One call of `FaceTrackingSession::run`.
     struct Run {
         platform::FaceTrackingConfiguration configuration;
         platform::RunOptions options;

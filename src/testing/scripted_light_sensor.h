@@ -16,6 +16,7 @@ namespace tarvex::testing {
 /// also not on registration.
 class TARVEX_EXPORT ScriptedHidEventSystem final : public platform::HidEventSystem {
 public:
+    /// One call of `HidServiceClient::setProperty`.
     struct PropertySet {
         std::size_t service;  ///< the sensor's place in the list
         std::string key;

@@ -24,6 +24,7 @@ enum class TextStyle : std::uint8_t { body, title };
 enum class HorizontalAlignment : std::uint8_t { leading, center, trailing };
 enum class VerticalAlignment : std::uint8_t { top, center, bottom };
 
+/// Where something smaller lies in the room that it is given.
 struct Alignment {
     HorizontalAlignment horizontal = HorizontalAlignment::center;
     VerticalAlignment vertical = VerticalAlignment::center;
@@ -47,6 +48,7 @@ struct Edges {
 
 // The modifiers: each makes a new element around the one before.
 
+/// Room around some edges: `length` points, the same at each.
 struct Padding {
     Edges edges;
     std::optional<double> length = std::nullopt;
@@ -76,6 +78,7 @@ struct FlexibleFrame {
     friend bool operator==(const FlexibleFrame&, const FlexibleFrame&) = default;
 };
 
+/// What lies behind the element, as large as it is.
 struct Background {
     Color color;
     Alignment alignment = {};
@@ -104,12 +107,14 @@ struct ClipShape {
     friend bool operator==(const ClipShape&, const ClipShape&) = default;
 };
 
+/// The toolkit's own font of this style, also for texts further inside that set none themselves.
 struct Font {
     TextStyle style;
 
     friend bool operator==(const Font&, const Font&) = default;
 };
 
+/// The same font, bold.
 struct Bold {
     friend bool operator==(const Bold&, const Bold&) = default;
 };
@@ -155,6 +160,7 @@ struct VerbatimText {
     friend bool operator==(const VerbatimText&, const VerbatimText&) = default;
 };
 
+/// One text, in as many lines as its room needs.
 struct Text {
     std::variant<LocalizedText, VerbatimText> source;
 
@@ -182,6 +188,7 @@ struct Spacer {
     friend bool operator==(const Spacer&, const Spacer&) = default;
 };
 
+/// Something to press: all of its label can be.
 struct Button {
     std::vector<Element> label;
     std::function<void()> action;  ///< called on the main thread, once for each press
