@@ -41,6 +41,10 @@ XDG_DATA_HOME="$work/second" "$work/make/window_consumer/window_consumer"
 pkg-config --exists tarvex-camera
 test -s "$work/moved/share/tarvex/face_models/LICENSE"
 
+# A host may build the library itself. To configure it shows where the library will lie, and whether its model is there.
+cmake -G Ninja -S "$tests/subproject" -B "$work/subproject" -DTARVEX_SOURCE_DIR="$tests/.." -DTARVEX_BUILD_GTK=OFF >/dev/null
+test -f "$(cat "$work/subproject/library_directory")/../share/tarvex/TrackingDataContainer.momd"
+
 # A host that links the core library alone pulls in neither a toolkit nor vision code.
 if ldd "$work/make/consumer/consumer" "$libdir/libtarvex.so" | grep -E 'libgtk|libgst|XNNPACK'; then
     echo "The core library links what only its modules may link." >&2
