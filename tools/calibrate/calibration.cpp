@@ -1,9 +1,9 @@
 #include "calibrate/calibration.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "platform/camera/calibration_file.h"
+#include "platform/camera/vision/eye_place.h"
 
 namespace tarvex::camera {
 namespace {
@@ -15,14 +15,7 @@ constexpr std::size_t fewest = 20;
 constexpr double widestSpread = 0.04;  // of the median, between the quartiles: more, and the head moved
 
 double eyeDistance(const Anchor& face, const Transform& eye) {
-    double square = 0;
-    for (std::size_t row = 0; row < 3; ++row) {
-        double coordinate = face.transform.columns.at(12 + row);
-        for (std::size_t axis = 0; axis < 3; ++axis)
-            coordinate += face.transform.columns.at(4 * axis + row) * eye.columns.at(12 + axis);
-        square += coordinate * coordinate;
-    }
-    return 100 * std::sqrt(square);
+    return 100 * eyePlace(face, eye).distance();
 }
 
 double quantile(std::vector<double> values, double part) {

@@ -4,7 +4,6 @@
 #include <Eigen/Geometry>
 #include <algorithm>
 #include <cmath>
-#include <numbers>
 
 #include "platform/camera/vision/canonical_face.h"
 
@@ -198,10 +197,8 @@ Transform transformOf(const Matrix3d& rotation, const Vector3d& translation) {
 }  // namespace
 
 std::optional<Anchor> headPose(const FacePoints& points, int width, int height, const FaceGeometry& geometry) {
-    const double halfAngle = geometry.horizontalFieldOfView * std::numbers::pi / 360;
-    const double focalLength = width / 2.0 / std::tan(halfAngle);
     const double scale = geometry.interpupillaryDistance / canonicalInterpupillaryDistance;
-    const Problem problem = problemOf(points, width, height, focalLength, scale);
+    const Problem problem = problemOf(points, width, height, geometry.focalLength(width), scale);
     const auto found = fit(problem);
     if (!found) return std::nullopt;
     const double eyeWidth = (problem.seen.at(rightOuterCanthus) - problem.seen.at(leftOuterCanthus)).norm();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cmath>
+#include <numbers>
 #include <optional>
 
 #include "platform/camera/vision/face_mesh.h"
@@ -11,6 +13,11 @@ namespace tarvex::camera {
 struct FaceGeometry {
     double horizontalFieldOfView = 63;      ///< degrees, of the whole frame's width
     double interpupillaryDistance = 0.063;  ///< metres
+
+    /// In pixels, for frames of that width.
+    double focalLength(int width) const {
+        return width / 2.0 / std::tan(horizontalFieldOfView * std::numbers::pi / 360);
+    }
 };
 
 /// Places the face in space from where its points lie in a frame of width × height pixels; absent when the points are
