@@ -1,23 +1,27 @@
 // How right and how fast face tracking is, measured on photographs of real faces.
-// usage: tarvex_face_accuracy MODEL-DIRECTORY PICTURE...
+// usage: tarvex_face_accuracy MODEL-DIRECTORY FACE-PLACES PICTURE-DIRECTORY
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <expected>
 #include <filesystem>
 #include <functional>
 #include <random>
-#include <span>
 #include <string>
 #include <vector>
 
 #include "accuracy/error_summary.h"
+#include "accuracy/photograph_session.h"
 #include "accuracy/posed_head.h"
 #include "accuracy/printed_face.h"
+#include "accuracy/seen_eyes.h"
 #include "benchmark_memory.h"
 #include "platform/camera/vision/face_locator.h"
 #include "platform/camera/vision/face_models.h"
 #include "platform/camera/vision/neural_network.h"
+#include "process_figures.h"
 
 namespace tarvex::benchmarks {
 namespace {
@@ -26,7 +30,8 @@ using camera::FaceFinder;
 
 constexpr camera::FaceGeometry geometry;
 constexpr double referenceDepth = 0.5;  // metres
-constexpr std::uint8_t wall = 120;      // the shade around a print
+constexpr std::array depths{0.25, 0.3, 0.35, 0.4, 0.45, 0.5, 0.55, 0.6, 0.65, 0.7, 0.75, 0.8};
+constexpr std::uint8_t wall = 120;  // the shade around a print
 
 struct Mode {
     int width;
@@ -34,27 +39,22 @@ struct Mode {
 };
 constexpr Mode modes[] = {{.width = 640, .height = 480}, {.width = 1280, .height = 720}};
 
-double focalLength(const Mode& mode) {
-    return mode.width / 2.0 / std::tan(geometry.horizontalFieldOfView / 2 * std::acos(-1.0) / 180);
-}
-
 /// What the camera sees of a print of natural size, straight ahead and `depth` metres away.
 Picture frameOf(const PrintedFace& face, const Mode& mode, double depth, double shiftX = 0, double shiftY = 0) {
     Picture frame(mode.width, mode.height, wall);
-    const double eyePixels = focalLength(mode) * geometry.interpupillaryDistance / depth;
+    const double eyePixels = geometry.focalLength(mode.width) * geometry.interpupillaryDistance / depth;
     const double side = face.surroundings.width * eyePixels / face.eyeSpacing;
     drawPrint(frame, face.surroundings, mode.width / 2.0 + shiftX, mode.height / 2.0 + shiftY, side);
     return frame;
 }
 
-/// How far an eye of a print is: beside the line of sight, and 7 mm behind the print that its corners are on. `side` is
-/// 1 for the left eye and -1 for the right one; `scale` is how large the print's face is beside the average one.
-double trueDistance(double depth, double scale, const FacePlace& place, const Mode& mode, double side) {
+/// How far an eye of a print is that is seen at `place` when the print is at the reference depth: beside the line of
+/// sight by as much as then, and 7 mm behind the print that its corners are on. `scale` is how large the print's face
+/// is beside the average one.
+double trueDistance(double depth, double scale, const FromMiddle& place, double focalLength) {
     constexpr double behind = 0.007;
-    const double perPixel = referenceDepth / focalLength(mode) * scale;
-    const double x = (place.x - mode.width / 2.0) * perPixel + side * geometry.interpupillaryDistance * scale / 2;
-    const double y = (place.y - mode.height / 2.0) * perPixel;
-    return std::hypot(x, y, depth * scale + behind);
+    const double perPixel = referenceDepth / focalLength * scale;
+    return std::hypot(place.right * perPixel, place.down * perPixel, depth * scale + behind);
 }
 
 struct PrintErrors {
@@ -65,35 +65,28 @@ struct PrintErrors {
 };
 
 void measurePrint(const FaceFinder& finder, const PrintedFace& face, const Mode& mode, PrintErrors& errors) {
-    const Picture reference = frameOf(face, mode, referenceDepth);
-    const auto base = finder(reference.frame());
-    ++errors.shown;
-    if (!base) return;
-    ++errors.found;
-    const EyeDistances baseSeen = distancesOf(*base);
-    const FacePlace place = placeOf(*base, reference.frame(), geometry.horizontalFieldOfView);
+    const auto base = finder(frameOf(face, mode, referenceDepth).frame());
+    const double focalLength = geometry.focalLength(mode.width);
+    const auto seenAtBase = base ? distancesOf(*base) : BothEyes<double>{};
+    const auto places = base ? pixelsOf(*base, focalLength) : BothEyes<FromMiddle>{};
     // The finder's own reading of the reference sets the print's scale: only ratios are measured.
-    const double scale = (baseSeen.left + baseSeen.right) / 2 / referenceDepth;
-    const auto trueDistances = [&](double depth) {
-        return EyeDistances{.left = trueDistance(depth, scale, place, mode, 1),
-                            .right = trueDistance(depth, scale, place, mode, -1)};
+    const double scale = meanOf(seenAtBase) / referenceDepth;
+    const auto truthAt = [&](double depth) {
+        return BothEyes<double>{.left = trueDistance(depth, scale, places.left, focalLength),
+                                .right = trueDistance(depth, scale, places.right, focalLength)};
     };
-    const EyeDistances baseTruth = trueDistances(referenceDepth);
-    for (int centimetres = 25; centimetres <= 80; centimetres += 5) {
-        const double depth = centimetres / 100.0;
-        if (depth == referenceDepth) continue;
+    const auto trueAtBase = truthAt(referenceDepth);
+    for (const double depth : depths) {
         ++errors.shown;
-        const Picture frame = frameOf(face, mode, depth);
-        const auto anchor = finder(frame.frame());
+        const auto anchor = depth == referenceDepth ? base : finder(frameOf(face, mode, depth).frame());
         if (!anchor) continue;
         ++errors.found;
-        const EyeDistances seen = distancesOf(*anchor);
-        const EyeDistances truth = trueDistances(depth);
-        errors.eachEye.add(seen.left / baseSeen.left / (truth.left / baseTruth.left) - 1);
-        errors.eachEye.add(seen.right / baseSeen.right / (truth.right / baseTruth.right) - 1);
-        errors.bothEyes.add((seen.left + seen.right) / (baseSeen.left + baseSeen.right) /
-                                ((truth.left + truth.right) / (baseTruth.left + baseTruth.right)) -
-                            1);
+        if (!base || depth == referenceDepth) continue;
+        const auto seen = distancesOf(*anchor);
+        const auto truth = truthAt(depth);
+        errors.eachEye.add(seen.left / seenAtBase.left / (truth.left / trueAtBase.left) - 1);
+        errors.eachEye.add(seen.right / seenAtBase.right / (truth.right / trueAtBase.right) - 1);
+        errors.bothEyes.add(meanOf(seen) / meanOf(seenAtBase) / (meanOf(truth) / meanOf(trueAtBase)) - 1);
     }
 }
 
@@ -150,18 +143,54 @@ void printSpeed(const FaceFinder& finder, const std::filesystem::path& models, c
     for (const Mode& mode : modes) {
         const Picture frame = frameOf(face, mode, referenceDepth);
         std::vector<double> whole;
-        std::vector<double> bare;
+        std::vector<double> eachTwice;
+        std::vector<double> detectorOnce;
         for (int round = 0; round < rounds; ++round) {
             whole.push_back(millisecondsOf([&] { static_cast<void>(finder(frame.frame())); }));
-            // Each network looks twice: at what the camera sees, and again closer.
-            bare.push_back(millisecondsOf([&] { run(detector), run(mesh), run(detector), run(mesh); }));
+            // The tracker runs each network twice: over what the camera sees, and again closer.
+            eachTwice.push_back(millisecondsOf([&] { run(detector), run(mesh), run(detector), run(mesh); }));
+            detectorOnce.push_back(millisecondsOf([&] { run(detector), run(mesh), run(mesh); }));
         }
-        std::printf("| one frame %d×%d | %.2f ms | %.2f ms | %.2f × |\n", mode.width, mode.height, median(whole),
-                    median(bare), median(whole) / median(bare));
+        std::printf("| one frame %d×%d | %.2f ms | %.2f ms, %.2f × | %.2f ms, %.2f × |\n", mode.width, mode.height,
+                    median(whole), median(eachTwice), median(whole) / median(eachTwice), median(detectorOnce),
+                    median(whole) / median(detectorOnce));
     }
 }
 
-int measure(const std::filesystem::path& models, std::span<char*> picturePaths) {
+/// What the photographs hold: their faces, and what of them is none.
+struct Material {
+    std::vector<Picture> photographs;
+    std::vector<PrintedFace> faces;
+    std::vector<camera::Frame> faceless;
+
+    static std::expected<Material, std::string> load(const std::filesystem::path& facePlaces,
+                                                     const std::filesystem::path& pictures) {
+        const auto marked = readMarkedFaces(facePlaces);
+        if (!marked) return std::unexpected(marked.error());
+        Material material;
+        material.photographs.reserve(marked->size());  // the parts look into them
+        for (const auto& [name, places] : *marked) {
+            auto photograph = Picture::load(pictures / name);
+            if (!photograph) return std::unexpected(photograph.error());
+            const Picture& kept = material.photographs.emplace_back(std::move(*photograph));
+            auto faces = printedFaces(kept, name, places);
+            if (!faces) return std::unexpected(faces.error());
+            std::ranges::move(*faces, std::back_inserter(material.faces));
+            std::ranges::move(partsWithoutFaces(kept, places), std::back_inserter(material.faceless));
+        }
+        return material;
+    }
+};
+
+int measure(const std::filesystem::path& models, const std::filesystem::path& facePlaces,
+            const std::filesystem::path& pictures) {
+    constexpr std::chrono::seconds watched(20);
+    const auto photograph = pictures / "sample5.jpg";
+    // In a process that has done nothing yet, and that does nothing else.
+    const double memoryWithSource = figureOfChild([&] {
+        const auto session = photographSession(models, photograph, std::chrono::seconds(0));
+        return session ? session->openMemory : -1;
+    });
     const auto memoryBefore = residentMemory();
     std::expected<FaceFinder, std::string> finder;
     std::vector<double> loading;
@@ -171,26 +200,20 @@ int measure(const std::filesystem::path& models, std::span<char*> picturePaths) 
         std::fprintf(stderr, "%s\n", finder.error().c_str());
         return 1;
     }
-    const auto memoryAfter = residentMemory();
+    const auto memoryLoaded = residentMemory();
+    const auto material = Material::load(facePlaces, pictures);
+    if (!material) {
+        std::fprintf(stderr, "%s\n", material.error().c_str());
+        return 1;
+    }
+    const auto& faces = material->faces;
+    const Picture firstFrame = frameOf(faces.front(), modes[0], referenceDepth);
+    const auto memoryBeforeLook = residentMemory();
+    static_cast<void>((*finder)(firstFrame.frame()));
+    const auto memoryLooked = memoryLoaded + (residentMemory() - memoryBeforeLook);
     for (int round = 0; round < 9; ++round)
         loading.push_back(millisecondsOf(load));
-
-    std::vector<Picture> photographs;
-    std::vector<PrintedFace> faces;
-    std::vector<camera::Frame> faceless;
-    photographs.reserve(picturePaths.size());  // the parts look into them
-    for (const char* path : picturePaths) {
-        auto photograph = Picture::load(path);
-        if (!photograph) {
-            std::fprintf(stderr, "%s\n", photograph.error().c_str());
-            return 1;
-        }
-        const Picture& kept = photographs.emplace_back(std::move(*photograph));
-        const auto places = facesIn(kept, *finder);
-        std::ranges::move(printedFaces(kept, places), std::back_inserter(faces));
-        std::ranges::move(partsWithoutFaces(kept, places), std::back_inserter(faceless));
-    }
-
+    std::vector<camera::Frame> faceless = material->faceless;
     std::mt19937 random(20251122);
     std::vector<Picture> noise(40, Picture(320, 320, 0));
     for (Picture& picture : noise) {
@@ -198,7 +221,7 @@ int measure(const std::filesystem::path& models, std::span<char*> picturePaths) 
         faceless.push_back(picture.frame());
     }
 
-    std::printf("%zu faces cut out of %zu photographs\n\n", faces.size(), photographs.size());
+    std::printf("%zu faces cut out of %zu photographs\n\n", faces.size(), material->photographs.size());
     std::printf("| Distance ratio | mean | max | found |\n|---|---|---|---|\n");
     for (const Mode& mode : modes) {
         PrintErrors errors;
@@ -219,20 +242,36 @@ int measure(const std::filesystem::path& models, std::span<char*> picturePaths) 
         std::ranges::count_if(faceless, [&](const camera::Frame& part) { return (*finder)(part).has_value(); });
     std::printf("False finds: %td in %zu pictures without a face\n\n", falseFinds, faceless.size());
 
-    std::printf("| Speed | whole | the networks alone | ratio |\n|---|---|---|---|\n");
-    if (!faces.empty()) printSpeed(*finder, models, faces.front());
-    std::printf("\nLoading the networks: %.0f ms (the first time %.0f ms); memory: %.1f MB\n", median(loading),
-                loading.front(), static_cast<double>(memoryAfter - memoryBefore) / 1e6);
-    return faces.empty() ? 1 : 0;
+    std::printf("| Speed | whole | each network twice | detector once, mesh twice |\n|---|---|---|---|\n");
+    printSpeed(*finder, models, faces.front());
+
+    const auto megabytes = [](double bytes) { return bytes / 1e6; };
+    const auto megabytesSince = [&](std::int64_t memory) {
+        return megabytes(static_cast<double>(memory - memoryBefore));
+    };
+    std::printf("\n| Cost | |\n|---|---|\n");
+    std::printf("| loading the networks, the first time / again | %.0f / %.0f ms |\n", loading.front(),
+                median(loading));
+    std::printf("| memory, frames excluded: loaded / after the first look | %.1f / %.1f MB |\n",
+                megabytesSince(memoryLoaded), megabytesSince(memoryLooked));
+    std::printf("| memory with a photograph as the camera, open | %.1f MB |\n", megabytes(memoryWithSource));
+    const auto session = photographSession(models, photograph, watched);
+    if (!session || memoryWithSource < 0) {
+        std::fprintf(stderr, "no face was measured in %s\n", photograph.c_str());
+        return 1;
+    }
+    std::printf("| paused for %lld s: voluntary context switches / processor time | %.0f / %.1f ms |\n",
+                static_cast<long long>(watched.count()), session->pausedSwitches, session->pausedProcessor);
+    return 0;
 }
 
 }  // namespace
 }  // namespace tarvex::benchmarks
 
 int main(int argc, char** argv) {
-    if (argc < 3) {
-        std::fprintf(stderr, "usage: %s MODEL-DIRECTORY PICTURE...\n", argv[0]);
+    if (argc != 4) {
+        std::fprintf(stderr, "usage: %s MODEL-DIRECTORY FACE-PLACES PICTURE-DIRECTORY\n", argv[0]);
         return 2;
     }
-    return tarvex::benchmarks::measure(argv[1], std::span(argv, static_cast<std::size_t>(argc)).subspan(2));
+    return tarvex::benchmarks::measure(argv[1], argv[2], argv[3]);
 }

@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-#include "accuracy/printed_face.h"
+#include "accuracy/seen_eyes.h"
 #include "platform/camera/vision/canonical_face.h"
 #include "platform/camera/vision/head_pose.h"
 
@@ -50,10 +50,10 @@ Vector3d placed(const Vector3d& point, const Pose& pose) {
     return turn * point - Vector3d(0, 0, pose.depth);
 }
 
-std::optional<EyeDistances> measured(const std::vector<Vector3d>& face, const Pose& pose, std::mt19937& random) {
+std::optional<BothEyes<double>> measured(const std::vector<Vector3d>& face, const Pose& pose, std::mt19937& random) {
     std::normal_distribution<double> noise(0, pixelNoise);
     const camera::FaceGeometry geometry;
-    const double focalLength = width / 2.0 / std::tan(radians(geometry.horizontalFieldOfView / 2));
+    const double focalLength = geometry.focalLength(width);
     camera::FacePoints points{};
     for (std::size_t place = 0; place < face.size(); ++place) {
         const Vector3d point = placed(face[place], pose);
@@ -66,7 +66,7 @@ std::optional<EyeDistances> measured(const std::vector<Vector3d>& face, const Po
     return distancesOf(*anchor);
 }
 
-EyeDistances truth(const Pose& pose) {
+BothEyes<double> truth(const Pose& pose) {
     const auto [x, y, z] = camera::canonicalLeftEye;
     return {.left = placed({x, y, z}, pose).norm(), .right = placed({-x, y, z}, pose).norm()};
 }
@@ -80,14 +80,14 @@ ErrorSummary posedHeads(std::mt19937& random) {
         const auto face = someFace(random);
         const auto base = measured(face, reference, random);
         if (!base) continue;
-        const EyeDistances baseTruth = truth(reference);
+        const BothEyes<double> baseTruth = truth(reference);
         for (const double depth : {0.25, 0.4, 0.6, 0.8}) {
             for (const double yaw : {-30.0, -15.0, 0.0, 15.0, 30.0}) {
                 for (const double pitch : {-20.0, 0.0, 20.0}) {
                     const Pose pose{.yaw = yaw, .pitch = pitch, .depth = depth};
                     const auto seen = measured(face, pose, random);
                     if (!seen) continue;
-                    const EyeDistances expected = truth(pose);
+                    const BothEyes<double> expected = truth(pose);
                     summary.add((seen->left / base->left) / (expected.left / baseTruth.left) - 1);
                     summary.add((seen->right / base->right) / (expected.right / baseTruth.right) - 1);
                 }

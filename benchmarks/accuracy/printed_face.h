@@ -1,6 +1,9 @@
 #pragma once
 
-#include <optional>
+#include <expected>
+#include <filesystem>
+#include <map>
+#include <string>
 #include <vector>
 
 #include "accuracy/picture.h"
@@ -8,32 +11,28 @@
 
 namespace tarvex::benchmarks {
 
+/// Where in a photograph a face is, in pixels.
+struct FacePlace {
+    double x = 0;  ///< of the point between the eyes
+    double y = 0;
+    double eyeSpacing = 0;  ///< between the eyes' centres, as if the face were turned to the camera
+};
+
+/// The faces of each photograph as people marked them, by the photograph's file name; one sentence when the list cannot
+/// be read.
+using MarkedFaces = std::map<std::string, std::vector<FacePlace>>;
+std::expected<MarkedFaces, std::string> readMarkedFaces(const std::filesystem::path& list);
+
 /// A face of a photograph with what is around it, and how large it is.
 struct PrintedFace {
     camera::Frame surroundings;  ///< a square; the face is in its middle
-    double eyeSpacing = 0;       ///< pixels between the eyes' centres
+    double eyeSpacing = 0;       ///< pixels, as in its place
+    std::string name;            ///< for a person
 };
 
-/// The eyes' distances from the camera, in metres.
-struct EyeDistances {
-    double left = 0;
-    double right = 0;
-};
-EyeDistances distancesOf(const platform::Anchor& face);
-
-/// Where in the frame a point between the eyes lies, and how many pixels they are apart.
-struct FacePlace {
-    double x = 0;
-    double y = 0;
-    double eyeSpacing = 0;
-};
-FacePlace placeOf(const platform::Anchor& face, const camera::Frame& frame, double horizontalFieldOfView);
-
-/// Every face that the finder meets in squares of several sizes laid over the photograph.
-std::vector<FacePlace> facesIn(const Picture& photograph, const camera::FaceFinder& finder);
-
-/// The faces that are large enough and far enough from the edge to be cut out.
-std::vector<PrintedFace> printedFaces(const Picture& photograph, const std::vector<FacePlace>& faces);
+/// The faces with their surroundings; one sentence on one whose surroundings the photograph does not hold.
+std::expected<std::vector<PrintedFace>, std::string> printedFaces(const Picture& photograph, const std::string& name,
+                                                                  const std::vector<FacePlace>& faces);
 
 /// Squares of the photograph that hold none of the faces.
 std::vector<camera::Frame> partsWithoutFaces(const Picture& photograph, const std::vector<FacePlace>& faces);
