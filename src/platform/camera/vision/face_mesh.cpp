@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <numbers>
 #include <utility>
 
 namespace tarvex::camera {
@@ -15,10 +14,6 @@ constexpr std::size_t rightOuterCorner = 33;
 constexpr std::size_t leftOuterCorner = 263;
 constexpr float margin = 1.5F;
 constexpr ChannelRange zeroToOne{.scale = 1 / 255.0F, .offset = 0};
-
-// A square that moves by less than this part of its side shows the network the same picture.
-constexpr float settledChange = 0.08F;
-constexpr int mostLooks = 4;
 
 // A logit: 98 % sure. A profile, on which the mesh sees eyes that are not there, stays below; faces lie above.
 constexpr float leastPresence = 3.9F;
@@ -42,13 +37,6 @@ ImageRegion squareAround(const FacePoints& points) {
             .angle = angle};
 }
 
-bool isSettled(const ImageRegion& before, const ImageRegion& after) {
-    const float moved = std::hypot(after.centre.x - before.centre.x, after.centre.y - before.centre.y);
-    const float turned = std::abs(std::remainder(after.angle - before.angle, 2 * std::numbers::pi_v<float>));
-    const float change = std::max({moved / before.side, std::abs(after.side / before.side - 1), turned});
-    return change < settledChange;
-}
-
 }  // namespace
 
 std::expected<FaceMesh, std::string> FaceMesh::make(NeuralNetwork network) {
@@ -63,15 +51,10 @@ std::expected<FaceMesh, std::string> FaceMesh::make(NeuralNetwork network) {
 
 FaceMesh::FaceMesh(NeuralNetwork network) : network_(std::move(network)) {}
 
-std::optional<FacePoints> FaceMesh::pointsIn(ImagePyramid& pyramid, ImageRegion region) {
-    std::optional<FacePoints> points = look(pyramid, region);
-    for (int looks = 1; points && looks < mostLooks; ++looks) {
-        const ImageRegion next = squareAround(*points);
-        if (looks > 1 && isSettled(region, next)) break;
-        region = next;
-        points = look(pyramid, region);
-    }
-    return points;
+std::optional<FacePoints> FaceMesh::pointsIn(ImagePyramid& pyramid, const ImageRegion& region) {
+    const auto rough = look(pyramid, region);
+    if (!rough) return std::nullopt;
+    return look(pyramid, squareAround(*rough));
 }
 
 std::optional<FacePoints> FaceMesh::look(ImagePyramid& pyramid, const ImageRegion& region) {

@@ -20,9 +20,9 @@ public:
     /// The network as compiled from its model; one sentence when it is not a mesh's.
     static std::expected<FaceMesh, std::string> make(NeuralNetwork network);
 
-    /// The face in `region`; absent when there is none. The region may be rough: the mesh is placed again in the square
-    /// around what was found until that stays where it is.
-    std::optional<FacePoints> pointsIn(ImagePyramid& pyramid, ImageRegion region);
+    /// The face in `region`; absent when there is none. The region may be rough: the mesh is placed a second time, in
+    /// the square around what was found.
+    std::optional<FacePoints> pointsIn(ImagePyramid& pyramid, const ImageRegion& region);
 
 private:
     explicit FaceMesh(NeuralNetwork network);
