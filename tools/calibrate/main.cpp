@@ -69,10 +69,10 @@ void show(const Readings& readings) {
 }
 
 int calibrate(const Arguments& arguments) {
-    CameraSource source(arguments.device);
-    if (const auto usable = source.check(); !usable) return fail(usable.error());
     const auto finder = loadFaceFinder(modelDirectoryOf({}), {});
     if (!finder) return fail(finder.error());
+    CameraSource source(arguments.device);
+    if (const auto usable = source.check(); !usable) return fail(usable.error());
     const auto opened = source.open();
     if (!opened) return fail(opened.error());
 
