@@ -21,16 +21,18 @@ Paths entriesOf(const std::filesystem::path& directory) {
     return paths;
 }
 
-bool hasCamera() {
-    return std::ranges::any_of(entriesOf("/dev"),
-                               [](const auto& device) { return device.filename().string().starts_with("video"); });
+/// The library's own answer, which says on standard error why not.
+bool canUseCamera() {
+    tarvex::platform::Platform scratch;
+    tarvex::camera::addTo(scratch);
+    return scratch.faceTracking().isSupported();
 }
 
 }  // namespace
 
 tarvex::camera::Options cameraOrPhotographs(const std::optional<std::filesystem::path>& directory) {
-    if (hasCamera() || !directory) return {};
-    std::cout << "This machine has no camera: photographs of real faces are shown to the tracker,\n"
+    if (!directory || canUseCamera()) return {};
+    std::cout << "In the camera's place, photographs of real faces are shown to the tracker,\n"
                  "another one for each measurement.\n"
               << std::flush;
     Paths paths = entriesOf(*directory);

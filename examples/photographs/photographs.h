@@ -7,8 +7,8 @@
 
 namespace photographs {
 
-/// The machine's camera; where there is none, the photographs of faces in the directory, which is then said on standard
-/// output.
+/// The machine's camera; where none can be used, the photographs of faces in the directory, which is then said on
+/// standard output.
 tarvex::camera::Options cameraOrPhotographs(const std::optional<std::filesystem::path>& directory);
 
 }  // namespace photographs
