@@ -13,9 +13,11 @@ namespace {
 struct Release {
     void operator()(GKeyFile* file) const { g_key_file_unref(file); }
     void operator()(GError* error) const { g_error_free(error); }
+    void operator()(char* text) const { g_free(text); }
 };
 using KeyFile = std::unique_ptr<GKeyFile, Release>;
 using Error = std::unique_ptr<GError, Release>;
+using Text = std::unique_ptr<char, Release>;
 
 constexpr double least = 0.2;
 constexpr double most = 5;
@@ -32,12 +34,29 @@ std::string keyOf(int width, int height) {
     return std::to_string(width) + "x" + std::to_string(height);
 }
 
-KeyFile load(const std::filesystem::path& path) {
+/// What the file holds, nothing where there is none; one sentence when it cannot be read.
+std::expected<KeyFile, std::string> load(const std::filesystem::path& path) {
     KeyFile file(g_key_file_new());
     GError* error = nullptr;
-    g_key_file_load_from_file(file.get(), path.c_str(), G_KEY_FILE_KEEP_COMMENTS, &error);
-    const Error absentOrDamaged(error);  // either way it holds no factor
-    return file;
+    if (g_key_file_load_from_file(file.get(), path.c_str(), G_KEY_FILE_KEEP_COMMENTS, &error) != FALSE) return file;
+    const Error reason(error);
+    if (g_error_matches(reason.get(), G_FILE_ERROR, G_FILE_ERROR_NOENT) != FALSE) return file;
+    return std::unexpected(path.string() + " cannot be read: " + reason->message);
+}
+
+/// Written and synced under another name, then renamed; the directory is synced as well.
+std::expected<void, std::string> save(GKeyFile* file, const std::filesystem::path& path) {
+    constexpr int everybodyReads = 0644;
+    constexpr auto durably =
+        static_cast<GFileSetContentsFlags>(G_FILE_SET_CONTENTS_CONSISTENT | G_FILE_SET_CONTENTS_DURABLE);
+    gsize size = 0;
+    const Text text(g_key_file_to_data(file, &size, nullptr));
+    GError* error = nullptr;
+    if (g_file_set_contents_full(path.c_str(), text.get(), static_cast<gssize>(size), durably, everybodyReads,
+                                 &error) != FALSE)
+        return {};
+    const Error reason(error);
+    return std::unexpected(path.string() + " cannot be written: " + reason->message);
 }
 
 }  // namespace
@@ -49,10 +68,11 @@ bool canBeFactor(double number) {
 CalibrationFile::CalibrationFile() : path_(std::filesystem::path(g_get_user_config_dir()) / "tarvex" / "cameras.ini") {}
 
 std::optional<double> CalibrationFile::factor(std::string_view camera, int width, int height) const {
-    const KeyFile file = load(path_);
+    const auto file = load(path_);
+    if (!file) return std::nullopt;
     GError* error = nullptr;
     const double factor =
-        g_key_file_get_double(file.get(), groupOf(camera).c_str(), keyOf(width, height).c_str(), &error);
+        g_key_file_get_double(file->get(), groupOf(camera).c_str(), keyOf(width, height).c_str(), &error);
     const Error absentOrNoNumber(error);
     if (absentOrNoNumber || !canBeFactor(factor)) return std::nullopt;
     return factor;
@@ -62,12 +82,10 @@ std::expected<void, std::string> CalibrationFile::store(std::string_view camera,
                                                         double factor) const {
     std::error_code failure;
     std::filesystem::create_directories(path_.parent_path(), failure);
-    const KeyFile file = load(path_);
-    g_key_file_set_double(file.get(), groupOf(camera).c_str(), keyOf(width, height).c_str(), factor);
-    GError* error = nullptr;
-    if (g_key_file_save_to_file(file.get(), path_.c_str(), &error) != FALSE) return {};
-    const Error reason(error);
-    return std::unexpected(path_.string() + " cannot be written: " + reason->message);
+    const auto file = load(path_);
+    if (!file) return std::unexpected(file.error());  // to write it anew would lose the other cameras' factors
+    g_key_file_set_double(file->get(), groupOf(camera).c_str(), keyOf(width, height).c_str(), factor);
+    return save(file->get(), path_);
 }
 
 }  // namespace tarvex::camera

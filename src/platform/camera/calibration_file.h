@@ -21,7 +21,7 @@ public:
     /// What was stored; absent where nothing was, or nothing that can be a factor.
     std::optional<double> factor(std::string_view camera, int width, int height) const;
 
-    /// Durable when it returns; one sentence when it could not be written.
+    /// Durable when it returns; one sentence, and nothing changed, when the file could not be read or written.
     std::expected<void, std::string> store(std::string_view camera, int width, int height, double factor) const;
 
 private:

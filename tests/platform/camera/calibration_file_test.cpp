@@ -1,5 +1,6 @@
 #include "platform/camera/calibration_file.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -30,10 +31,18 @@ TEST(CalibrationFile, TakesNothingForAFactorThatCannotBeOne) {
         std::ofstream(path) << "[Front]\n640x480=" << value << "\n";
         EXPECT_EQ(CalibrationFile(path).factor("Front", 640, 480), std::nullopt);
     }
-    std::ofstream(path) << "no INI file";
+}
+
+TEST(CalibrationFile, LeavesAFileAloneThatItCannotReadOrWrite) {
+    const TemporaryDirectory directory;
+    const auto path = directory.path() / "cameras.ini";
+    const std::string damaged = "[Front]\n640x480=1.25\nno line of an INI file\n";
+    std::ofstream(path) << damaged;
     EXPECT_EQ(CalibrationFile(path).factor("Front", 640, 480), std::nullopt);
-    std::filesystem::create_directory(directory.path() / "directory");
-    EXPECT_FALSE(CalibrationFile(directory.path() / "directory").store("Front", 640, 480, 1));
+    EXPECT_THAT(CalibrationFile(path).store("Back", 640, 480, 1).error(), HasSubstr("cannot be read"));
+    std::ifstream file(path);
+    EXPECT_EQ(std::string(std::istreambuf_iterator(file), {}), damaged);
+    EXPECT_THAT(CalibrationFile(path / "no-directory.ini").store("Front", 640, 480, 1).error(), HasSubstr("cannot be"));
 }
 
 }  // namespace tarvex::camera
