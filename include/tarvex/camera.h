@@ -43,7 +43,8 @@ struct Options {
     Source source = CameraDevice{};
     double horizontalFieldOfView = 63;      ///< degrees, over the width of the frame
     double interpupillaryDistance = 0.063;  ///< metres between the centres of the user's eyes
-    /// Multiplies every distance. Default: what `tarvex-calibrate` stored for the camera and its mode, else 1.
+    /// Multiplies every distance. Default: what `tarvex-calibrate` stored for the camera and its frame size, else 1. A
+    /// stored factor holds for the default field of view and eye spacing: where either is set, it is not used.
     std::optional<double> calibrationFactor = std::nullopt;
     /// Where the two networks lie. Default: share/tarvex/face_models beside the library.
     std::optional<std::filesystem::path> modelDirectory = std::nullopt;

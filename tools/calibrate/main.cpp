@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "calibrate/calibration.h"
+#include "platform/camera/calibrated_finder.h"
 #include "platform/camera/calibration_file.h"
 #include "platform/camera/camera_face_tracking.h"
 #include "platform/camera/camera_source.h"
@@ -69,7 +70,7 @@ void show(const Readings& readings) {
 }
 
 int calibrate(const Arguments& arguments) {
-    const auto finder = loadFaceFinder(modelDirectoryOf({}), {});
+    const auto finder = loadFaceFinder(modelDirectoryOf({}), geometryOf({}));
     if (!finder) return fail(finder.error());
     CameraSource source(arguments.device);
     if (const auto usable = source.check(); !usable) return fail(usable.error());

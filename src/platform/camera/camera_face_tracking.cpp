@@ -1,11 +1,9 @@
 #include "platform/camera/camera_face_tracking.h"
 
 #include <iostream>
-#include <map>
-#include <optional>
 #include <utility>
 
-#include "platform/camera/calibration_file.h"
+#include "platform/camera/calibrated_finder.h"
 #include "platform/camera/camera_source.h"
 #include "platform/camera/capture/camera_scene_view.h"
 #include "platform/camera/vision/face_locator.h"
@@ -13,24 +11,6 @@
 
 namespace tarvex::camera {
 namespace {
-
-using platform::Anchor;
-using platform::Transform;
-
-void scaleTranslation(Transform& transform, double factor) {
-    for (std::size_t place = 12; place < 15; ++place)
-        transform.columns.at(place) = static_cast<float>(transform.columns.at(place) * factor);
-}
-
-/// The anchor with every distance multiplied, those of the eyes within the face included.
-Anchor scaled(Anchor anchor, double factor) {
-    scaleTranslation(anchor.transform, factor);
-    if (anchor.face) {
-        scaleTranslation(anchor.face->leftEyeTransform, factor);
-        scaleTranslation(anchor.face->rightEyeTransform, factor);
-    }
-    return anchor;
-}
 
 /// Opens what a run needs. The networks are loaded by the first run and kept; the calibration is read by each.
 class RunOpener {
@@ -40,32 +20,17 @@ public:
 
     std::expected<OpenCapture, std::string> open() {
         if (!finder_) {
-            auto finder = loadFaceFinder(modelDirectoryOf(*options_),
-                                         {.horizontalFieldOfView = options_->horizontalFieldOfView,
-                                          .interpupillaryDistance = options_->interpupillaryDistance});
+            auto finder = loadFaceFinder(modelDirectoryOf(*options_), geometryOf(*options_));
             if (!finder) return std::unexpected(finder.error());
             finder_ = std::move(*finder);
         }
         auto source = source_.open();
         if (!source) return std::unexpected(source.error());
-        return OpenCapture{.source = std::move(source->frames), .finder = calibrated(source->camera)};
+        return OpenCapture{.source = std::move(source->frames),
+                           .finder = calibratedFinder(finder_, *options_, source->camera, CalibrationFile())};
     }
 
 private:
-    FaceFinder calibrated(const std::string& camera) const {
-        return [finder = finder_, camera, given = options_->calibrationFactor,
-                stored = std::map<std::pair<int, int>, double>()](const Frame& frame) mutable -> std::optional<Anchor> {
-            const auto anchor = finder(frame);
-            if (!anchor) return std::nullopt;
-            if (given) return scaled(*anchor, *given);
-            if (camera.empty()) return anchor;
-            const std::pair size(frame.width, frame.height);
-            if (!stored.contains(size))
-                stored[size] = CalibrationFile().factor(camera, frame.width, frame.height).value_or(1);
-            return scaled(*anchor, stored[size]);
-        };
-    }
-
     std::shared_ptr<const Options> options_;
     CameraSource source_;
     FaceFinder finder_;
