@@ -139,11 +139,12 @@ private:
     std::unique_ptr<SystemInfo> systemInfo_;
     std::unique_ptr<Clock> clock_;
     std::unique_ptr<UuidGenerator> uuidGenerator_;
-    std::unique_ptr<FaceTracking> faceTracking_;
     std::unique_ptr<SceneGraph> sceneGraph_;
     std::unique_ptr<Application> application_;
     std::unique_ptr<CaptureDevice> captureDevice_;
     std::unique_ptr<ViewToolkit> viewToolkit_;
+    // Last, so that it goes first: its thread uses the others until then.
+    std::unique_ptr<FaceTracking> faceTracking_;
 };
 
 }  // namespace tarvex::platform

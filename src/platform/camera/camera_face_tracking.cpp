@@ -54,6 +54,12 @@ CameraFaceTracking::CameraFaceTracking(Options options)
       capture_(std::make_shared<CameraCapture>(
           [opener = std::make_shared<RunOpener>(options_)] { return opener->open(); })) {}
 
+// A view that pauses on the camera's thread holds the capture meanwhile: only an explicit end is sure to come from
+// here.
+CameraFaceTracking::~CameraFaceTracking() {
+    capture_->finish();
+}
+
 bool CameraFaceTracking::isSupported() const {
     const auto usable = checkOptions(*options_);
     if (usable) return true;

@@ -14,6 +14,10 @@ namespace tarvex::camera {
 class CameraFaceTracking final : public platform::FaceTracking {
 public:
     explicit CameraFaceTracking(Options options);
+    /// Waits for the look that the camera's thread is in, and for what it reports. Not on that thread.
+    ~CameraFaceTracking() override;
+    CameraFaceTracking(const CameraFaceTracking&) = delete;
+    CameraFaceTracking& operator=(const CameraFaceTracking&) = delete;
 
     /// Looks whether camera and networks are there; it opens and loads neither. Says why not, once, on standard error.
     bool isSupported() const override;

@@ -3,9 +3,11 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <future>
 #include <thread>
 
 #include "platform/camera/scripted_frame_source.h"
+#include "platform/linux/glm_scene_graph.h"
 #include "sensors/distance_tracking.h"
 #include "storage/persistence_controller.h"
 #include "storage/tracking_data.h"
@@ -40,6 +42,7 @@ struct Tracked {
     }
     // What waits in the queues holds on to what the platform is made of.
     ~Tracked() {
+        if (!platform) return;
         queues->runMain();
         queues->advance(std::chrono::hours(1));
     }
@@ -126,6 +129,35 @@ TEST(CameraTracking, IsNotSupportedWithoutACameraOrModelsAndSaysWhyOnce) {
         const std::string said = ::testing::internal::GetCapturedStderr();
         EXPECT_THAT(said, HasSubstr(c.reason));
         EXPECT_EQ(std::ranges::count(said, '\n'), 1);
+    }
+}
+
+TEST(CameraTracking, ThePlatformMayGoWhileAFaceIsReported) {
+    /// Pauses again and again, so that the platform goes while the view is at it.
+    struct Pausing final : platform::FaceTrackingDelegate {
+        std::shared_ptr<platform::SceneNode> nodeForAnchor(const platform::Anchor& /*anchor*/) override {
+            return platform::GlmSceneGraph().makeNode();
+        }
+        void didUpdateNode(platform::SceneNode& /*node*/, const platform::Anchor& /*anchor*/) override {
+            reported.set_value();
+            for (int pause = 0; pause < 100'000; ++pause)
+                session->pause();
+        }
+        platform::FaceTrackingSession* session = nullptr;
+        std::promise<void> reported;
+    };
+    for (int round = 0; round < 5; ++round) {
+        Tracked tracked(photographOptions());
+        const auto view = tracked.platform->faceTracking().makeSceneView();
+        const auto delegate = std::make_shared<Pausing>();
+        delegate->session = &view->session();
+        view->setDelegate(delegate);
+        view->session().run({}, {});
+        delegate->reported.get_future().wait();
+        tracked.store.reset();
+        tracked.platform.reset();
+        view->session().run({}, {});
+        view->session().pause();
     }
 }
 

@@ -40,6 +40,10 @@ CameraCapture::CameraCapture(CaptureOpener open) : open_(std::move(open)) {
 }
 
 CameraCapture::~CameraCapture() {
+    finish();
+}
+
+void CameraCapture::finish() {
     {
         const std::lock_guard lock(live().mutex);
         std::erase(live().captures, this);

@@ -42,12 +42,16 @@ using CaptureOpener = std::function<std::expected<OpenCapture, std::string>()>;
 class CameraCapture {
 public:
     explicit CameraCapture(CaptureOpener open);
-    /// Closes the source after the look it is in. Not to be destroyed on the capture's own thread.
-    ///
-    /// When the process exits first, its exit does the same, and waits for at most two seconds.
     ~CameraCapture();
     CameraCapture(const CameraCapture&) = delete;
     CameraCapture& operator=(const CameraCapture&) = delete;
+
+    /// Closes the source after the look it is in and waits for the capture's thread to end; later runs do nothing. For
+    /// the owner, once and on another thread: whoever holds this for the length of a call may then be the last to let
+    /// go of it, on any thread.
+    ///
+    /// When the process exits first, its exit does the same, and waits for at most two seconds.
+    void finish();
 
     /// The observer becomes the newest; it is held weakly. A source that is open stays open.
     void run(const std::shared_ptr<FaceObserver>& observer);
