@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <optional>
 
@@ -17,6 +18,9 @@ public:
 
     /// The square around the nearest face, upright by its eyes; absent where no face is.
     std::optional<ImageRegion> nearestFace(ImagePyramid& pyramid);
+
+    /// Blackens what the network was shown last.
+    void forget() { std::ranges::fill(network_.input(), 0.0F); }
 
 private:
     struct Detection;

@@ -9,7 +9,7 @@
 namespace tarvex::camera {
 
 /// Finds the nearest face in a frame and places it in space: metres from the camera, x to the right, y up, z against
-/// the viewing direction. Nothing of the frame is kept. Used by one thread at a time.
+/// the viewing direction. No pixel of the frame is kept. Used by one thread at a time.
 using FaceFinder = std::function<std::optional<platform::Anchor>(const Frame&)>;
 
 }  // namespace tarvex::camera

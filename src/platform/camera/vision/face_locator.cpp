@@ -24,6 +24,14 @@ public:
 
     std::optional<Anchor> locate(const Frame& frame) {
         if (frame.width < smallestSide || frame.height < smallestSide) return std::nullopt;
+        const auto anchor = look(frame);
+        detector_.forget();
+        mesh_.forget();
+        return anchor;
+    }
+
+private:
+    std::optional<Anchor> look(const Frame& frame) {
         ImagePyramid pyramid(frame);
         const auto region = detector_.nearestFace(pyramid);
         if (!region) return std::nullopt;
@@ -32,7 +40,6 @@ public:
         return headPose(*points, frame.width, frame.height, geometry_);
     }
 
-private:
     FaceDetector detector_;
     FaceMesh mesh_;
     FaceGeometry geometry_;

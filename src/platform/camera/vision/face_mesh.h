@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <expected>
 #include <optional>
@@ -23,6 +24,9 @@ public:
     /// The face in `region`; absent when there is none. The region may be rough: the mesh is placed a second time, in
     /// the square around what was found.
     std::optional<FacePoints> pointsIn(ImagePyramid& pyramid, const ImageRegion& region);
+
+    /// Blackens what the network was shown last.
+    void forget() { std::ranges::fill(network_.input(), 0.0F); }
 
 private:
     explicit FaceMesh(NeuralNetwork network);
