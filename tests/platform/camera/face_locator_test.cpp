@@ -13,7 +13,6 @@
 
 #include "platform/camera/capture/gst_frame_source.h"
 #include "platform/camera/vision/face_models.h"
-#include "platform/camera/vision/tflite_model.h"
 #include "temporary_directory.h"
 
 namespace tarvex::camera {
@@ -128,27 +127,6 @@ TEST(FaceModels, AreRefusedWhenAbsentTruncatedOrAltered) {
     fs::copy_file(models / detectorModel.name, detector, fs::copy_options::overwrite_existing);
     std::fstream(detector, std::ios::in | std::ios::out | std::ios::binary).seekp(100'000).put('x');
     EXPECT_THAT(loadFaceFinder(directory.path(), {}).error(), HasSubstr("is not the model"));
-}
-
-TEST(TfliteModel, ReadsTheNetworksAndNothingThatWasCutOrBent) {
-    std::mt19937 random(7);
-    for (const FaceModelFile& file : {detectorModel, meshModel}) {
-        SCOPED_TRACE(file.name);
-        auto bytes = readFaceModel(models, file).value();
-        ASSERT_TRUE(TfliteModel::parse(bytes));
-        for (std::size_t length = 0; length < bytes.size(); length += bytes.size() / 50)
-            EXPECT_FALSE(TfliteModel::parse(std::span(bytes).first(length))) << length;
-        // Wherever a byte is wrong, the answer is a model whose shapes fit, or a sentence.
-        for (int round = 0; round < 300; ++round) {
-            std::byte& byte = bytes[random() % bytes.size()];
-            const std::byte kept = std::exchange(byte, std::byte(random()));
-            const auto model = TfliteModel::parse(bytes);
-            if (!model) {
-                EXPECT_NE(model.error(), "");
-            }
-            byte = kept;
-        }
-    }
 }
 
 }  // namespace tarvex::camera

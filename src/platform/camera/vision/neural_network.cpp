@@ -3,6 +3,7 @@
 
 #include <xnnpack.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <glm/gtc/packing.hpp>
@@ -90,7 +91,7 @@ public:
     const std::vector<External>& externals() const { return externals_; }
 
 private:
-    /// A concatenation that makes an output is left out: its inputs are written to where they lie in that output.
+    /// A concatenation that only makes an output is left out: its inputs are written to where they lie in that output.
     bool isExported(const TfliteModel::Operator& oper) const {
         return oper.kind == Kind::concatenation && exported_.contains(oper.output);
     }
@@ -106,7 +107,7 @@ private:
         for (std::size_t output = 0; output < model_.outputs.size(); ++output) {
             const std::size_t tensor = model_.outputs[output];
             const TfliteModel::Operator* concatenation = concatenationOf(tensor);
-            if (concatenation == nullptr || !partsLieInARow(*concatenation)) {
+            if (concatenation == nullptr || !partsLieInARow(*concatenation) || isRead(tensor)) {
                 addExternal(tensor, output, 0);
                 continue;
             }
@@ -117,6 +118,12 @@ private:
                 offset += model_.tensors[part].elementCount();
             }
         }
+    }
+
+    bool isRead(std::size_t tensor) const {
+        return std::ranges::any_of(model_.operators, [&](const auto& oper) {
+            return std::ranges::find(oper.inputs, tensor) != oper.inputs.end();
+        });
     }
 
     bool partsLieInARow(const TfliteModel::Operator& concatenation) const {

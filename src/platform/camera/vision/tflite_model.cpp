@@ -47,6 +47,8 @@ enum : std::size_t { width = 3, height = 4, activation = 5 };
 }  // namespace schema
 
 constexpr std::size_t mostTensors = 4096;
+constexpr std::size_t mostDimensions = 4;
+constexpr std::size_t mostInputs = 256;  // of one operator: only a concatenation has more than three
 constexpr std::size_t mostElements = std::size_t{1} << 22;
 constexpr std::size_t mostElementsTogether = std::size_t{1} << 25;
 
@@ -99,7 +101,9 @@ std::expected<TfliteModel::Number, std::string> numberOf(std::int8_t type) {
 std::expected<TfliteModel::Tensor, std::string> tensorOf(const FlatBufferTable& table, const FlatBufferTable& model) {
     TfliteModel::Tensor tensor;
     std::size_t elements = 1;
-    for (const std::int32_t length : integers(table.numbers(schema::tensor::shape, sizeof(std::int32_t)))) {
+    const auto shape = integers(table.numbers(schema::tensor::shape, sizeof(std::int32_t)));
+    if (shape.size() > mostDimensions) return Failure("a tensor of more than four dimensions");
+    for (const std::int32_t length : shape) {
         if (length <= 0 || static_cast<std::size_t>(length) > mostElements / elements)
             return Failure("a tensor of a length that cannot be");
         elements *= static_cast<std::size_t>(length);
@@ -118,7 +122,9 @@ std::expected<TfliteModel::Tensor, std::string> tensorOf(const FlatBufferTable& 
 std::expected<std::vector<std::size_t>, std::string> placesIn(const FlatBufferTable& table, std::size_t field,
                                                               std::size_t tensors) {
     std::vector<std::size_t> places;
-    for (const std::int32_t place : integers(table.numbers(field, sizeof(std::int32_t)))) {
+    const auto numbers = integers(table.numbers(field, sizeof(std::int32_t)));
+    if (numbers.size() > mostInputs) return Failure("more inputs or outputs than face tracking's");
+    for (const std::int32_t place : numbers) {
         if (place < 0 || static_cast<std::size_t>(place) >= tensors) return Failure("a tensor that is not in the file");
         places.push_back(static_cast<std::size_t>(place));
     }
@@ -204,7 +210,8 @@ std::expected<TfliteModel::Operator, std::string> operatorOf(const FlatBufferTab
     oper.kind = *kind;
     auto inputs = placesIn(table, schema::oper::inputs, model.tensors.size());
     const auto outputs = placesIn(table, schema::oper::outputs, model.tensors.size());
-    if (!inputs || !outputs) return Failure("an operator on a tensor that is not in the file");
+    if (!inputs) return Failure("an operator with " + inputs.error());
+    if (!outputs) return Failure("an operator with " + outputs.error());
     if (outputs->size() != 1) return Failure("an operator without its one output");
     oper.inputs = std::move(*inputs);
     oper.output = outputs->front();
