@@ -33,6 +33,7 @@ struct Pictures {
     std::vector<std::filesystem::path> paths;
 };
 
+/// Frames may be 16 to 4096 pixels wide and high; a source of others ends with a line on standard error that says so.
 using Source = std::variant<CameraDevice, PortalCamera, VideoFile, Pictures>;
 
 /// What turns a camera's pixels into centimetres, and where the pixels come from.

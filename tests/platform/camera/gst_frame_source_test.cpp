@@ -1,7 +1,6 @@
 #include "platform/camera/capture/gst_frame_source.h"
 
 #include <gmock/gmock.h>
-#include <gst/gst.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -10,34 +9,23 @@
 #include <string>
 
 #include "platform/camera/capture/video_devices.h"
+#include "platform/camera/recorded_video.h"
 #include "temporary_directory.h"
 
 namespace tarvex::camera {
 
 namespace {
 
-/// Runs a pipeline that writes a file to its end.
-void record(const std::string& pipeline, const std::filesystem::path& file) {
-    gst_init(nullptr, nullptr);
-    GstElement* running = gst_parse_launch((pipeline + " ! filesink location=" + file.string()).c_str(), nullptr);
-    ASSERT_NE(running, nullptr) << pipeline;
-    gst_element_set_state(running, GST_STATE_PLAYING);
-    GstBus* bus = gst_element_get_bus(running);
-    GstMessage* end = gst_bus_timed_pop_filtered(bus, 20 * GST_SECOND,
-                                                 static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
-    EXPECT_TRUE(end != nullptr && GST_MESSAGE_TYPE(end) == GST_MESSAGE_EOS) << pipeline;
-    if (end != nullptr) gst_message_unref(end);
-    gst_object_unref(bus);
-    gst_element_set_state(running, GST_STATE_NULL);
-    gst_object_unref(running);
-}
+using test::record;
+using ::testing::StartsWith;
 
 struct Seen {
     int frames = 0;
     int width = 0;
     int height = 0;
     std::array<int, 3> firstPixel{};
-    std::string end;  ///< why no more frames came; empty when the source went on
+    std::string end;                         ///< why no more frames came; empty when the source went on
+    std::vector<std::pair<int, int>> sizes;  ///< of every frame
 };
 
 /// Looks at the source until it ends, or until it has shown enough.
@@ -52,6 +40,7 @@ Seen look(const OpenedSource& source, int enough = 10) {
         const auto came = (*opened)->next(100ms, [&](const Frame& frame) {
             seen.width = frame.width;
             seen.height = frame.height;
+            seen.sizes.emplace_back(frame.width, frame.height);
             EXPECT_GE(frame.stride, static_cast<std::size_t>(frame.width) * 3);
             EXPECT_EQ(frame.pixels.size(), frame.stride * static_cast<std::size_t>(frame.height));
             seen.firstPixel = {frame.pixels[0], frame.pixels[1], frame.pixels[2]};
@@ -65,12 +54,14 @@ Seen look(const OpenedSource& source, int enough = 10) {
     return seen;
 }
 
-/// A PNG file that promises a picture of that size and holds none.
-void writePngHeader(const std::filesystem::path& file, unsigned char sizeByte) {
-    const unsigned char header[] = {0x89,     'P',  'N', 'G', '\r', '\n', 0x1a, '\n',     0,    0, 0,
-                                    13,       'I',  'H', 'D', 'R',  0,    0,    sizeByte, 0x20, 0, 0,
-                                    sizeByte, 0x20, 8,   2,   0,    0,    0,    0,        0,    0, 0};
-    std::ofstream(file, std::ios::binary).write(reinterpret_cast<const char*>(header), sizeof header);
+/// A PNG file that promises a picture of 20,000 × 20,000, every check sum right, and holds no row of it.
+void writeHugePng(const std::filesystem::path& file) {
+    using namespace std::string_view_literals;
+    std::ofstream(file, std::ios::binary) << "\x89PNG\r\n\x1a\n"sv
+                                          << "\0\0\0\x0dIHDR\0\0\x4e\x20\0\0\x4e\x20\x08\x02\0\0\0\x6c\x12\xd1\x6e"sv
+                                          << "\0\0\0\x02"
+                                             "IDAT\x78\x9c\x62\xa4\x91\x2b"sv
+                                          << "\0\0\0\0IEND\xae\x42\x60\x82"sv;
 }
 
 class FrameSources : public ::testing::Test {
@@ -122,17 +113,46 @@ TEST_F(FrameSources, EndWithAReasonWhereNoFrameComes) {
     write("this is neither a video nor a picture");
     EXPECT_THAT(look(VideoFile{.path = file}).end, HasSubstr("delivers no frames"));
     EXPECT_THAT(look(Picture{.path = file}).end, HasSubstr("delivers no frames"));
-    EXPECT_NE(look(Picture{.path = directory.path() / "absent"}).end, "");
-    EXPECT_NE(look(directory.path() / "no-camera").end, "");
-    EXPECT_NE(look(PortalCamera{.fileDescriptor = 0, .node = 1}).end, "") << "no PipeWire, or no such node";
-    for (const unsigned char hugeOrTiny : {'\x4e', '\0'}) {  // 20,000 × 20,000; 32 × 32 without a single row
-        writePngHeader(file, hugeOrTiny);
-        const Seen seen = look(Picture{.path = file});
-        EXPECT_EQ(seen.frames, 0);
-        EXPECT_NE(seen.end, "");
+    EXPECT_THAT(look(Picture{.path = directory.path() / "absent"}).end, HasSubstr("delivers no frames"));
+    const auto node = directory.path() / "no-camera";
+    EXPECT_THAT(look(node).end, StartsWith("the camera " + node.string() + " delivers no frames"));
+    EXPECT_THAT(look(PortalCamera{.fileDescriptor = 0, .node = 1}).end,
+                AnyOf(HasSubstr("\"pipewiresrc\""), HasSubstr("delivers no frames")))
+        << "no PipeWire, or no such node";
+    record("videotestsrc num-buffers=0 ! video/x-raw,width=64,height=48 ! matroskamux", file);
+    const Seen seen = look(VideoFile{.path = file});
+    EXPECT_EQ(seen.frames, 0);
+    EXPECT_THAT(seen.end, HasSubstr("is at its end"));
+}
+
+TEST_F(FrameSources, RefuseFramesBeyondTheirBoundsAndNameThem) {
+    struct Case {
+        const char* size;
+        bool fits;
+    };
+    for (const Case& c :
+         {Case{"width=4096,height=16", true}, Case{"width=4097,height=16", false}, Case{"width=16,height=4097", false},
+          Case{"width=15,height=16", false}, Case{"width=1,height=1", false}}) {
+        SCOPED_TRACE(c.size);
+        record(std::string("videotestsrc num-buffers=1 ! video/x-raw,") + c.size + " ! pngenc", file);
+        const Seen seen = look(Picture{.path = file}, 1);
+        EXPECT_EQ(seen.frames, c.fits ? 1 : 0);
+        EXPECT_EQ(seen.end.contains("delivers no frames that are 16 to 4096 pixels wide and high"), !c.fits)
+            << seen.end;
     }
-    record("videotestsrc num-buffers=1 ! video/x-raw,width=1,height=1 ! pngenc", file);
-    EXPECT_EQ(look(Picture{.path = file}).frames, 0);
+    writeHugePng(file);
+    EXPECT_THAT(look(Picture{.path = file}).end, HasSubstr("delivers no frames"));
+}
+
+TEST_F(FrameSources, GoOnWhenAStreamChangesItsSize) {
+    record(
+        "videotestsrc num-buffers=2 ! video/x-raw,width=64,height=48 ! jpegenc ! joined. "
+        "videotestsrc num-buffers=2 ! video/x-raw,width=96,height=80 ! jpegenc ! joined. concat name=joined ! "
+        "multipartmux",
+        file);
+    const Seen seen = look(VideoFile{.path = file});
+    EXPECT_THAT(seen.sizes, ElementsAre(Pair(64, 48), Pair(64, 48), Pair(96, 80), Pair(96, 80)));
+    EXPECT_THAT(seen.end, HasSubstr("is at its end"));
 }
 
 TEST(VideoDevices, AreTheNumberedNodesInTheirOrderAndAreNotOpened) {

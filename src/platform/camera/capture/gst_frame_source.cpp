@@ -38,7 +38,8 @@ constexpr const char* portalHead = "pipewiresrc name=source ! decodebin";
 constexpr const char* videoHead = "filesrc name=source ! decodebin";
 constexpr const char* pictureHead = "filesrc name=source ! decodebin ! videoconvert ! imagefreeze";
 
-// A frame past these bounds is refused before anything is decoded.
+// A frame past these bounds never reaches a network, though a decoder may have made one; the sentence below and
+// camera.h name them.
 constexpr const char* tail =
     " ! videoconvert ! video/x-raw,format=RGB,width=[16,4096],height=[16,4096] ! "
     "appsink name=sink sync=false emit-signals=false enable-last-sample=false max-buffers=1";
@@ -96,10 +97,20 @@ private:
         return true;
     }
 
+    /// Whether the pipeline failed because what comes is not what `tail` asks for.
+    static bool wantsOtherFrames(GstMessage& message) {
+        const GstStructure* details = nullptr;
+        gst_message_parse_error_details(&message, &details);
+        int flow = GST_FLOW_OK;
+        return details != nullptr && gst_structure_get_int(details, "flow-return", &flow) != FALSE &&
+               flow == GST_FLOW_NOT_NEGOTIATED;
+    }
+
     /// What the pipeline reported to have gone wrong, if it did.
     std::optional<std::string> failure() {
         const Owned<GstMessage> message(gst_bus_pop_filtered(bus_.get(), GST_MESSAGE_ERROR));
         if (!message) return std::nullopt;
+        if (wantsOtherFrames(*message)) return name_ + " delivers no frames that are 16 to 4096 pixels wide and high";
         GError* error = nullptr;
         gst_message_parse_error(message.get(), &error, nullptr);
         return name_ + " delivers no frames: " + sentence(error);
