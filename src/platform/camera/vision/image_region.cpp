@@ -110,8 +110,8 @@ ImagePoint ImageRegion::toFrame(ImagePoint inside) const {
             .y = centre.y + x * std::sin(angle) + y * std::cos(angle)};
 }
 
-const Frame& ImagePyramid::halved(int level) {
-    while (static_cast<int>(levels_.size()) <= level) {
+ImagePyramid::Level ImagePyramid::halved(int halvings) {
+    while (static_cast<int>(levels_.size()) <= halvings) {
         const Frame& last = levels_.back();
         if (last.width < 2 || last.height < 2) break;
         pixels_.push_back(halfOf(last));
@@ -121,7 +121,8 @@ const Frame& ImagePyramid::halved(int level) {
                            .stride = static_cast<std::size_t>(width) * channels,
                            .pixels = pixels_.back()});
     }
-    return levels_[std::min(static_cast<std::size_t>(level), levels_.size() - 1)];
+    const auto level = std::min(static_cast<std::size_t>(halvings), levels_.size() - 1);
+    return {.frame = levels_[level], .halvings = static_cast<int>(level)};
 }
 
 void sampleRegion(ImagePyramid& pyramid, const ImageRegion& region, std::size_t size, ChannelRange range,
@@ -130,10 +131,9 @@ void sampleRegion(ImagePyramid& pyramid, const ImageRegion& region, std::size_t 
     constexpr float widestStep = 1.5F;
     const auto count = static_cast<float>(size);
     const float step = region.side / count;
-    const int level = step > widestStep ? static_cast<int>(std::ceil(std::log2(step / widestStep))) : 0;
-    const Frame& frame = pyramid.halved(level);
-    const float shrunk = static_cast<float>(frame.width) / static_cast<float>(pyramid.frame().width);
-    const float halving = 1.0F / static_cast<float>(1 << std::lround(-std::log2(shrunk)));
+    const int wanted = step > widestStep ? static_cast<int>(std::ceil(std::log2(step / widestStep))) : 0;
+    const auto [frame, halvings] = pyramid.halved(wanted);
+    const float halving = 1.0F / static_cast<float>(1 << halvings);
 
     const ImagePoint first = region.toFrame({.x = 0.5F / count, .y = 0.5F / count});
     const Fixed along = fixed(step * std::cos(region.angle) * halving);

@@ -35,8 +35,14 @@ public:
 
     const Frame& frame() const { return levels_.front(); }
 
-    /// The frame halved `level` times, or as often as its size allows. As long-lived as this.
-    const Frame& halved(int level);
+    /// A frame that was halved so many times.
+    struct Level {
+        const Frame& frame;  ///< as long-lived as the pyramid
+        int halvings;
+    };
+
+    /// The frame halved so many times, or as often as its size allows.
+    Level halved(int halvings);
 
 private:
     // What was handed out stays where it is when levels are added.
