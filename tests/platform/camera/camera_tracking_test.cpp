@@ -6,6 +6,7 @@
 #include <future>
 #include <thread>
 
+#include "platform/camera/recorded_video.h"
 #include "platform/camera/scripted_frame_source.h"
 #include "platform/linux/glm_scene_graph.h"
 #include "sensors/distance_tracking.h"
@@ -21,6 +22,7 @@ namespace {
 
 using camera::Options;
 using test::eventually;
+using test::record;
 
 const std::filesystem::path models = TARVEX_FACE_MODELS;
 const std::filesystem::path photographs = TARVEX_TEST_PICTURES;
@@ -86,17 +88,33 @@ TEST(CameraTracking, StoresBothEyesOfTheFacesThatTheCameraSees) {
     EXPECT_EQ(samples.at(0).data, samples.at(2).data) << "the same picture gives the same numbers";
 }
 
+namespace {
+
+double measuredOnce(const Options& options) {
+    const Tracked tracked(options);
+    const auto tracking = DistanceTracking::make(*tracked.platform, *tracked.store);
+    tracking->beginMeasurement(makeHeadlessView());
+    EXPECT_TRUE(eventually([&] { return tracked.store->countTrackingData() == 1; }));
+    return tracked.samples().at(0).data.at("leftEyeDistanceFromCamera");
+}
+
+}  // namespace
+
 TEST(CameraTracking, MultipliesByTheCalibrationFactor) {
-    const auto distance = [](std::optional<double> factor) {
-        Options options = photographOptions();
-        options.calibrationFactor = factor;
-        const Tracked tracked(options);
-        const auto tracking = DistanceTracking::make(*tracked.platform, *tracked.store);
-        tracking->beginMeasurement(makeHeadlessView());
-        EXPECT_TRUE(eventually([&] { return tracked.store->countTrackingData() == 1; }));
-        return tracked.samples().at(0).data.at("leftEyeDistanceFromCamera");
-    };
-    EXPECT_NEAR(distance(1.25), 1.25 * distance(std::nullopt), 1e-3);
+    Options calibrated = photographOptions();
+    calibrated.calibrationFactor = 1.25;
+    EXPECT_NEAR(measuredOnce(calibrated), 1.25 * measuredOnce(photographOptions()), 1e-3);
+}
+
+TEST(CameraTracking, MeasuresAFaceInAVideoAsInThePictureThatItWasMadeOf) {
+    const TemporaryDirectory directory;
+    const auto file = directory.path() / "face.avi";
+    record("filesrc location=" + (photographs / "sample1.jpg").string() +
+               " ! jpegdec ! imagefreeze num-buffers=5 ! jpegenc quality=95 ! avimux",
+           file);
+    const Options video{.source = camera::VideoFile{file}, .modelDirectory = models};
+    const double inPicture = measuredOnce(photographOptions());
+    EXPECT_NEAR(measuredOnce(video), inPicture, 0.02 * inPicture);
 }
 
 TEST(CameraTracking, IsNotSupportedWithoutACameraOrModelsAndSaysWhyOnce) {
