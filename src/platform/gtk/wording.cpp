@@ -114,10 +114,6 @@ std::string wordingOf(const ui::LocalizedText& text) {
     return result.append(sentence, begin);
 }
 
-}  // namespace
-
-namespace {
-
 constexpr gunichar zeroWidthJoiner = 0x200D;
 
 // Lines break at spaces, and between the wide characters of scripts that are written without them.
