@@ -6,6 +6,7 @@
 
 namespace tarvex::platform {
 
+/// The system's word on whether the application may use the camera. Called from any thread.
 class TARVEX_EXPORT CaptureDevice {
 public:
     virtual ~CaptureDevice() = default;

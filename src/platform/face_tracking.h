@@ -12,6 +12,7 @@ namespace tarvex::platform {
 
 /// Something that a session follows in the world.
 struct Anchor {
+    /// Where the eyes of a face lie.
     struct Face {
         Transform leftEyeTransform;   ///< relative to the anchor
         Transform rightEyeTransform;  ///< relative to the anchor
@@ -21,6 +22,7 @@ struct Anchor {
     std::optional<Face> face;  ///< present for a face anchor
 };
 
+/// What a session does; taken over by each run.
 struct FaceTrackingConfiguration {
     int maximumNumberOfTrackedFaces = 1;
     bool lightEstimationEnabled = true;

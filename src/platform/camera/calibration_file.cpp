@@ -48,6 +48,7 @@ std::expected<KeyFile, std::string> load(const std::filesystem::path& path) {
 std::expected<void, std::string> save(GKeyFile* file, const std::filesystem::path& path) {
     constexpr int everybodyReads = 0644;
     constexpr auto durably =
+        // NOLINTNEXTLINE(clang-analyzer-optin.core.EnumCastOutOfRange): an enumeration of bits
         static_cast<GFileSetContentsFlags>(G_FILE_SET_CONTENTS_CONSISTENT | G_FILE_SET_CONTENTS_DURABLE);
     gsize size = 0;
     const Text text(g_key_file_to_data(file, &size, nullptr));
