@@ -20,12 +20,13 @@ struct FaceDetector::Detection {
 
     float side() const { return std::max(width, height) * region.side; }
 
-    /// The square around the face, `scale` times as large as its box, turned so that the eyes lie level.
-    ImageRegion square(float scale) const {
+    /// The square around the face, with a margin, turned so that the eyes lie level.
+    ImageRegion square() const {
+        constexpr float margin = 1.5F;
         const ImagePoint right = region.toFrame(rightEye);
         const ImagePoint left = region.toFrame(leftEye);
         return {.centre = region.toFrame(centre),
-                .side = scale * side(),
+                .side = margin * side(),
                 .angle = std::atan2(left.y - right.y, left.x - right.x)};
     }
 };
@@ -37,10 +38,6 @@ constexpr std::size_t numbersPerAnchor = 16;
 constexpr float leastScore = 0.5F;
 constexpr float sameFace = 0.3F;  // overlap from which two boxes mean one face
 constexpr ChannelRange minusOneToOne{.scale = 1 / 127.5F, .offset = -1};
-
-/// A face fills the box that the network was trained on best when it is seen this much larger than its own box.
-constexpr float closerLook = 1.6F;
-constexpr float meshMargin = 1.5F;
 
 float sigmoid(float logit) {
     return 1 / (1 + std::exp(-std::clamp(logit, -80.0F, 80.0F)));
@@ -151,13 +148,18 @@ std::expected<FaceDetector, std::string> FaceDetector::make(NeuralNetwork networ
 FaceDetector::FaceDetector(NeuralNetwork network) : network_(std::move(network)), anchors_(anchorPlaces()) {}
 
 std::optional<ImageRegion> FaceDetector::nearestFace(ImagePyramid& pyramid) {
-    const auto found = firstLook(pyramid);
+    const auto found = detect(pyramid);
     if (!found) return std::nullopt;
-    const auto closer = largestFaceIn(pyramid, found->square(closerLook));
-    return (closer ? *closer : *found).square(meshMargin);
+    return found->square();
 }
 
-std::optional<FaceDetector::Detection> FaceDetector::firstLook(ImagePyramid& pyramid) {
+std::optional<ImageRegion> FaceDetector::nearestFaceIn(ImagePyramid& pyramid, const ImageRegion& region) {
+    const auto found = largestFaceIn(pyramid, region);
+    if (!found) return std::nullopt;
+    return found->square();
+}
+
+std::optional<FaceDetector::Detection> FaceDetector::detect(ImagePyramid& pyramid) {
     const Frame& frame = pyramid.frame();
     const auto width = static_cast<float>(frame.width);
     const auto height = static_cast<float>(frame.height);

@@ -19,6 +19,9 @@ public:
     /// The square around the nearest face, upright by its eyes; absent where no face is.
     std::optional<ImageRegion> nearestFace(ImagePyramid& pyramid);
 
+    /// The same for a part of the picture.
+    std::optional<ImageRegion> nearestFaceIn(ImagePyramid& pyramid, const ImageRegion& region);
+
     /// Blackens what the network was shown last.
     void forget() { std::ranges::fill(network_.input(), 0.0F); }
 
@@ -28,7 +31,7 @@ private:
     explicit FaceDetector(NeuralNetwork network);
 
     std::optional<Detection> largestFaceIn(ImagePyramid& pyramid, const ImageRegion& region);
-    std::optional<Detection> firstLook(ImagePyramid& pyramid);
+    std::optional<Detection> detect(ImagePyramid& pyramid);
 
     NeuralNetwork network_;
     std::vector<ImagePoint> anchors_;

@@ -35,7 +35,12 @@ private:
         ImagePyramid pyramid(frame);
         const auto region = detector_.nearestFace(pyramid);
         if (!region) return std::nullopt;
-        const auto points = mesh_.pointsIn(pyramid, *region);
+        auto points = mesh_.pointsIn(pyramid, *region);
+        if (!points) {
+            // Of a face that is small in the frame the detector gives but a rough place, and a better one from closer.
+            const auto closer = detector_.nearestFaceIn(pyramid, *region);
+            if (closer) points = mesh_.pointsIn(pyramid, *closer);
+        }
         if (!points) return std::nullopt;
         return headPose(*points, frame.width, frame.height, geometry_);
     }

@@ -18,6 +18,14 @@ constexpr ChannelRange zeroToOne{.scale = 1 / 255.0F, .offset = 0};
 // A logit: 98 % sure. A profile, on which the mesh sees eyes that are not there, stays below; faces lie above.
 constexpr float leastPresence = 3.9F;
 
+// The first look sees the face where the detector believes it to be, the second where the first saw it. Most faces are
+// then looked at as they lie; another look is taken while the square is still larger, smaller or elsewhere by so much
+// of its side.
+constexpr int fewestLooks = 2;
+constexpr int mostLooks = 5;
+constexpr float sameSide = 0.05F;
+constexpr float samePlace = 0.02F;
+
 /// The square around the points, with a margin, turned so that the eyes lie level.
 ImageRegion squareAround(const FacePoints& points) {
     const ImagePoint right = points[rightOuterCorner];
@@ -37,6 +45,11 @@ ImageRegion squareAround(const FacePoints& points) {
             .angle = angle};
 }
 
+bool areNearlyTheSame(const ImageRegion& one, const ImageRegion& other) {
+    return std::abs(one.side - other.side) <= sameSide * other.side &&
+           std::hypot(one.centre.x - other.centre.x, one.centre.y - other.centre.y) <= samePlace * other.side;
+}
+
 }  // namespace
 
 std::expected<FaceMesh, std::string> FaceMesh::make(NeuralNetwork network) {
@@ -51,25 +64,31 @@ std::expected<FaceMesh, std::string> FaceMesh::make(NeuralNetwork network) {
 
 FaceMesh::FaceMesh(NeuralNetwork network) : network_(std::move(network)) {}
 
-std::optional<FacePoints> FaceMesh::pointsIn(ImagePyramid& pyramid, const ImageRegion& region) {
-    const auto rough = look(pyramid, region);
-    if (!rough) return std::nullopt;
-    return look(pyramid, squareAround(*rough));
+std::optional<FacePoints> FaceMesh::pointsIn(ImagePyramid& pyramid, ImageRegion region) {
+    for (int looks = 1; looks <= mostLooks; ++looks) {
+        const auto seen = look(pyramid, region);
+        if (!seen) return std::nullopt;
+        const ImageRegion around = squareAround(seen->points);
+        if (looks >= fewestLooks && areNearlyTheSame(around, region)) {
+            if (seen->presence > leastPresence) return seen->points;
+            return std::nullopt;
+        }
+        region = around;
+    }
+    return std::nullopt;  // what never comes to rest is no face, or not seen well enough to measure by
 }
 
-std::optional<FacePoints> FaceMesh::look(ImagePyramid& pyramid, const ImageRegion& region) {
+std::optional<FaceMesh::Look> FaceMesh::look(ImagePyramid& pyramid, const ImageRegion& region) {
     if (!(region.side >= 1)) return std::nullopt;
     sampleRegion(pyramid, region, inputSize, zeroToOne, network_.input());
     if (!network_.run()) return std::nullopt;
-    const float presence = network_.output(1).front();
-    if (!(presence > leastPresence)) return std::nullopt;
     const auto numbers = network_.output(0);
-    FacePoints points;
-    for (std::size_t place = 0; place < points.size(); ++place) {
-        points.at(place) = region.toFrame({.x = numbers[coordinates * place] / static_cast<float>(inputSize),
-                                           .y = numbers[coordinates * place + 1] / static_cast<float>(inputSize)});
+    Look seen{.points = {}, .presence = network_.output(1).front()};
+    for (std::size_t place = 0; place < seen.points.size(); ++place) {
+        seen.points.at(place) = region.toFrame({.x = numbers[coordinates * place] / static_cast<float>(inputSize),
+                                                .y = numbers[coordinates * place + 1] / static_cast<float>(inputSize)});
     }
-    return points;
+    return seen;
 }
 
 }  // namespace tarvex::camera

@@ -21,17 +21,22 @@ public:
     /// The network as compiled from its model; one sentence when it is not a mesh's.
     static std::expected<FaceMesh, std::string> make(NeuralNetwork network);
 
-    /// The face in `region`; absent when there is none. The region may be rough: the mesh is placed a second time, in
-    /// the square around what was found.
-    std::optional<FacePoints> pointsIn(ImagePyramid& pyramid, const ImageRegion& region);
+    /// The face in `region`; absent when there is none. The region may be rough: the mesh is placed again in the square
+    /// around what was found, until that comes to rest.
+    std::optional<FacePoints> pointsIn(ImagePyramid& pyramid, ImageRegion region);
 
     /// Blackens what the network was shown last.
     void forget() { std::ranges::fill(network_.input(), 0.0F); }
 
 private:
+    struct Look {
+        FacePoints points;
+        float presence;  ///< a logit: how sure the network is that this is a face
+    };
+
     explicit FaceMesh(NeuralNetwork network);
 
-    std::optional<FacePoints> look(ImagePyramid& pyramid, const ImageRegion& region);
+    std::optional<Look> look(ImagePyramid& pyramid, const ImageRegion& region);
 
     NeuralNetwork network_;
 };
