@@ -16,7 +16,8 @@ struct CameraDevice {
     std::optional<std::filesystem::path> node = std::nullopt;
 };
 
-/// A camera that the desktop portal handed over. Needs GStreamer's PipeWire plugin.
+/// A camera that the desktop portal handed over. Needs GStreamer's PipeWire plugin. Which camera it is is not known, so
+/// no stored calibration is used.
 struct PortalCamera {
     int fileDescriptor = -1;  ///< of the PipeWire remote; the host keeps it open while the library is used
     std::uint32_t node = 0;

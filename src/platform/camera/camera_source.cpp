@@ -53,10 +53,10 @@ std::expected<NamedSource, std::string> openDevice(const CameraDevice& device) {
     return Failure(why);
 }
 
-std::expected<NamedSource, std::string> openOther(const OpenedSource& source, std::string camera) {
+std::expected<NamedSource, std::string> openUnnamed(const OpenedSource& source) {
     auto frames = openFrameSource(source);
     if (!frames) return Failure(frames.error());
-    return NamedSource{.frames = std::move(*frames), .camera = std::move(camera)};
+    return NamedSource{.frames = std::move(*frames), .camera = ""};
 }
 
 }  // namespace
@@ -82,12 +82,12 @@ std::expected<void, std::string> CameraSource::check() const {
 
 std::expected<NamedSource, std::string> CameraSource::open() {
     return std::visit(Overloaded{[](const CameraDevice& device) { return openDevice(device); },
-                                 [](const PortalCamera& portal) { return openOther(portal, "portal"); },
-                                 [](const VideoFile& video) { return openOther(video, ""); },
+                                 [](const PortalCamera& portal) { return openUnnamed(portal); },
+                                 [](const VideoFile& video) { return openUnnamed(video); },
                                  [&](const Pictures& pictures) {
                                      const auto& path = pictures.paths[nextPicture_];
                                      nextPicture_ = (nextPicture_ + 1) % pictures.paths.size();
-                                     return openOther(Picture{.path = path}, "");
+                                     return openUnnamed(Picture{.path = path});
                                  }},
                       source_);
 }

@@ -9,7 +9,7 @@
 
 namespace tarvex::camera {
 
-/// An open source, and the name under which its camera is calibrated; empty for what only stands in a camera's place.
+/// An open source, and the name under which its camera is calibrated; empty where that is not known, or no camera is.
 struct NamedSource {
     std::unique_ptr<FrameSource> frames;
     std::string camera;

