@@ -91,7 +91,7 @@ private:
     std::uint64_t servedRun_ = 0;   ///< the newest when the source was opened
     std::uint64_t givenUpRun_ = 0;  ///< the newest when the source failed
     bool ending_ = false;
-    bool ended_ = false;  ///< the thread has left everything but its stack
+    bool ended_ = false;      ///< the thread has left everything but its stack
     std::string lastReport_;  ///< of the thread alone
     std::thread thread_;
 };
