@@ -4,8 +4,9 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/camera/capture/camera_name.h"
 #include "platform/camera/capture/gst_frame_source.h"
-#include "platform/camera/capture/video_devices.h"
+#include "platform/posix/video_devices.h"
 
 namespace tarvex::camera {
 namespace {
@@ -19,7 +20,7 @@ struct Overloaded : Cases... {
 
 std::vector<std::filesystem::path> candidates(const CameraDevice& device) {
     if (device.node) return {*device.node};
-    return videoDeviceNodes();
+    return platform::videoDeviceNodes("/dev");
 }
 
 std::expected<void, std::string> checkFile(const std::filesystem::path& path) {
@@ -30,7 +31,7 @@ std::expected<void, std::string> checkFile(const std::filesystem::path& path) {
 
 std::expected<void, std::string> checkDevices(const CameraDevice& device) {
     const auto nodes = candidates(device);
-    if (std::ranges::any_of(nodes, mayOpen)) return {};
+    if (std::ranges::any_of(nodes, platform::mayOpen)) return {};
     if (nodes.empty()) return Failure("this machine has no camera");
     std::error_code failure;
     if (!std::filesystem::exists(nodes.front(), failure))

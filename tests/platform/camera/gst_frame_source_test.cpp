@@ -8,14 +8,17 @@
 #include <optional>
 #include <string>
 
-#include "platform/camera/capture/video_devices.h"
+#include "platform/camera/capture/camera_name.h"
 #include "platform/camera/recorded_video.h"
+#include "platform/posix/video_devices.h"
 #include "temporary_directory.h"
 
 namespace tarvex::camera {
 
 namespace {
 
+using platform::mayOpen;
+using platform::videoDeviceNodes;
 using test::record;
 using ::testing::StartsWith;
 

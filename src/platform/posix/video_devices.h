@@ -1,0 +1,48 @@
+#pragma once
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+#include <optional>
+#include <ranges>
+#include <string_view>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace tarvex::platform {
+
+/// The number of a "video<number>" node.
+inline std::optional<unsigned> videoDeviceNumber(std::string_view name) {
+    constexpr std::string_view prefix = "video";
+    if (!name.starts_with(prefix)) return std::nullopt;
+    const std::string_view digits = name.substr(prefix.size());
+    unsigned number = 0;
+    const auto [end, failure] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    if (failure != std::errc() || end != digits.data() + digits.size()) return std::nullopt;
+    return number;
+}
+
+/// The device nodes that may be cameras, in the order of their numbers; none is opened.
+inline std::vector<std::filesystem::path> videoDeviceNodes(const std::filesystem::path& deviceDirectory) {
+    std::vector<std::pair<unsigned, std::filesystem::path>> numbered;
+    std::error_code failure;
+    std::filesystem::directory_iterator entry(deviceDirectory, failure);
+    for (; !failure && entry != std::filesystem::directory_iterator(); entry.increment(failure)) {
+        if (const auto number = videoDeviceNumber(entry->path().filename().native()))
+            numbered.emplace_back(*number, entry->path());
+    }
+    std::ranges::sort(numbered);
+    const auto paths = std::views::values(numbered);
+    return {paths.begin(), paths.end()};
+}
+
+/// Whether this process may open the node; it is not opened.
+inline bool mayOpen(const std::filesystem::path& node) {
+    return ::faccessat(AT_FDCWD, node.c_str(), R_OK | W_OK, AT_EACCESS) == 0;
+}
+
+}  // namespace tarvex::platform
