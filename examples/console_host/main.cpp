@@ -105,7 +105,7 @@ bool start() {
 
 bool sample(int seconds) {
     if (!start()) return false;
-    std::cout << "Sampling for " << seconds << " s: the ambient light every second, the distance every second second\n";
+    std::cout << "Sampling for " << seconds << " s: the ambient light every second, the distance every two seconds\n";
     int tenths = 0;
     const auto progress = Platform::current().timerScheduler().scheduledTimer(0.1, [&] {
         showProgress(++tenths, seconds);
