@@ -148,15 +148,11 @@ std::expected<FaceDetector, std::string> FaceDetector::make(NeuralNetwork networ
 FaceDetector::FaceDetector(NeuralNetwork network) : network_(std::move(network)), anchors_(anchorPlaces()) {}
 
 std::optional<ImageRegion> FaceDetector::nearestFace(ImagePyramid& pyramid) {
-    const auto found = detect(pyramid);
-    if (!found) return std::nullopt;
-    return found->square();
+    return detect(pyramid).transform(&Detection::square);
 }
 
 std::optional<ImageRegion> FaceDetector::nearestFaceIn(ImagePyramid& pyramid, const ImageRegion& region) {
-    const auto found = largestFaceIn(pyramid, region);
-    if (!found) return std::nullopt;
-    return found->square();
+    return largestFaceIn(pyramid, region).transform(&Detection::square);
 }
 
 std::optional<FaceDetector::Detection> FaceDetector::detect(ImagePyramid& pyramid) {
