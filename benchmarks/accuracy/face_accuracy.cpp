@@ -168,7 +168,8 @@ void printSpeed(const FaceFinder& finder, const std::filesystem::path& models, c
 /// What the photographs hold: their faces, and what of them is none.
 struct Material {
     std::vector<Picture> photographs;
-    std::vector<PrintedFace> faces;
+    std::vector<PrintedFace> faces;     ///< that show both eyes
+    std::vector<PrintedFace> profiles;  ///< that hide one
     std::vector<camera::Frame> faceless;
 
     static std::expected<Material, std::string> load(const std::filesystem::path& facePlaces,
@@ -183,7 +184,8 @@ struct Material {
             const Picture& kept = material.photographs.emplace_back(std::move(*photograph));
             auto faces = printedFaces(kept, name, places);
             if (!faces) return std::unexpected(faces.error());
-            std::ranges::move(*faces, std::back_inserter(material.faces));
+            for (PrintedFace& face : *faces)
+                (face.inProfile ? material.profiles : material.faces).push_back(std::move(face));
             std::ranges::move(partsWithoutFaces(kept, places), std::back_inserter(material.faceless));
         }
         return material;
@@ -229,7 +231,8 @@ int measure(const std::filesystem::path& models, const std::filesystem::path& fa
         faceless.push_back(picture.frame());
     }
 
-    std::printf("%zu faces cut out of %zu photographs\n\n", faces.size(), material->photographs.size());
+    std::printf("%zu faces that show both eyes and %zu in profile, cut out of %zu photographs\n\n", faces.size(),
+                material->profiles.size(), material->photographs.size());
     std::printf("| Distance ratio | mean | max | found |\n|---|---|---|---|\n");
     for (const Mode& mode : modes) {
         PrintErrors errors;
@@ -239,6 +242,10 @@ int measure(const std::filesystem::path& models, const std::filesystem::path& fa
                     mode.height, errors.eachEye.mean(), errors.eachEye.max(), errors.found, errors.shown);
         std::printf("| the same, mean of both eyes | %.2f %% | %.2f %% | |\n", errors.bothEyes.mean(),
                     errors.bothEyes.max());
+        PrintErrors ofProfiles;
+        for (const PrintedFace& face : material->profiles)
+            measurePrint(*finder, face, mode, ofProfiles);
+        std::printf("| the same, in profile | | | %d of %d |\n", ofProfiles.found, ofProfiles.shown);
     }
     const ErrorSummary posed = posedHeads(random);
     std::printf("| posed heads, the solver alone | %.2f %% | %.2f %% | %d eyes |\n", posed.mean(), posed.max(),

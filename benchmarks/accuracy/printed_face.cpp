@@ -16,6 +16,11 @@ std::expected<MarkedFaces, std::string> readMarkedFaces(const std::filesystem::p
         FacePlace place;
         if (!(words >> photograph >> place.x >> place.y >> place.eyeSpacing) || !(place.eyeSpacing > 0))
             return std::unexpected(list.string() + " has a line that marks no face: " + line);
+        std::string word;
+        words >> word;
+        place.inProfile = word == "profile";
+        if (!word.empty() && !place.inProfile)
+            return std::unexpected(list.string() + " says of a face what has no meaning: " + line);
         faces[photograph].push_back(place);
     }
     if (faces.empty()) return std::unexpected(list.string() + " cannot be read");
@@ -32,8 +37,10 @@ std::expected<std::vector<PrintedFace>, std::string> printedFaces(const Picture&
         const std::string faceName = name + " " + std::to_string(static_cast<int>(face.x));
         if (left < 0 || top < 0 || left + 2 * half > photograph.width || top + 2 * half > photograph.height)
             return std::unexpected("the face " + faceName + " is too near the photograph's edge");
-        printed.push_back(
-            {.surroundings = photograph.part(left, top, 2 * half), .eyeSpacing = face.eyeSpacing, .name = faceName});
+        printed.push_back({.surroundings = photograph.part(left, top, 2 * half),
+                           .eyeSpacing = face.eyeSpacing,
+                           .inProfile = face.inProfile,
+                           .name = faceName});
     }
     return printed;
 }

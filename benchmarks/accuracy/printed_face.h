@@ -15,7 +15,8 @@ namespace tarvex::benchmarks {
 struct FacePlace {
     double x = 0;  ///< of the point between the eyes
     double y = 0;
-    double eyeSpacing = 0;  ///< between the eyes' centres, as if the face were turned to the camera
+    double eyeSpacing = 0;   ///< between the eyes' centres, as if the face were turned to the camera
+    bool inProfile = false;  ///< one eye is hidden
 };
 
 /// The faces of each photograph as people marked them, by the photograph's file name; one sentence when the list cannot
@@ -27,6 +28,7 @@ std::expected<MarkedFaces, std::string> readMarkedFaces(const std::filesystem::p
 struct PrintedFace {
     camera::Frame surroundings;  ///< a square; the face is in its middle
     double eyeSpacing = 0;       ///< pixels, as in its place
+    bool inProfile = false;      ///< as in its place
     std::string name;            ///< for a person
 };
 
