@@ -8,18 +8,16 @@
 #include <optional>
 #include <string>
 
-#include "platform/camera/capture/camera_name.h"
 #include "platform/camera/recorded_video.h"
-#include "platform/posix/video_devices.h"
+#include "platform/camera/simulated_camera.h"
 #include "temporary_directory.h"
 
 namespace tarvex::camera {
 
 namespace {
 
-using platform::mayOpen;
-using platform::videoDeviceNodes;
 using test::record;
+using test::SimulatedCamera;
 using ::testing::StartsWith;
 
 struct Seen {
@@ -100,6 +98,29 @@ TEST_F(FrameSources, ShowEveryFormatAsRedGreenBlue) {
     }
 }
 
+TEST_F(FrameSources, ShowWhatACameraDeliversWhateverItsFormat) {
+    for (const char* format :
+         {"video/x-raw,format=NV12,width=640,height=480", "video/x-raw,format=YUY2,width=640,height=480",
+          "video/x-raw,format=NV12,width=800,height=600", "video/x-raw,width=640,height=480 ! jpegenc"}) {
+        SCOPED_TRACE(format);
+        const SimulatedCamera camera(std::string("videotestsrc pattern=red ! ") + format);
+        const Seen seen = look(file, 3);
+        EXPECT_EQ(seen.end, "");
+        EXPECT_EQ(seen.frames, 3);
+        EXPECT_EQ(seen.width, std::string_view(format).contains("800") ? 800 : 640);
+        EXPECT_GT(seen.firstPixel[0], 220);
+        EXPECT_LT(seen.firstPixel[1], 60);
+        EXPECT_LT(seen.firstPixel[2], 60);
+    }
+}
+
+TEST_F(FrameSources, EndWithAReasonWhenACameraFailsWhileItRuns) {
+    const SimulatedCamera camera("videotestsrc ! video/x-raw,width=64,height=48 ! identity error-after=4");
+    const Seen seen = look(file);
+    EXPECT_GT(seen.frames, 0);
+    EXPECT_THAT(seen.end, StartsWith("the camera " + file.string() + " delivers no frames"));
+}
+
 TEST_F(FrameSources, ShowAPictureAgainAndAgain) {
     record("videotestsrc num-buffers=1 pattern=blue ! video/x-raw,width=65,height=49 ! pngenc", file);
     const Seen seen = look(Picture{.path = file}, 5);
@@ -156,19 +177,6 @@ TEST_F(FrameSources, GoOnWhenAStreamChangesItsSize) {
     const Seen seen = look(VideoFile{.path = file});
     EXPECT_THAT(seen.sizes, ElementsAre(Pair(64, 48), Pair(64, 48), Pair(96, 80), Pair(96, 80)));
     EXPECT_THAT(seen.end, HasSubstr("is at its end"));
-}
-
-TEST(VideoDevices, AreTheNumberedNodesInTheirOrderAndAreNotOpened) {
-    const TemporaryDirectory directory;
-    for (const char* name : {"video10", "video2", "videoX", "video", "vide0", "video2a", "audio1"})
-        std::ofstream(directory.path() / name) << "no device";
-    EXPECT_THAT(videoDeviceNodes(directory.path()),
-                ElementsAre(directory.path() / "video2", directory.path() / "video10"));
-    EXPECT_TRUE(videoDeviceNodes(directory.path() / "absent").empty());
-    EXPECT_TRUE(mayOpen(directory.path() / "video2"));
-    EXPECT_FALSE(mayOpen(directory.path() / "absent"));
-    EXPECT_THAT(cameraName(directory.path() / "video2").error(), HasSubstr("is no camera"));
-    EXPECT_THAT(cameraName(directory.path() / "absent").error(), HasSubstr("cannot be opened"));
 }
 
 }  // namespace tarvex::camera
