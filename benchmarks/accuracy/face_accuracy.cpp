@@ -90,6 +90,13 @@ void measurePrint(const FaceFinder& finder, const PrintedFace& face, const Mode&
     }
 }
 
+PrintErrors measurePrints(const FaceFinder& finder, const std::vector<PrintedFace>& faces, const Mode& mode) {
+    PrintErrors errors;
+    for (const PrintedFace& face : faces)
+        measurePrint(finder, face, mode, errors);
+    return errors;
+}
+
 /// A face that stands still before a camera that does not quite: parts of a pixel of movement, noise on every value.
 ErrorSummary jitter(const FaceFinder& finder, const std::vector<PrintedFace>& faces, std::mt19937& random) {
     constexpr int frames = 20;
@@ -235,16 +242,12 @@ int measure(const std::filesystem::path& models, const std::filesystem::path& fa
                 material->profiles.size(), material->photographs.size());
     std::printf("| Distance ratio | mean | max | found |\n|---|---|---|---|\n");
     for (const Mode& mode : modes) {
-        PrintErrors errors;
-        for (const PrintedFace& face : faces)
-            measurePrint(*finder, face, mode, errors);
+        const PrintErrors errors = measurePrints(*finder, faces, mode);
         std::printf("| a print moved 25–80 cm, %d×%d, each eye | %.2f %% | %.2f %% | %d of %d |\n", mode.width,
                     mode.height, errors.eachEye.mean(), errors.eachEye.max(), errors.found, errors.shown);
         std::printf("| the same, mean of both eyes | %.2f %% | %.2f %% | |\n", errors.bothEyes.mean(),
                     errors.bothEyes.max());
-        PrintErrors ofProfiles;
-        for (const PrintedFace& face : material->profiles)
-            measurePrint(*finder, face, mode, ofProfiles);
+        const PrintErrors ofProfiles = measurePrints(*finder, material->profiles, mode);
         std::printf("| the same, in profile | | | %d of %d |\n", ofProfiles.found, ofProfiles.shown);
     }
     const ErrorSummary posed = posedHeads(random);

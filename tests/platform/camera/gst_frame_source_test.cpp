@@ -18,6 +18,7 @@ namespace {
 
 using test::record;
 using test::SimulatedCamera;
+using ::testing::AllOf;
 using ::testing::StartsWith;
 
 struct Seen {
@@ -73,21 +74,23 @@ protected:
 
 }  // namespace
 
-TEST_F(FrameSources, ShowEveryFormatAsRedGreenBlue) {
+TEST_F(FrameSources, ShowEveryFormatOfACameraAsRedGreenBlue) {
     struct Case {
-        const char* name;
-        const char* pipeline;
-        bool grey;
+        const char* format;
+        int width;
+        int height;
+        bool grey = false;
     };
-    for (const Case& c : {Case{"YUYV", "video/x-raw,format=YUY2,width=64,height=48 ! avimux", false},
-                          Case{"planar", "video/x-raw,format=I420,width=70,height=50 ! matroskamux", false},
-                          Case{"MJPEG", "video/x-raw,width=64,height=48 ! jpegenc ! avimux", false},
-                          Case{"grey", "video/x-raw,format=GRAY8,width=64,height=48 ! matroskamux", true}}) {
-        SCOPED_TRACE(c.name);
-        record(std::string("videotestsrc num-buffers=3 pattern=red ! ") + c.pipeline, file);
-        const Seen seen = look(VideoFile{.path = file});
-        EXPECT_EQ(seen.frames, 3);
-        EXPECT_THAT(seen.end, HasSubstr("is at its end"));
+    for (const Case& c : {Case{"video/x-raw,format=YUY2,width=640,height=480", 640, 480},
+                          Case{"video/x-raw,format=NV12,width=640,height=480", 640, 480},
+                          Case{"video/x-raw,format=I420,width=70,height=50", 70, 50},
+                          Case{"video/x-raw,width=640,height=480 ! jpegenc", 640, 480},
+                          Case{"video/x-raw,format=GRAY8,width=64,height=48", 64, 48, true}}) {
+        SCOPED_TRACE(c.format);
+        const SimulatedCamera camera(std::string("videotestsrc pattern=red ! ") + c.format);
+        const Seen seen = look(file, 3);
+        EXPECT_EQ(seen.end, "");
+        EXPECT_THAT(seen.sizes, AllOf(SizeIs(3), Each(Pair(c.width, c.height))));
         if (c.grey) {
             EXPECT_NEAR(seen.firstPixel[0], seen.firstPixel[2], 2);
         } else {
@@ -95,22 +98,6 @@ TEST_F(FrameSources, ShowEveryFormatAsRedGreenBlue) {
             EXPECT_LT(seen.firstPixel[1], 60);
             EXPECT_LT(seen.firstPixel[2], 60);
         }
-    }
-}
-
-TEST_F(FrameSources, ShowWhatACameraDeliversWhateverItsFormat) {
-    for (const char* format :
-         {"video/x-raw,format=NV12,width=640,height=480", "video/x-raw,format=YUY2,width=640,height=480",
-          "video/x-raw,format=NV12,width=800,height=600", "video/x-raw,width=640,height=480 ! jpegenc"}) {
-        SCOPED_TRACE(format);
-        const SimulatedCamera camera(std::string("videotestsrc pattern=red ! ") + format);
-        const Seen seen = look(file, 3);
-        EXPECT_EQ(seen.end, "");
-        EXPECT_EQ(seen.frames, 3);
-        EXPECT_EQ(seen.width, std::string_view(format).contains("800") ? 800 : 640);
-        EXPECT_GT(seen.firstPixel[0], 220);
-        EXPECT_LT(seen.firstPixel[1], 60);
-        EXPECT_LT(seen.firstPixel[2], 60);
     }
 }
 
