@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <expected>
@@ -61,10 +62,18 @@ struct FetchRequest {
     std::vector<std::size_t> propertiesToFetch;  ///< places of attributes; the others read as absent. Empty: all
 };
 
-/// Why an operation of the store failed, for the one line of diagnostics about it.
+/// Why an operation of the store failed: the text for the one line of diagnostics about it, and what can be done.
 struct StoreError {
-    std::string description;  ///< one readable sentence that names the file
-    std::string userInfo;     ///< details, printed as a dictionary
+    enum class Cause : std::uint8_t {
+        other,
+        busy,    ///< another connection held the store for longer than the operation waits: a later try can work
+        moved,   ///< the store's files were removed or replaced: the next operation makes the store again
+        noRoom,  ///< the disk is full
+    };
+
+    std::string description;     ///< one readable sentence that names the file
+    std::string userInfo;        ///< details, printed as a dictionary
+    Cause cause = Cause::other;  ///< what a caller can decide by
 };
 
 /// The record store's one context: new objects are pending in it, in memory, until `save` writes them.
@@ -81,7 +90,8 @@ public:
     virtual std::shared_ptr<ManagedObject> insertNewObject(std::string_view entityName) = 0;
 
     /// Commits all pending objects in one transaction, in the order of their insertion. Durable when it succeeds: the
-    /// records survive a power cut. On failure all of them stay pending.
+    /// records survive a power cut. On failure all of them stay pending. A commit into files that were removed or
+    /// replaced meanwhile has failed, too.
     [[nodiscard]] virtual std::expected<void, StoreError> save() = 0;
 
     /// Visits stored, then pending records, each in the order of their insertion, as one consistent view.
@@ -95,7 +105,7 @@ public:
     [[nodiscard]] virtual std::expected<std::int64_t, StoreError> count(const FetchRequest& request) = 0;
 
     /// Removes every stored record at once; pending ones stay. The bytes of the removed records may stay in the files
-    /// until `scrub`.
+    /// until `scrub`. Works on a full disk as well, unless another connection holds the store open then.
     [[nodiscard]] virtual std::expected<void, StoreError> batchDelete(const FetchRequest& request) = 0;
 
     /// Removes what deleted records left behind in the files, when that is owed; does nothing otherwise.
@@ -115,6 +125,10 @@ public:
 
     /// The same context on every call; used once the store is open, and owned by the container.
     virtual ManagedObjectContext& viewContext() = 0;
+
+    /// How long each later operation, of the container and of its context, waits for other connections at most. By
+    /// default an implementation waits as it sees fit.
+    virtual void waitAtMost(std::chrono::milliseconds /*wait*/) {}
 };
 
 /// Makes the stores of the host's records in its data directory. Thread-safe.

@@ -48,11 +48,10 @@ std::string recordName(const std::filesystem::path& executable,
     return safeFileName(executable.native() + ":" + propertyList->native());
 }
 
-// A directory with content had its permissions set by the host, for reasons of its own.
-void prepareChosenDirectory(const std::filesystem::path& path) {
-    createPrivateDirectory(path);
+// A chosen directory with content had its permissions set by the host, for reasons of its own.
+bool isEmpty(const std::filesystem::path& directory) {
     std::error_code failure;
-    if (std::filesystem::is_empty(path, failure)) makeDirectoryPrivate(path);
+    return std::filesystem::is_empty(directory, failure);
 }
 
 }  // namespace
@@ -63,19 +62,15 @@ DataDirectory::DataDirectory(std::optional<std::filesystem::path> chosen, const 
 
 const std::filesystem::path& DataDirectory::path() {
     std::call_once(resolved_, [this] { path_ = resolve(); });
+    createPrivateDirectory(path_);
+    if (!chosen_ || isEmpty(path_)) makeDirectoryPrivate(path_);
     return path_;
 }
 
 std::filesystem::path DataDirectory::resolve() const {
-    if (chosen_) {
-        prepareChosenDirectory(*chosen_);
-        return *chosen_;
-    }
+    if (chosen_) return *chosen_;
     const auto home = dataHome();
-    auto directory = home / hostName(home);
-    createPrivateDirectory(directory);
-    makeDirectoryPrivate(directory);
-    return directory;
+    return home / hostName(home);
 }
 
 std::string DataDirectory::hostName(const std::filesystem::path& dataHome) const {

@@ -22,8 +22,8 @@ public:
     /// `bundles` must outlive the first call of `path`.
     DataDirectory(std::optional<std::filesystem::path> chosen, const Bundles& bundles);
 
-    /// Decided, and the directory created, on the first call; the same ever after. When it could not be created,
-    /// whoever opens a file in it will learn.
+    /// Decided on the first call, the same ever after. Every call creates the directory where it is missing, which a
+    /// person may have removed since; when it could not be created, whoever opens a file in it will learn.
     const std::filesystem::path& path();
 
 private:

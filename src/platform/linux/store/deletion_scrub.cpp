@@ -17,11 +17,11 @@ std::expected<void, StoreError> DeletionScrub::noteDeletion() {
     return connection_->execute("UPDATE _scrub SET deletions = deletions + 1");
 }
 
-void DeletionScrub::run() {
+std::expected<void, StoreError> DeletionScrub::run() {
     Progress progress{};
-    if (!readProgress(progress) || progress.scrubbed >= progress.deletions) return;
+    if (!readProgress(progress) || progress.scrubbed >= progress.deletions) return {};
     if (progress.rebuilt < progress.deletions) {
-        if (!connection_->execute("VACUUM")) return;
+        if (auto rebuilt = connection_->execute("VACUUM"); !rebuilt) return rebuilt;
         progress.rebuilt = progress.deletions;
     }
     const int emptied =
@@ -29,6 +29,7 @@ void DeletionScrub::run() {
     if (emptied == SQLITE_OK) progress.scrubbed = progress.rebuilt;
     // On the emptied log: what it held before cannot come back once this is synced, not even by a power cut.
     record(progress);
+    return {};
 }
 
 bool DeletionScrub::readProgress(Progress& progress) {

@@ -20,6 +20,9 @@ public:
         "CREATE TABLE _scrub(deletions INTEGER NOT NULL, rebuilt INTEGER NOT NULL, scrubbed INTEGER NOT NULL);"
         "INSERT INTO _scrub VALUES(0, 0, 0)";
 
+    /// The table's columns, as the schema's check lists them.
+    static constexpr const char* columns = "deletions INTEGER 0;rebuilt INTEGER 0;scrubbed INTEGER 0;";
+
     /// Whether `run` would do something, as an expression for a statement that reads anyway.
     static constexpr const char* owed = "(SELECT deletions > scrubbed FROM _scrub)";
 
@@ -29,7 +32,8 @@ public:
     [[nodiscard]] std::expected<void, StoreError> noteDeletion();
 
     /// Does what is owed, also for deletions of other processes; does nothing otherwise. Costs one cached read then.
-    void run();
+    /// Fails when the pages could not be rebuilt. What is still owed is done by a later run.
+    std::expected<void, StoreError> run();
 
 private:
     struct Progress {

@@ -17,11 +17,21 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Opening waits longer than an operation: another process may be emptying the log of its last connection.
-constexpr auto openingPatience = 5000ms;
+StoreError::Cause causeOf(int code) {
+    switch (code & 0xFF) {
+        case SQLITE_BUSY:
+            return StoreError::Cause::busy;
+        case SQLITE_FULL:
+            return StoreError::Cause::noRoom;
+        default:
+            // A quota that is used up, and an index for which there is no room.
+            return code == SQLITE_IOERR_WRITE || code == SQLITE_IOERR_SHMSIZE ? StoreError::Cause::noRoom
+                                                                              : StoreError::Cause::other;
+    }
+}
 
 StoreError describe(const std::filesystem::path& path, std::string_view message, int code) {
-    StoreError error;
+    StoreError error{.description = {}, .userInfo = {}, .cause = causeOf(code)};
     error.description.append(message).append(": ").append(path.native());
     error.userInfo.append(R"(["file": ")").append(path.native()).append(R"(", "code": )");
     error.userInfo.append(std::to_string(code)).append("]");
@@ -30,7 +40,9 @@ StoreError describe(const std::filesystem::path& path, std::string_view message,
 
 std::unexpected<StoreError> systemError(const std::filesystem::path& path) {
     const int code = errno;
-    return std::unexpected(describe(path, std::system_category().message(code), code));
+    auto error = describe(path, std::system_category().message(code), code);
+    error.cause = code == ENOSPC || code == EDQUOT ? StoreError::Cause::noRoom : StoreError::Cause::other;
+    return std::unexpected(std::move(error));
 }
 
 /// As SQLite sees it, which takes a file of one byte for an empty one.
@@ -75,14 +87,15 @@ std::string_view columnText(sqlite3_stmt* row, int column) {
 }
 
 std::expected<std::unique_ptr<SqliteConnection>, StoreError> SqliteConnection::open(const std::filesystem::path& path,
-                                                                                    const char* vfs) {
+                                                                                    const char* vfs,
+                                                                                    std::chrono::milliseconds wait) {
     // SQLite deletes a log whose database is empty, and with it what an emptied database may still be rescued from.
     // The log is looked at first: a process that is just creating both makes it last.
     if (!isMissingOrEmpty(path.native() + "-wal") && isMissingOrEmpty(path))
         return std::unexpected(describe(path, "database is empty but its log is not", SQLITE_CORRUPT));
     if (auto created = createPrivateFile(path); !created) return std::unexpected(std::move(created.error()));
 
-    std::unique_ptr<SqliteConnection> connection(new SqliteConnection(path));
+    std::unique_ptr<SqliteConnection> connection(new SqliteConnection(path, vfs));
     sqlite3* database = nullptr;
     // NOMUTEX: the owner lets one thread at a time in, a lock of SQLite's own would only cost.
     const int code = sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, vfs);
@@ -92,7 +105,7 @@ std::expected<std::unique_ptr<SqliteConnection>, StoreError> SqliteConnection::o
     sqlite3_extended_result_codes(database, 1);
     sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     sqlite3_busy_handler(database, &SqliteConnection::waitForOthers, connection.get());
-    connection->waitAtMost(openingPatience);
+    connection->waitAtMost(wait);
     return connection;
 }
 
@@ -106,6 +119,16 @@ std::expected<void, StoreError> SqliteConnection::configure() {
 
 void SqliteConnection::tidyUpWhenClosed() const {
     sqlite3_db_config(handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+}
+
+void SqliteConnection::leaveFilesWhenClosed() const {
+    sqlite3_db_config(handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+}
+
+bool SqliteConnection::hasMoved() const {
+    int moved = 0;
+    sqlite3_file_control(handle(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+    return moved != 0;
 }
 
 /// Two processes that both create the database get in each other's way here; SQLite does not wait by itself then.

@@ -41,9 +41,11 @@ std::string_view columnText(sqlite3_stmt* row, int column);
 class SqliteConnection {
 public:
     /// Opens the database at `path`, read-only where it cannot be written; a new one is made with mode 0600, as its log
-    /// and index are then made by SQLite. `vfs` names SQLite's file system; null is the system's own.
+    /// and index are then made by SQLite. `vfs` names SQLite's file system; null is the system's own. `wait` is how
+    /// long the calls that follow wait for other connections, all together.
     static std::expected<std::unique_ptr<SqliteConnection>, StoreError> open(const std::filesystem::path& path,
-                                                                             const char* vfs);
+                                                                             const char* vfs,
+                                                                             std::chrono::milliseconds wait);
 
     /// Makes every later commit durable when it returns (write-ahead log, synced), lets rebuilt pages carry nothing of
     /// what was deleted, and keeps temporary data in memory.
@@ -52,6 +54,11 @@ public:
     /// From now on the last connection that closes moves the log into the database. Before, a file that turns out to be
     /// damaged, or another's, is closed as it was found.
     void tidyUpWhenClosed() const;
+    /// Takes that back: nothing at the path is touched when this is closed.
+    void leaveFilesWhenClosed() const;
+
+    /// Whether the file at the path is no longer the one that is open: it was removed, or another took its place.
+    bool hasMoved() const;
 
     [[nodiscard]] std::expected<void, StoreError> execute(const char* sql) const;
     [[nodiscard]] std::expected<Statement, StoreError> prepare(std::string_view sql) const;
@@ -67,18 +74,21 @@ public:
     /// `message` about the file.
     StoreError error(std::string_view message, int code) const;
 
+    const std::filesystem::path& path() const noexcept { return path_; }
+    const char* vfs() const noexcept { return vfs_; }
     sqlite3* handle() const noexcept { return database_.get(); }
     bool readOnly() const noexcept { return sqlite3_db_readonly(database_.get(), "main") == 1; }
 
 private:
     using Database = std::unique_ptr<sqlite3, ReleaseWith<sqlite3_close_v2>>;
 
-    explicit SqliteConnection(std::filesystem::path path) : path_(std::move(path)) {}
+    SqliteConnection(std::filesystem::path path, const char* vfs) : path_(std::move(path)), vfs_(vfs) {}
 
     static int waitForOthers(void* self, int attempt);
     std::expected<void, StoreError> switchToLog();
 
     std::filesystem::path path_;
+    const char* vfs_;
     std::chrono::milliseconds patience_{0};
     Database database_;
 };

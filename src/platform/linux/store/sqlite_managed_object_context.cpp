@@ -1,9 +1,12 @@
 #include "platform/linux/store/sqlite_managed_object_context.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 
+#include "platform/linux/store/cut_to_nothing.h"
 #include "platform/linux/store/sqlite_attribute.h"
 #include "platform/linux/store/sqlite_schema.h"
 #include "platform/linux/store/sqlite_transaction.h"
@@ -58,122 +61,170 @@ std::size_t byteCount(const ManagedObject& object) {
 }  // namespace
 
 std::expected<std::unique_ptr<SqliteManagedObjectContext>, StoreError> SqliteManagedObjectContext::open(
-    std::unique_ptr<SqliteConnection> connection, const ManagedObjectModel& model) {
-    auto scrub = DeletionScrub::prepare(*connection);
-    if (!scrub) return std::unexpected(std::move(scrub.error()));
+    OpenDatabase openDatabase, ManagedObjectModel model) {
     std::unique_ptr<SqliteManagedObjectContext> context(
-        new SqliteManagedObjectContext(std::move(connection), std::move(*scrub)));
-    for (const EntityDescription& entity : model.entities) {
-        if (auto prepared = context->prepare(entity); !prepared) return std::unexpected(std::move(prepared.error()));
-    }
-    context->connection_->tidyUpWhenClosed();
-    context->retryScrub();
+        new SqliteManagedObjectContext(std::move(openDatabase), std::move(model)));
+    if (auto opened = context->openAgain(); !opened) return std::unexpected(std::move(opened.error()));
     return context;
 }
 
-SqliteManagedObjectContext::SqliteManagedObjectContext(std::unique_ptr<SqliteConnection> connection,
-                                                       DeletionScrub scrub)
-    : connection_(std::move(connection)), scrub_(std::move(scrub)) {}
+SqliteManagedObjectContext::SqliteManagedObjectContext(OpenDatabase openDatabase, ManagedObjectModel model)
+    : openDatabase_(std::move(openDatabase)), model_(std::move(model)), patience_(operationPatience) {}
 
-std::expected<void, StoreError> SqliteManagedObjectContext::prepare(const EntityDescription& entity) {
+std::expected<void, StoreError> SqliteManagedObjectContext::openAgain() {
+    auto connection = openDatabase_();
+    if (!connection) return std::unexpected(std::move(connection.error()));
+    auto scrub = DeletionScrub::prepare(**connection);
+    if (!scrub) return std::unexpected(std::move(scrub.error()));
+    auto opened = std::make_unique<Database>(std::move(*connection), std::move(*scrub));
+    for (std::size_t entity = 0; entity < model_.entities.size(); ++entity) {
+        auto table = prepare(*opened->connection, model_.entities[entity]);
+        if (!table) return std::unexpected(std::move(table.error()));
+        opened->tables.push_back(std::move(*table));
+        // Looking at the tree's edges finds a damaged file here rather than under the first sample.
+        if (auto counted = countStored({*opened, entity}); !counted) return std::unexpected(std::move(counted.error()));
+    }
+    opened->connection->tidyUpWhenClosed();
+    retryScrub(*opened);
+    database_ = std::move(opened);
+    return {};
+}
+
+std::expected<SqliteManagedObjectContext::Table, StoreError> SqliteManagedObjectContext::prepare(
+    const SqliteConnection& connection, const EntityDescription& entity) {
     const std::string name = SqliteSchema::quoted(entity.name);
     std::string parameters = "?";
     for (std::size_t i = 1; i < entity.attributes.size(); ++i)
         parameters.append(", ?");
-    auto insert = connection_->prepare("INSERT INTO " + name + "(" + SqliteSchema::columns(entity) + ") VALUES(" +
-                                       parameters + ")");
+    auto insert = connection.prepare("INSERT INTO " + name + "(" + SqliteSchema::columns(entity) + ") VALUES(" +
+                                     parameters + ")");
     if (!insert) return std::unexpected(std::move(insert.error()));
     // Records leave only all at once, so their numbers have no gaps. Each subselect is answered from an edge of the
     // tree; both in one would read it all.
-    auto count = connection_->prepare("SELECT (SELECT max(seq) FROM " + name + ") - (SELECT min(seq) FROM " + name +
-                                      ") + 1, " + DeletionScrub::owed);
+    auto count = connection.prepare("SELECT (SELECT max(seq) FROM " + name + ") - (SELECT min(seq) FROM " + name +
+                                    ") + 1, " + DeletionScrub::owed);
     if (!count) return std::unexpected(std::move(count.error()));
-    tables_.push_back(std::make_unique<Table>(entity, std::move(*insert), std::move(*count)));
-    // Looking at the tree's edges finds a damaged file here rather than under the first sample.
-    if (auto counted = countStored(*tables_.back()); !counted) return std::unexpected(std::move(counted.error()));
-    return {};
+    return Table{.insert = std::move(*insert), .count = std::move(*count)};
+}
+
+/// The database that is open, and ready to wait for others; opened where none is.
+std::expected<SqliteManagedObjectContext::Database*, StoreError> SqliteManagedObjectContext::database() {
+    if (!database_) {
+        if (auto opened = openAgain(); !opened) return std::unexpected(std::move(opened.error()));
+    }
+    database_->connection->waitAtMost(patience_);
+    return database_.get();
+}
+
+std::expected<SqliteManagedObjectContext::Subject, StoreError> SqliteManagedObjectContext::subject(
+    const FetchRequest& request) {
+    const auto entity = entityNamed(request.entityName);
+    if (!entity) return std::unexpected(StoreError{.description = "no entity " + request.entityName, .userInfo = "[]"});
+    if (database_ && database_->connection->hasMoved()) leave();
+    auto opened = database();
+    if (!opened) return std::unexpected(std::move(opened.error()));
+    return Subject{**opened, *entity};
+}
+
+std::optional<std::size_t> SqliteManagedObjectContext::entityNamed(std::string_view name) const {
+    const auto found =
+        std::ranges::find(model_.entities, name, [](const auto& entity) { return std::string_view(entity.name); });
+    if (found == model_.entities.end()) return std::nullopt;
+    return static_cast<std::size_t>(found - model_.entities.begin());
+}
+
+/// Closes a database whose files are no longer the store's, and touches nothing that lies in their place.
+void SqliteManagedObjectContext::leave() {
+    database_->connection->leaveFilesWhenClosed();
+    database_.reset();
 }
 
 std::shared_ptr<ManagedObject> SqliteManagedObjectContext::insertNewObject(std::string_view entityName) {
-    const auto table =
-        std::ranges::find(tables_, entityName, [](const auto& t) { return std::string_view(t->entity.name); });
-    if (table == tables_.end()) return nullptr;
+    const auto entity = entityNamed(entityName);
+    if (!entity) return nullptr;
     auto object = std::make_shared<ManagedObject>();
-    std::ranges::transform((*table)->entity.attributes, std::back_inserter(object->values), initialValue);
-    pending_.push_back({table->get(), object});
+    std::ranges::transform(model_.entities[*entity].attributes, std::back_inserter(object->values), initialValue);
+    pending_.push_back({*entity, object});
     return object;
 }
 
 std::expected<void, StoreError> SqliteManagedObjectContext::save() {
-    connection_->waitAtMost(operationPatience);
-    if (auto written = writePending(); !written) return written;
+    const auto opened = database();
+    if (!opened) return std::unexpected(opened.error());
+    if (auto written = writePending(**opened); !written) return written;
+    if (!pending_.empty() && database_->connection->hasMoved()) {
+        auto error =
+            database_->connection->error("file was removed or replaced while it was open", SQLITE_READONLY_DBMOVED);
+        error.cause = StoreError::Cause::moved;
+        leave();
+        return std::unexpected(std::move(error));
+    }
     pending_.clear();
-    retryScrub();
+    retryScrub(*database_);
     return {};
 }
 
-std::expected<void, StoreError> SqliteManagedObjectContext::writePending() {
+std::expected<void, StoreError> SqliteManagedObjectContext::writePending(Database& database) {
     if (pending_.empty()) return {};
     // A statement by itself is a transaction already: one sample costs no more than its INSERT.
-    if (pending_.size() == 1) return write(pending_.front());
-    SqliteTransaction transaction(*connection_);
+    if (pending_.size() == 1) return write(pending_.front(), database);
+    SqliteTransaction transaction(*database.connection);
     if (!transaction.begun()) return transaction.begun();
     for (const Pending& record : pending_) {
-        if (auto written = write(record); !written) return written;
+        if (auto written = write(record, database); !written) return written;
     }
     return transaction.commit();
 }
 
-std::expected<void, StoreError> SqliteManagedObjectContext::write(const Pending& record) {
-    const Execution insert(record.table->insert.get());
+std::expected<void, StoreError> SqliteManagedObjectContext::write(const Pending& record, Database& database) {
+    const Execution insert(database.tables[record.entity].insert.get());
     const auto& values = record.object->values;
     for (int i = 0; i < sqlite3_bind_parameter_count(insert.get()) && std::cmp_less(i, values.size()); ++i) {
         if (bindAttribute(insert.get(), i + 1, values[static_cast<std::size_t>(i)]) != SQLITE_OK)
-            return std::unexpected(connection_->error());
+            return std::unexpected(database.connection->error());
     }
-    if (sqlite3_step(insert.get()) != SQLITE_DONE) return std::unexpected(connection_->error());
+    if (sqlite3_step(insert.get()) != SQLITE_DONE) return std::unexpected(database.connection->error());
     return {};
 }
 
 std::expected<void, StoreError> SqliteManagedObjectContext::fetch(const FetchRequest& request,
                                                                   const RowVisitor& visit) {
-    const auto from = table(request);
+    const auto from = subject(request);
     if (!from) return std::unexpected(from.error());
-    connection_->waitAtMost(operationPatience);
-    const std::vector<std::size_t> wanted = wantedAttributes(request, (*from)->entity);
-    const auto goesOn = visitStored(**from, wanted, visit);
+    const std::vector<std::size_t> wanted = wantedAttributes(request, model_.entities[from->entity]);
+    const auto goesOn = visitStored(*from, wanted, visit);
     if (!goesOn) return std::unexpected(goesOn.error());
-    if (*goesOn) visitPending(**from, wanted, visit);
-    retryScrub();
+    if (*goesOn) visitPending(from->entity, wanted, visit);
+    retryScrub(from->database);
     return {};
 }
 
-std::expected<bool, StoreError> SqliteManagedObjectContext::visitStored(const Table& table,
+std::expected<bool, StoreError> SqliteManagedObjectContext::visitStored(const Subject& subject,
                                                                         const std::vector<std::size_t>& wanted,
-                                                                        const RowVisitor& visit) {
-    const auto& attributes = table.entity.attributes;
+                                                                        const RowVisitor& visit) const {
+    const EntityDescription& entity = model_.entities[subject.entity];
     std::string columns;
     for (const std::size_t attribute : wanted)
-        columns.append(columns.empty() ? "" : ", ").append(SqliteSchema::quoted(attributes[attribute].name));
-    auto select = connection_->prepare("SELECT " + columns + " FROM " + SqliteSchema::quoted(table.entity.name) +
-                                       " ORDER BY seq");
+        columns.append(columns.empty() ? "" : ", ").append(SqliteSchema::quoted(entity.attributes[attribute].name));
+    auto select = subject.database.connection->prepare("SELECT " + columns + " FROM " +
+                                                       SqliteSchema::quoted(entity.name) + " ORDER BY seq");
     if (!select) return std::unexpected(std::move(select.error()));
-    std::vector<AttributeView> values(attributes.size());
+    std::vector<AttributeView> values(entity.attributes.size());
     int code = sqlite3_step(select->get());
     for (; code == SQLITE_ROW; code = sqlite3_step(select->get())) {
         for (int column = 0; const std::size_t attribute : wanted)
-            values[attribute] = readAttribute(select->get(), column++, attributes[attribute].type);
+            values[attribute] = readAttribute(select->get(), column++, entity.attributes[attribute].type);
         if (!visit(values)) return false;
     }
-    if (code != SQLITE_DONE) return std::unexpected(connection_->error());
+    if (code != SQLITE_DONE) return std::unexpected(subject.database.connection->error());
     return true;
 }
 
-void SqliteManagedObjectContext::visitPending(const Table& table, const std::vector<std::size_t>& wanted,
+void SqliteManagedObjectContext::visitPending(std::size_t entity, const std::vector<std::size_t>& wanted,
                                               const RowVisitor& visit) const {
-    std::vector<AttributeView> values(table.entity.attributes.size());
+    std::vector<AttributeView> values(model_.entities[entity].attributes.size());
     for (const Pending& record : pending_) {
-        if (record.table != &table) continue;
+        if (record.entity != entity) continue;
         for (const std::size_t attribute : wanted)
             values[attribute] = view(record.object->values[attribute]);
         if (!visit(values)) return;
@@ -184,67 +235,75 @@ std::size_t SqliteManagedObjectContext::fetchSizeBound(const FetchRequest& reque
     std::size_t bound = 0;
     for (const Pending& record : pending_)
         bound += byteCount(*record.object);
-    const auto from = table(request);
+    const auto from = subject(request);
     if (!from) return bound;
-    connection_->waitAtMost(operationPatience);
-    const auto pages = connection_->integer("SELECT page_count * page_size FROM pragma_page_count, pragma_page_size");
-    const auto stored = countStored(**from);
+    const auto pages =
+        from->database.connection->integer("SELECT page_count * page_size FROM pragma_page_count, pragma_page_size");
+    const auto stored = countStored(*from);
     if (pages && stored)
         bound += static_cast<std::size_t>(*pages) + static_cast<std::size_t>(stored->records) * recordOverhead;
     return bound;
 }
 
 std::expected<std::int64_t, StoreError> SqliteManagedObjectContext::count(const FetchRequest& request) {
-    const auto from = table(request);
+    const auto from = subject(request);
     if (!from) return std::unexpected(from.error());
-    connection_->waitAtMost(operationPatience);
-    const auto stored = countStored(**from);
+    const auto stored = countStored(*from);
     if (!stored) return std::unexpected(stored.error());
-    if (stored->scrubOwed) retryScrub();
-    return stored->records + std::ranges::count(pending_, *from, &Pending::table);
+    if (stored->scrubOwed) retryScrub(from->database);
+    return stored->records + std::ranges::count(pending_, from->entity, &Pending::entity);
 }
 
 std::expected<SqliteManagedObjectContext::Stored, StoreError> SqliteManagedObjectContext::countStored(
-    const Table& table) {
-    const Execution row(table.count.get());
-    if (sqlite3_step(row.get()) != SQLITE_ROW) return std::unexpected(connection_->error());
+    const Subject& subject) {
+    const Execution row(subject.database.tables[subject.entity].count.get());
+    if (sqlite3_step(row.get()) != SQLITE_ROW) return std::unexpected(subject.database.connection->error());
     return Stored{sqlite3_column_int64(row.get(), 0), sqlite3_column_int(row.get(), 1) != 0};
 }
 
 std::expected<void, StoreError> SqliteManagedObjectContext::batchDelete(const FetchRequest& request) {
-    const auto from = table(request);
+    const auto from = subject(request);
     if (!from) return std::unexpected(from.error());
-    connection_->waitAtMost(operationPatience);
-    return deleteStored(**from);
+    auto deleted = deleteStored(*from);
+    if (deleted || !mayCutFiles(deleted.error())) return deleted;
+    return cutFiles(Spare::nothing);
 }
 
-std::expected<void, StoreError> SqliteManagedObjectContext::deleteStored(const Table& table) {
-    SqliteTransaction transaction(*connection_);
+std::expected<void, StoreError> SqliteManagedObjectContext::deleteStored(const Subject& subject) const {
+    SqliteTransaction transaction(*subject.database.connection);
     if (!transaction.begun()) return transaction.begun();
     // Without a condition, SQLite drops whole pages instead of one record after the other.
-    const std::string sql = "DELETE FROM " + SqliteSchema::quoted(table.entity.name);
-    if (auto deleted = connection_->execute(sql.c_str()); !deleted) return deleted;
-    if (sqlite3_changes64(connection_->handle()) == 0) return {};
-    if (auto noted = scrub_.noteDeletion(); !noted) return noted;
+    const std::string sql = "DELETE FROM " + SqliteSchema::quoted(model_.entities[subject.entity].name);
+    if (auto deleted = subject.database.connection->execute(sql.c_str()); !deleted) return deleted;
+    if (sqlite3_changes64(subject.database.connection->handle()) == 0) return {};
+    if (auto noted = subject.database.scrub.noteDeletion(); !noted) return noted;
     return transaction.commit();
 }
 
 void SqliteManagedObjectContext::scrub() {
-    connection_->waitAtMost(scrubPatience);
-    scrub_.run();
+    const auto opened = database();
+    if (!opened) return;
+    (*opened)->connection->waitAtMost(scrubPatience);
+    const auto scrubbed = (*opened)->scrub.run();
+    if (!scrubbed && mayCutFiles(scrubbed.error())) std::ignore = cutFiles(Spare::records);
 }
 
-void SqliteManagedObjectContext::retryScrub() {
-    connection_->waitAtMost(0ms);
-    scrub_.run();
+void SqliteManagedObjectContext::retryScrub(Database& database) {
+    database.connection->waitAtMost(0ms);
+    std::ignore = database.scrub.run();
 }
 
-std::expected<const SqliteManagedObjectContext::Table*, StoreError> SqliteManagedObjectContext::table(
-    const FetchRequest& request) const {
-    const auto found = std::ranges::find(tables_, request.entityName, [](const auto& t) { return t->entity.name; });
-    if (found == tables_.end())
-        return std::unexpected(connection_->error("no entity " + request.entityName, SQLITE_ERROR));
-    return found->get();
+/// Whether the disk is what an operation failed for, and the files hold nothing beside the one entity's records.
+bool SqliteManagedObjectContext::mayCutFiles(const StoreError& error) const {
+    return error.cause == StoreError::Cause::noRoom && model_.entities.size() == 1;
+}
+
+/// The way without a transaction, for which there is no room. The next operation makes the store again.
+std::expected<void, StoreError> SqliteManagedObjectContext::cutFiles(Spare spare) {
+    const std::filesystem::path path = database_->connection->path();
+    const char* vfs = database_->connection->vfs();
+    leave();
+    return cutToNothing(path, vfs, spare == Spare::records ? SqliteSchema::quoted(model_.entities.front().name) : "");
 }
 
 }  // namespace tarvex::platform

@@ -11,25 +11,34 @@ SqlitePersistentContainer::SqlitePersistentContainer(std::function<std::filesyst
     : file_(std::move(file)), vfs_(vfs), model_(std::move(model)) {}
 
 std::expected<void, StoreError> SqlitePersistentContainer::loadPersistentStores() {
-    auto connection = SqliteConnection::open(file_(), vfs_);
+    auto context = SqliteManagedObjectContext::open([this] { return openDatabase(); }, model_);
+    if (!context) return std::unexpected(std::move(context.error()));
+    context_ = std::move(*context);
+    return {};
+}
+
+std::expected<std::unique_ptr<SqliteConnection>, StoreError> SqlitePersistentContainer::openDatabase() const {
+    auto connection = SqliteConnection::open(file_(), vfs_, openingPatience_);
     if (!connection) return std::unexpected(std::move(connection.error()));
     if ((*connection)->readOnly())
         return std::unexpected((*connection)->error("file cannot be written", SQLITE_READONLY));
     const SqliteSchema schema(model_);
     const auto present = schema.isPresentIn(**connection);
     if (!present) return std::unexpected(present.error());
-    if (auto configured = (*connection)->configure(); !configured) return configured;
+    if (auto configured = (*connection)->configure(); !configured) return std::unexpected(configured.error());
     if (!*present) {
-        if (auto created = schema.createIn(**connection); !created) return created;
+        if (auto created = schema.createIn(**connection); !created) return std::unexpected(created.error());
     }
-    auto context = SqliteManagedObjectContext::open(std::move(*connection), model_);
-    if (!context) return std::unexpected(std::move(context.error()));
-    context_ = std::move(*context);
-    return {};
+    return connection;
 }
 
 ManagedObjectContext& SqlitePersistentContainer::viewContext() {
     return *context_;
+}
+
+void SqlitePersistentContainer::waitAtMost(std::chrono::milliseconds wait) {
+    openingPatience_ = wait;
+    if (context_) context_->waitAtMost(wait);
 }
 
 }  // namespace tarvex::platform

@@ -46,6 +46,17 @@ std::expected<std::string, StoreError> storedColumns(SqliteConnection& connectio
     return text;
 }
 
+/// Without its one row, no deletion would ever be scrubbed.
+std::expected<bool, StoreError> hasScrubRow(SqliteConnection& connection) {
+    const auto stored = storedColumns(connection, "_scrub");
+    if (!stored) return std::unexpected(stored.error());
+    const auto rows = *stored == DeletionScrub::columns ? connection.integer("SELECT count(*) FROM _scrub") : 0;
+    if (!rows) return std::unexpected(rows.error());
+    if (*rows != 1)
+        return std::unexpected(connection.error("table _scrub is not as the library keeps it", SQLITE_SCHEMA));
+    return true;
+}
+
 }  // namespace
 
 std::string SqliteSchema::quoted(std::string_view name) {
@@ -70,7 +81,7 @@ std::expected<bool, StoreError> SqliteSchema::isPresentIn(SqliteConnection& conn
             return std::unexpected(
                 connection.error("table " + entity.name + " does not fit the object model", SQLITE_SCHEMA));
     }
-    return true;
+    return hasScrubRow(connection);
 }
 
 std::expected<void, StoreError> SqliteSchema::createIn(SqliteConnection& connection) const {

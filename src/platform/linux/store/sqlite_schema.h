@@ -14,8 +14,8 @@ class SqliteSchema {
 public:
     explicit SqliteSchema(const ManagedObjectModel& model) : model_(model) {}
 
-    /// Whether the tables are there (true) or the database is empty (false); an error when it holds something else.
-    /// Only reads.
+    /// Whether the tables are there (true), the library's own included, or the database is empty (false); an error when
+    /// it holds something else. Only reads.
     [[nodiscard]] std::expected<bool, StoreError> isPresentIn(SqliteConnection& connection) const;
 
     /// Creates the tables in an empty database, unless another process was faster.

@@ -12,6 +12,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto patience = 1000ms;
+constexpr auto openingPatience = 5000ms;
 
 constexpr const char* creation = "CREATE TABLE IF NOT EXISTS user_defaults(key TEXT PRIMARY KEY, value) WITHOUT ROWID";
 
@@ -142,7 +143,7 @@ std::expected<void, StoreError> SqliteUserDefaults::writeAll() {
 
 std::expected<void, StoreError> SqliteUserDefaults::open() const {
     if (connection_) return {};
-    auto connection = SqliteConnection::open(directory_() / "UserDefaults.sqlite", vfs_);
+    auto connection = SqliteConnection::open(directory_() / "UserDefaults.sqlite", vfs_, openingPatience);
     if (!connection) return std::unexpected(std::move(connection.error()));
     if (auto configured = (*connection)->configure(); !configured) return configured;
     if (auto created = (*connection)->execute(creation); !created) return created;

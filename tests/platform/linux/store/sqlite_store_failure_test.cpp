@@ -12,30 +12,66 @@ TEST_F(SqliteObjectStoreTest, KeepsRecordsPendingWhileItCannotBeWritten) {
     struct Case {
         FileCall call;
         int code;
+        bool canBeEmptied;  // on a full disk by cutting its files
     };
     std::vector<int> expected;
-    for (const Case& c : {Case{FileCall::write, SQLITE_FULL}, Case{FileCall::write, SQLITE_READONLY},
-                          Case{FileCall::write, SQLITE_IOERR_WRITE}, Case{FileCall::sync, SQLITE_IOERR_FSYNC}}) {
+    int next = 0;
+    for (const Case& c :
+         {Case{FileCall::write, SQLITE_READONLY, false}, Case{FileCall::sync, SQLITE_IOERR_FSYNC, false},
+          Case{FileCall::write, SQLITE_FULL, true}, Case{FileCall::write, SQLITE_IOERR_WRITE, true}}) {
         SCOPED_TRACE(c.code);
-        const int first = 10 * static_cast<int>(expected.size());
-        ASSERT_TRUE(store.add(first));
+        const int first = next;
+        ASSERT_TRUE(store.addAll(test::range(first, 300)));
+        next += 300;
         vfs.failEvery(c.call, c.code);
-        for (int number : {first + 1, first + 2}) {
+        const std::vector pending{next++, next++};
+        for (int number : pending) {
             const auto saved = store.add(number);
             ASSERT_FALSE(saved);
             EXPECT_THAT(saved.error().description, HasSubstr(SampleStore::fileName));
         }
-        EXPECT_FALSE(store.removeAll());
-        expected.insert(expected.end(), {first, first + 1, first + 2});
-        EXPECT_EQ(store.count(), expected.size());
+        std::ranges::copy(test::range(first, 302), std::back_inserter(expected));
         EXPECT_EQ(store.numbers(), expected);
+        EXPECT_EQ(store.removeAll().has_value(), c.canBeEmptied);
+        if (c.canBeEmptied) expected = pending;
+        EXPECT_EQ(test::leavesTrace(directory.path(), test::range(first, 300)), !c.canBeEmptied);
         vfs.heal();
-        expected.push_back(first + 3);
-        EXPECT_TRUE(store.add(first + 3));
+        EXPECT_EQ(store.numbers(), expected);
+        expected.push_back(next);
+        EXPECT_TRUE(store.add(next++));
         EXPECT_EQ(store.count(), expected.size());
         SampleStore other(directory.path());
         ASSERT_TRUE(other.open());
         EXPECT_EQ(other.numbers(), expected);
+    }
+}
+
+TEST_F(SqliteObjectStoreTest, IsNotEmptiedByCuttingWhileAnotherProgramHasItOpen) {
+    ASSERT_TRUE(store.addAll(test::range(0, 300)));
+    {
+        SampleStore other(directory.path());
+        ASSERT_TRUE(other.open());
+        vfs.failEvery(FileCall::write, SQLITE_FULL);
+        EXPECT_FALSE(store.removeAll());
+        EXPECT_EQ(other.count(), 300);
+    }
+    EXPECT_TRUE(store.removeAll());
+}
+
+TEST_F(SqliteObjectStoreTest, IsScrubbedByCuttingOnlyWhileNothingIsStored) {
+    const auto deleted = test::range(0, 300);
+    for (const bool refilled : {true, false}) {
+        ASSERT_TRUE(store.addAll(deleted) && store.removeAll());
+        if (refilled)
+            test::OtherProgram(directory.path() / SampleStore::fileName).run("INSERT INTO DataEntry DEFAULT VALUES");
+        vfs.failEvery(FileCall::write, SQLITE_FULL);
+        store.context().scrub();
+        EXPECT_EQ(test::leavesTrace(directory.path(), deleted), refilled);
+        vfs.heal();
+        EXPECT_EQ(store.count(), refilled ? 1 : 0);
+        EXPECT_TRUE(store.removeAll());
+        store.context().scrub();
+        EXPECT_FALSE(test::leavesTrace(directory.path(), deleted));
     }
 }
 

@@ -110,6 +110,8 @@ INSTANTIATE_TEST_SUITE_P(
         Damage{"AViewInPlaceOfTheTable", 1,
                sql("ALTER TABLE DataEntry RENAME TO x; CREATE VIEW DataEntry AS SELECT * FROM x")},
         Damage{"NoPlaceToRememberAScrub", 1, sql("DROP TABLE _scrub")},
+        Damage{"AnEmptyPlaceToRememberAScrub", 1, sql("DELETE FROM _scrub")},
+        Damage{"AnotherPlaceToRememberAScrub", 1, sql("ALTER TABLE _scrub DROP COLUMN scrubbed")},
         Damage{"ADirectory", 0, [](const path& file) { std::filesystem::create_directory(file); }}),
     [](const auto& damage) { return damage.param.name; });
 
