@@ -1,16 +1,34 @@
 #include "storage/persistence_controller.h"
 
-#include <iostream>
+#include <algorithm>
+#include <cstdlib>
 #include <mutex>
 #include <utility>
 
-#include "storage/fatal_stop.h"
+#include "storage/diagnostics.h"
 #include "tarvex/data_entry.h"
 
 namespace tarvex {
 
+namespace {
+
+using namespace std::chrono_literals;
+using Milliseconds = PersistenceController::Milliseconds;
+
+/// Of the host's calls that are no ticks.
+constexpr Milliseconds operationPatience = 1000ms;
+/// Of the first use: another process may be creating the store, or emptying the log of its last connection.
+constexpr Milliseconds openingPatience = 5000ms;
+constexpr Milliseconds exitPatience = 250ms;
+
+}  // namespace
+
 PersistenceController& PersistenceController::shared() {
-    static PersistenceController& instance = *new PersistenceController(platform::Platform::current());
+    static PersistenceController& instance = [] -> PersistenceController& {
+        static auto& controller = *new PersistenceController(platform::Platform::current());
+        std::atexit([] { controller.savePending(exitPatience); });
+        return controller;
+    }();
     return instance;
 }
 
@@ -28,53 +46,119 @@ const platform::ManagedObjectModel& PersistenceController::managedObjectModel() 
     return *managedObjectModel_;
 }
 
-platform::ManagedObjectContext& PersistenceController::viewContext() {
+/// A store that is only in use for longer than `wait` is no reason to stop: a later operation opens it.
+std::expected<platform::ManagedObjectContext*, platform::StoreError> PersistenceController::viewContext(
+    Milliseconds wait) {
     if (!container_) {
         auto container = platform_.objectStore().makeContainer("TrackingDataContainer", managedObjectModel());
-        if (const auto loaded = container->loadPersistentStores(); !loaded)
-            fatalStop("Unresolved error " + loaded.error().description + ", " + loaded.error().userInfo);
+        container->waitAtMost(wait);
+        if (auto loaded = container->loadPersistentStores(); !loaded) {
+            platform::StoreError& error = loaded.error();
+            if (error.cause == platform::StoreError::Cause::busy) return std::unexpected(std::move(error));
+            fatalStop("Unresolved error " + error.description + ", " + error.userInfo);
+        }
         container_ = std::move(container);
     }
-    return container_->viewContext();
+    container_->waitAtMost(wait);
+    return &container_->viewContext();
+}
+
+/// For what a host calls and waits for.
+platform::ManagedObjectContext& PersistenceController::viewContextOrStop() {
+    const auto context = viewContext(container_ ? operationPatience : openingPatience);
+    if (!context) fatalStop("Unresolved error " + context.error().description + ", " + context.error().userInfo);
+    insertWaiting(**context);
+    return **context;
 }
 
 void PersistenceController::saveTrackingData(const DataReader& reader, const ValueMap& data) {
     const auto encoded = encode(data, platform_.jsonCoder());
     if (!encoded) return;
     const auto bytes = std::as_bytes(std::span(encoded->view()));
-    const std::lock_guard lock(mutex_);
-    DataEntry entry(viewContext());
-    entry.setId(platform_.uuidGenerator().makeUuid());
-    entry.setTimestamp(platform_.clock().secondsSince1970());
-    entry.setType(std::string(reader.id()));
-    entry.setData(DataEntry::Bytes(bytes.begin(), bytes.end()));
-    commit();
+    Sample sample{.id = platform_.uuidGenerator().makeUuid(),
+                  .timestamp = platform_.clock().secondsSince1970(),
+                  .type = std::string(reader.id()),
+                  .data = {bytes.begin(), bytes.end()}};
+    {
+        const std::lock_guard lock(waitingMutex_);
+        waiting_.push_back(std::move(sample));
+    }
+    if (!mutex_.try_lock_for(tickPatience)) return;
+    const std::lock_guard lock(mutex_, std::adopt_lock);
+    commit(tickPatience);
+}
+
+void PersistenceController::insertWaiting(platform::ManagedObjectContext& context) {
+    const std::lock_guard lock(waitingMutex_);
+    for (Sample& sample : std::exchange(waiting_, {})) {
+        DataEntry entry(context);
+        entry.setId(sample.id);
+        entry.setTimestamp(sample.timestamp);
+        entry.setType(std::move(sample.type));
+        entry.setData(std::move(sample.data));
+        contextHoldsPending_ = true;
+    }
+}
+
+bool PersistenceController::isAnythingPending() {
+    const std::lock_guard lock(waitingMutex_);
+    return contextHoldsPending_ || !waiting_.empty();
+}
+
+std::expected<void, platform::StoreError> PersistenceController::save(Milliseconds wait) {
+    const auto context = viewContext(wait);
+    if (!context) return std::unexpected(context.error());
+    insertWaiting(**context);
+    if (auto saved = (*context)->save(); !saved) return saved;
+    contextHoldsPending_ = false;
+    return {};
+}
+
+void PersistenceController::commit(Milliseconds wait) {
+    auto saved = save(wait);
+    for (int tries = 1; !saved; ++tries) {
+        printLine("[ ERROR ] Could not save data " + saved.error().description);
+        // A store that somebody removed or replaced is made again at once.
+        if (saved.error().cause != platform::StoreError::Cause::moved || tries > 1) return;
+        saved = save(wait);
+    }
 }
 
 void PersistenceController::saveChanges() {
     const std::lock_guard lock(mutex_);
-    commit();
+    commit(operationPatience);
 }
 
-void PersistenceController::commit() {
-    if (const auto saved = viewContext().save(); !saved)
-        std::cout << "[ ERROR ] Could not save data " + saved.error().description + '\n' << std::flush;
+void PersistenceController::savePending(Milliseconds wait) {
+    if (!mutex_.try_lock_for(wait)) return;
+    const std::lock_guard lock(mutex_, std::adopt_lock);
+    if (isAnythingPending()) commit(wait);
 }
 
-void PersistenceController::deleteAllTrackingData() {
-    {
-        const std::lock_guard lock(mutex_);
-        // A failed deletion leaves the records, and nobody to tell.
-        if (!viewContext().batchDelete(DataEntry::fetchRequest())) return;
-    }
+void PersistenceController::deleteAllTrackingData(Milliseconds wait) {
+    // A failed deletion leaves the records, and nobody to tell.
+    if (!deleteRecords(wait)) return;
     // Between the two, a tick that waits stores its sample: it need not wait for the clean-up.
     const std::lock_guard lock(mutex_);
-    viewContext().scrub();
+    viewContextOrStop().scrub();
+}
+
+/// Waits for another process in slices in which the lock is free.
+std::expected<void, platform::StoreError> PersistenceController::deleteRecords(Milliseconds wait) {
+    constexpr Milliseconds slice = tickPatience;
+    for (;; wait -= slice) {
+        const std::lock_guard lock(mutex_);
+        viewContextOrStop();
+        const auto context = viewContext(std::clamp(wait, 0ms, slice));
+        if (!context) return std::unexpected(context.error());
+        auto deleted = (*context)->batchDelete(DataEntry::fetchRequest());
+        if (deleted || deleted.error().cause != platform::StoreError::Cause::busy || wait <= slice) return deleted;
+    }
 }
 
 std::optional<std::int64_t> PersistenceController::countTrackingData() {
     const std::lock_guard lock(mutex_);
-    const auto count = viewContext().count(DataEntry::fetchRequest());
+    const auto count = viewContextOrStop().count(DataEntry::fetchRequest());
     return count ? std::optional(*count) : std::nullopt;
 }
 

@@ -26,7 +26,6 @@ void appendRecord(std::span<const platform::AttributeView> record, UploadDocumen
 }  // namespace
 
 std::optional<platform::ByteBuffer> PersistenceController::loadTrackingData() {
-    const std::lock_guard lock(mutex_);
     try {
         return assembleUploadDocument();
     } catch (const std::bad_alloc&) {
@@ -35,19 +34,28 @@ std::optional<platform::ByteBuffer> PersistenceController::loadTrackingData() {
 }
 
 std::optional<platform::ByteBuffer> PersistenceController::assembleUploadDocument() {
-    platform::ManagedObjectContext& context = viewContext();
-    platform::FetchRequest request = DataEntry::fetchRequest();
-    request.propertiesToFetch = {DataEntry::timestampIndex, DataEntry::typeIndex, DataEntry::dataIndex};
-    UploadDocument document(platform_.jsonCoder(), context.fetchSizeBound(request));
-    const auto fetched = context.fetch(request, [&document](std::span<const platform::AttributeView> record) {
-        appendRecord(record, document);
-        return true;
-    });
-    if (!fetched) return std::nullopt;
+    auto document = fetchSamples();
+    if (!document) return std::nullopt;
+    // Without the lock: no sample waits for the defaults.
     const std::string userId = userID(platform_);
     const std::string device = platform_.systemInfo().machine();
     const std::string application = platform_.bundles().mainBundle().bundleIdentifier().value_or("unknown");
-    return document.finish(userId, device, application);
+    return document->finish(userId, device, application);
+}
+
+std::optional<UploadDocument> PersistenceController::fetchSamples() {
+    const std::lock_guard lock(mutex_);
+    platform::ManagedObjectContext& context = viewContextOrStop();
+    if (isAnythingPending()) commit(tickPatience);
+    platform::FetchRequest request = DataEntry::fetchRequest();
+    request.propertiesToFetch = {DataEntry::timestampIndex, DataEntry::typeIndex, DataEntry::dataIndex};
+    std::optional<UploadDocument> document(std::in_place, platform_.jsonCoder(), context.fetchSizeBound(request));
+    const auto fetched = context.fetch(request, [&document](std::span<const platform::AttributeView> record) {
+        appendRecord(record, *document);
+        return true;
+    });
+    if (!fetched) document.reset();
+    return document;
 }
 
 }  // namespace tarvex

@@ -1,10 +1,14 @@
 #include "storage/persistence_controller.h"
 
-#include <sqlite3.h>
+#include <unistd.h>
 
+#include <csignal>
+#include <cstdlib>
+
+#include "child_process.h"
+#include "platform/linux/store/sample_store.h"
 #include "prelude.h"
 #include "scripted_object_store.h"
-#include "sleeping_thread.h"
 #include "tarvex/data_entry.h"
 #include "test_platform.h"
 
@@ -59,10 +63,9 @@ protected:
 
 // Holds the store's write lock, as another process in a long transaction would.
 auto lockForWriting(const std::filesystem::path& file) {
-    sqlite3* connection = nullptr;
-    EXPECT_EQ(sqlite3_open(file.c_str(), &connection), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(connection, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
-    return std::unique_ptr<sqlite3, decltype(&sqlite3_close)>(connection, sqlite3_close);
+    auto program = std::make_unique<test::OtherProgram>(file);
+    program->beginToWrite();
+    return program;
 }
 
 MATCHER_P(HasLux, lux, "") {
@@ -140,20 +143,106 @@ TEST_F(PersistenceControllerTest, ADeletionLeavesPendingSamples) {
     EXPECT_THAT(committed(), ElementsAre(HasLux(2)));
 }
 
-TEST_F(PersistenceControllerTest, ASampleThatWaitsForADeletionIsStoredBeforeTheScrub) {
+TEST_F(PersistenceControllerTest, ASampleWaitsNeitherForADeletionNorForAnUpload) {
     std::vector<std::string> operations;  // one at a time, under the store's lock
-    std::optional<test::SleepingThread> tick;
+    const auto whileATickComes = [&](const char* name) {
+        return [&, name] {
+            operations.emplace_back(name);
+            std::jthread([this] { storeSample(1); }).join();
+        };
+    };
     platform->setObjectStore(std::make_unique<test::ScriptedObjectStore>(
         test::ScriptedObjectStore::Script{.save = [&] { operations.emplace_back("save"); },
-                                          .batchDelete =
-                                              [&] {
-                                                  operations.emplace_back("delete");
-                                                  tick.emplace([this] { storeSample(1); });
-                                              },
-                                          .scrub = [&] { operations.emplace_back("scrub"); }}));
+                                          .fetch = whileATickComes("fetch"),
+                                          .batchDelete = whileATickComes("delete")}));
     store.deleteAllTrackingData();
-    tick.reset();
-    EXPECT_THAT(operations, ElementsAre("delete", "save", "scrub"));
+    store.savePending();
+    EXPECT_TRUE(store.loadTrackingData());
+    storeSample(2);
+    store.savePending();
+    EXPECT_THAT(operations, ElementsAre("delete", "save", "fetch", "save")) << "none is committed twice";
+}
+
+TEST_F(PersistenceControllerTest, StoresNothingIntoFilesThatWereRemovedOrReplaced) {
+    const auto data = file.parent_path();
+    const auto backup = data.native() + ".backup";
+    struct Case {
+        const char* what;
+        std::function<void()> happens;
+        std::vector<double> found;
+    };
+    for (const auto& [what, happens, found] :
+         {Case{"directory removed", [&] { std::filesystem::remove_all(data); }, {}},
+          Case{"directory replaced",
+               [&] {
+                   std::filesystem::remove_all(data.native() + ".old");
+                   std::filesystem::rename(data, data.native() + ".old");
+                   std::filesystem::copy(backup, data);
+               },
+               {1}},
+          Case{"files removed",
+               [&] {
+                   for (const char* suffix : {"", "-wal", "-shm"})
+                       std::filesystem::remove(file.native() + suffix);
+               },
+               {}}}) {
+        SCOPED_TRACE(what);
+        std::filesystem::remove_all(data);
+        storeSample(1);
+        std::filesystem::remove_all(backup);
+        std::filesystem::copy(data, backup);
+        storeSample(2);
+        happens();
+        CaptureStdout();
+        storeSample(3);
+        EXPECT_THAT(GetCapturedStdout(), ::testing::StartsWith("[ ERROR ] Could not save data file was removed"));
+        std::vector<double> expected = found;
+        expected.push_back(3);
+        const auto lux = [](const TrackingData& sample) { return sample.data.at("lux"); };
+        std::vector<double> stored;
+        std::ranges::transform(committed(), std::back_inserter(stored), lux);
+        EXPECT_EQ(stored, expected);
+
+        happens();
+        EXPECT_EQ(store.countTrackingData(), found.size());
+        EXPECT_THAT(test::documentOf(store).trackingData, SizeIs(found.size()));
+    }
+}
+
+TEST_F(PersistenceControllerTest, ReportsAFailedCommitWithoutTheHostsStreamsAndSignals) {
+    storeSample(1);
+    const auto lock = lockForWriting(file);
+    std::array<int, 2> ends{};
+    const int output = dup(STDOUT_FILENO);
+    ASSERT_EQ(pipe(ends.data()), 0);
+    close(ends[0]);
+    std::cout << std::flush;
+    dup2(ends[1], STDOUT_FILENO);
+    storeSample(2);  // SIGPIPE would end the process
+    dup2(output, STDOUT_FILENO);
+    sigset_t signals;
+    sigpending(&signals);
+    EXPECT_EQ(sigismember(&signals, SIGPIPE), 0);
+    EXPECT_TRUE(std::cout.good());
+    EXPECT_EQ(store.countTrackingData(), 2);
+}
+
+TEST(PersistenceController, WritesWhatIsPendingWhenTheProcessExits) {
+    const TemporaryDirectory directory;
+    const auto file = directory.path() / "data/TrackingDataContainer.sqlite";
+    const auto sampleAndExit = [&](int) -> int {
+        if (!platform::Platform::install(platform::Platform::makeLinux({.dataDirectory = file.parent_path()})))
+            return 1;
+        PersistenceController& store = PersistenceController::shared();
+        store.saveTrackingData(DataReader::ambientLight(1), {{"lux", 1}});
+        auto lock = lockForWriting(file);
+        store.saveTrackingData(DataReader::ambientLight(1), {{"lux", 2}});
+        lock.reset();
+        std::exit(0);
+    };
+    ASSERT_EQ(test::ChildProcess(sampleAndExit).wait(), 0);
+    test::OtherProgram store(file);
+    EXPECT_EQ(store.run("SELECT count(*) FROM DataEntry"), "2");
 }
 
 TEST_F(PersistenceControllerTest, TakesSamplesFromSeveralThreadsBesideDeletionsAndUploads) {
@@ -208,6 +297,13 @@ TEST_F(PersistenceControllerTest, LeavesRecordsOutOfAnUploadThatCannotBeRead) {
     EXPECT_EQ(store.countTrackingData(), 12) << "they stay stored";
     storeForeign({{"t", R"({})", std::numeric_limits<double>::infinity()}});
     EXPECT_FALSE(store.loadTrackingData().has_value()) << "a time that is not finite";
+}
+
+TEST_F(PersistenceControllerTest, ReservesEnoughForADocumentOfTheSmallestRecords) {
+    storeForeign(std::vector<ForeignRecord>(2000, {.type = "", .data = "{}", .timestamp = 1700000000.1234567}));
+    const auto container = openContainer("TrackingDataContainer");
+    EXPECT_GE(container->viewContext().fetchSizeBound(DataEntry::fetchRequest()),
+              store.loadTrackingData().value().size());
 }
 
 TEST_F(PersistenceControllerTest, DoesNotTouchTheUserIdentifierWhenTheFetchFails) {
