@@ -4,6 +4,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstring>
 
 #include "benchmark_store.h"
@@ -24,6 +26,32 @@ void appendTarvex(benchmark::State& state, bool many) {
     tracking.recordSample();
     for (auto _ : state)
         tracking.recordSample();
+}
+
+/// Every sample is refused for as long as the lock is held, and none may be lost.
+void appendLocked(benchmark::State& state) {
+    const BenchmarkDirectory directory;
+    const auto platform = platform::Platform::makeLinux({.dataDirectory = directory.path()});
+    PersistenceController store(*platform);
+    AmbientLightTracking tracking(store);
+    tracking.recordSample();
+    Database other = openByHand(directory.store());
+    execute(other.get(), "BEGIN IMMEDIATE");
+    std::chrono::duration<double, std::milli> longest{0};
+    std::int64_t ticks = 1;
+    for (auto _ : state) {
+        const auto start = std::chrono::steady_clock::now();
+        tracking.recordSample();
+        longest = std::max(longest, decltype(longest)(std::chrono::steady_clock::now() - start));
+        ++ticks;
+    }
+    other.reset();
+    store.saveChanges();
+    const Database database = openByHand(directory.store());
+    const Statement count = prepare(database.get(), "SELECT count(*) FROM DataEntry");
+    if (sqlite3_step(count.get()) != SQLITE_ROW || sqlite3_column_int64(count.get(), 0) != ticks)
+        state.SkipWithError("a sample was lost");
+    state.counters["longest_ms"] = longest.count();
 }
 
 void appendBareInsert(benchmark::State& state) {
@@ -59,6 +87,7 @@ BENCHMARK_CAPTURE(appendTarvex, many, true)
     ->Name("append/tarvex_1000000")
     ->UseRealTime()
     ->Unit(benchmark::kMicrosecond);
+BENCHMARK(appendLocked)->Name("append/locked")->Iterations(30)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(appendBareInsert)->Name("append/bare_insert")->UseRealTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(appendRawWrite)->Name("append/raw_write")->UseRealTime()->Unit(benchmark::kMicrosecond);
 

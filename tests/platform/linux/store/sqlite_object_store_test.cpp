@@ -62,28 +62,11 @@ TEST(ObjectModel, IsReadOnlyFromAWellFormedFile) {
     EXPECT_TRUE(isRead(model)) << "what the cases below break";
     using Case = std::pair<std::string, std::string>;
     for (const auto& [part, replacement] :
-         {Case{model, ""},
-          Case{model, "{"},
-          Case{model, "[]"},
-          Case{model, "{}"},
-          Case{model, model + "x"},
-          Case{entity, ""},
-          Case{entity, "1"},
+         {Case{model, ""}, Case{model, "{}"}, Case{model, model + "x"}, Case{entity, ""},
           Case{entity, R"({"name": "E"})"},
-          Case{entity, entity + R"(, {"name": "e", "attributes": [)" + attribute + "]}"},
-          Case{R"("name": "E", )", ""},
-          Case{"E", "sqlite_E"},
-          Case{"E", R"(E\"; DROP)"},
-          Case{attribute, ""},
-          Case{attribute, "1"},
-          Case{attribute, attribute + "," + attribute},
-          Case{R"("a")", R"("")"},
-          Case{R"("a")", R"("1a")"},
-          Case{R"("a")", R"("Seq")"},
-          Case{"uuid", "date"},
-          Case{R"("type": "uuid", )", ""},
-          Case{R"(, "optional": true)", ""},
-          Case{"true", "1"}}) {
+          Case{entity, entity + R"(, {"name": "e", "attributes": [)" + attribute + "]}"}, Case{"E", R"(E\"; DROP)"},
+          Case{attribute, attribute + "," + attribute}, Case{R"("a")", R"("Seq")"}, Case{"uuid", "date"},
+          Case{R"(, "optional": true)", ""}, Case{"true", "1"}}) {
         std::string broken = model;
         broken.replace(broken.find(part), part.size(), replacement);
         EXPECT_FALSE(isRead(broken)) << broken;

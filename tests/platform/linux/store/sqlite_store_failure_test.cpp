@@ -75,94 +75,75 @@ TEST_F(SqliteObjectStoreTest, IsScrubbedByCuttingOnlyWhileNothingIsStored) {
     }
 }
 
-TEST_F(SqliteObjectStoreTest, KeepsRecordsPendingWhileAnotherProgramHoldsTheLock) {
-    ASSERT_TRUE(store.add(1));
-    test::OtherProgram other(directory.path() / SampleStore::fileName);
-    other.beginToWrite();
-    EXPECT_FALSE(store.add(2));
-    EXPECT_THAT(*store.numbers(), ElementsAre(1, 2)) << "reading goes on";
-    other.end();
-    EXPECT_TRUE(store.add(3));
-    EXPECT_THAT(*store.numbers(), ElementsAre(1, 2, 3));
-}
-
-/// What is done to a store of the samples 0 to 2 while one call after the other fails: it returns the samples that must
-/// be there afterwards.
-struct Operation {
-    const char* what;
-    std::function<std::vector<int>(SampleStore&)> run;
-};
-
-void PrintTo(const Operation& operation, std::ostream* out) {
-    *out << operation.what;
-}
-
-class WhicheverCallFails : public ::testing::TestWithParam<Operation> {};
-
-TEST_P(WhicheverCallFails, NothingIsLostOrRepeated) {
-    const TemporaryDirectory original;
-    {
-        SampleStore store(original.path());
-        ASSERT_TRUE(store.open() && store.addAll({0, 1, 2}));
-    }
-    bool reached = true;
-    for (int call = 1; reached && !HasFailure(); ++call) {
-        SCOPED_TRACE(call);
-        const TemporaryDirectory directory;
-        std::filesystem::copy(original.path(), directory.path());
-        test::FaultyVfs vfs;
-        SampleStore store(directory.path(), vfs.name());
-        ASSERT_TRUE(store.open());
-        vfs.failCall(call);
-        std::vector<int> expected = GetParam().run(store);
-        reached = vfs.reached();
-        vfs.heal();
-
-        EXPECT_EQ(store.numbers(), expected);
-        EXPECT_TRUE(store.add(99));
-        expected.push_back(99);
-        EXPECT_EQ(store.numbers(), expected);
-        EXPECT_EQ(store.count(), expected.size());
-        SampleStore reopened(directory.path());
-        ASSERT_TRUE(reopened.open());
-        EXPECT_EQ(reopened.numbers(), expected);
-        EXPECT_EQ(test::integrity(directory.path()), "ok");
-        EXPECT_EQ(test::leavesTrace(directory.path(), {0, 1, 2}), expected.front() == 0);
-    }
-}
-
+/// What a store holds afterwards.
 std::vector<int> removeAllButPending(SampleStore& store) {
     store.insert(3);
     return store.removeAll() ? std::vector{3} : std::vector{0, 1, 2, 3};
 }
 
-INSTANTIATE_TEST_SUITE_P(Operations, WhicheverCallFails,
-                         ::testing::Values(Operation{"SaveOne",
-                                                     [](SampleStore& store) {
-                                                         std::ignore = store.add(3);
-                                                         return std::vector{0, 1, 2, 3};
-                                                     }},
-                                           Operation{"SaveSeveral",
-                                                     [](SampleStore& store) {
-                                                         std::ignore = store.addAll({3, 4, 5, 6});
-                                                         return std::vector{0, 1, 2, 3, 4, 5, 6};
-                                                     }},
-                                           Operation{"FetchAndCount",
-                                                     [](SampleStore& store) {
-                                                         const std::vector all{0, 1, 2, 3};
-                                                         store.insert(3);
-                                                         EXPECT_EQ(store.count().value_or(4), 4);
-                                                         EXPECT_EQ(store.numbers().value_or(all), all);
-                                                         return all;
-                                                     }},
-                                           Operation{"Delete", removeAllButPending},
-                                           Operation{"DeleteAndScrub",
-                                                     [](SampleStore& store) {
-                                                         const auto left = removeAllButPending(store);
-                                                         store.context().scrub();
-                                                         return left;
-                                                     }}),
-                         [](const auto& operation) { return operation.param.what; });
+TEST(SqliteObjectStore, LosesAndRepeatsNothingWhicheverCallFails) {
+    const TemporaryDirectory original;
+    {
+        SampleStore store(original.path());
+        ASSERT_TRUE(store.open() && store.addAll({0, 1, 2}));
+    }
+    struct Operation {
+        const char* what;
+        std::function<std::vector<int>(SampleStore&)> run;  ///< returns the samples that must be there afterwards
+    };
+    for (const Operation& operation : {
+             Operation{"save one",
+                       [](SampleStore& store) {
+                           std::ignore = store.add(3);
+                           return std::vector{0, 1, 2, 3};
+                       }},
+             Operation{"save several",
+                       [](SampleStore& store) {
+                           std::ignore = store.addAll({3, 4, 5, 6});
+                           return std::vector{0, 1, 2, 3, 4, 5, 6};
+                       }},
+             Operation{"fetch and count",
+                       [](SampleStore& store) {
+                           const std::vector all{0, 1, 2, 3};
+                           store.insert(3);
+                           EXPECT_EQ(store.count().value_or(4), 4);
+                           EXPECT_EQ(store.numbers().value_or(all), all);
+                           return all;
+                       }},
+             Operation{"delete", removeAllButPending},
+             Operation{"delete and scrub",
+                       [](SampleStore& store) {
+                           const auto left = removeAllButPending(store);
+                           store.context().scrub();
+                           return left;
+                       }},
+         }) {
+        bool reached = true;
+        for (int call = 1; reached && !HasFailure(); ++call) {
+            SCOPED_TRACE(std::string(operation.what) + ", call " + std::to_string(call));
+            const TemporaryDirectory directory;
+            std::filesystem::copy(original.path(), directory.path());
+            test::FaultyVfs vfs;
+            SampleStore store(directory.path(), vfs.name());
+            ASSERT_TRUE(store.open());
+            vfs.failCall(call);
+            std::vector<int> expected = operation.run(store);
+            reached = vfs.reached();
+            vfs.heal();
+
+            EXPECT_EQ(store.numbers(), expected);
+            EXPECT_TRUE(store.add(99));
+            expected.push_back(99);
+            EXPECT_EQ(store.numbers(), expected);
+            EXPECT_EQ(store.count(), expected.size());
+            SampleStore reopened(directory.path());
+            ASSERT_TRUE(reopened.open());
+            EXPECT_EQ(reopened.numbers(), expected);
+            EXPECT_EQ(test::integrity(directory.path()), "ok");
+            EXPECT_EQ(test::leavesTrace(directory.path(), {0, 1, 2}), expected.front() == 0);
+        }
+    }
+}
 
 }  // namespace
 }  // namespace tarvex::platform

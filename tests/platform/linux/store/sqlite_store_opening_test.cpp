@@ -45,75 +45,70 @@ std::map<path, std::string> contentsWithoutIndex(const path& directory) {
     return contents;
 }
 
-struct Damage {
-    const char* name;
-    int samples;
-    std::function<void(const path& file)> cause;
-};
-
-void PrintTo(const Damage& damage, std::ostream* out) {
-    *out << damage.name;
-}
-
-class DamagedStore : public ::testing::TestWithParam<Damage> {};
-
-TEST_P(DamagedStore, IsNamedAndLeftAsItIs) {
-    const TemporaryDirectory directory;
-    const auto file = directory.path() / SampleStore::fileName;
-    if (GetParam().samples > 0) fill(directory.path(), GetParam().samples);
-    GetParam().cause(file);
-    const auto before = contentsWithoutIndex(directory.path());
-    {
-        SampleStore store(directory.path());
-        const auto opened = store.open();
-        ASSERT_FALSE(opened);
-        EXPECT_THAT(opened.error().description, HasSubstr(file.native()));
-        EXPECT_THAT(opened.error().userInfo, HasSubstr(file.native()));
-    }
-    auto after = contentsWithoutIndex(directory.path());
-    std::erase_if(after, [&](const auto& entry) { return !before.contains(entry.first); });
-    EXPECT_TRUE(after == before);
-}
-
 /// Another program changed the tables.
 auto sql(const char* statements) {
     return [statements](const path& file) { test::OtherProgram(file).run(statements); };
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Kinds, DamagedStore,
-    ::testing::Values(
-        Damage{"Garbage", 0, [](const path& file) { writeFile(file, std::string(100'000, 'g')); }},
-        Damage{"ShortGarbage", 0, [](const path& file) { writeFile(file, "gg"); }},
-        Damage{"CutWithinTheFirstPage", 1000, [](const path& file) { std::filesystem::resize_file(file, 1000); }},
-        Damage{"CutOff", 1000,
-               [](const path& file) {
-                   std::filesystem::resize_file(file, std::filesystem::file_size(file) - 2 * pageSize);
-               }},
-        Damage{"EmptiedWithALog", 0,
-               [](const path& file) {
-                   fillLog(file.parent_path(), 10);
-                   writeFile(file, "s");
-               }},
-        Damage{"DamagedWithALog", 1000,
-               [](const path& file) {
-                   fillLog(file.parent_path(), 1);
-                   overwriteFromThirdPage(file);
-               }},
-        Damage{"ALogAlone", 0, [](const path& file) { writeFile(file.native() + "-wal", "the rest of a store"); }},
-        Damage{"DamagedTables", 10, [](const path& file) { overwrite(file, 100, 1000); }},
-        Damage{"DamagedRecords", 10, overwriteFromThirdPage}, Damage{"OtherTables", 0, sql("CREATE TABLE a(b)")},
-        Damage{"AColumnOfAnotherType", 0,
-               sql("CREATE TABLE DataEntry(seq INTEGER PRIMARY KEY, id BLOB, timestamp TEXT, type TEXT, data BLOB)")},
-        Damage{"AColumnLess", 1, sql("ALTER TABLE DataEntry DROP COLUMN data")},
-        Damage{"AColumnMore", 1, sql("ALTER TABLE DataEntry ADD COLUMN more")},
-        Damage{"AViewInPlaceOfTheTable", 1,
-               sql("ALTER TABLE DataEntry RENAME TO x; CREATE VIEW DataEntry AS SELECT * FROM x")},
-        Damage{"NoPlaceToRememberAScrub", 1, sql("DROP TABLE _scrub")},
-        Damage{"AnEmptyPlaceToRememberAScrub", 1, sql("DELETE FROM _scrub")},
-        Damage{"AnotherPlaceToRememberAScrub", 1, sql("ALTER TABLE _scrub DROP COLUMN scrubbed")},
-        Damage{"ADirectory", 0, [](const path& file) { std::filesystem::create_directory(file); }}),
-    [](const auto& damage) { return damage.param.name; });
+TEST(SqliteObjectStore, NamesADamagedFileAndLeavesItAsItIs) {
+    struct Damage {
+        const char* what;
+        int samples;
+        std::function<void(const path& file)> cause;
+    };
+    for (const auto& [what, samples, cause] : {
+             Damage{"garbage", 0, [](const path& file) { writeFile(file, std::string(100'000, 'g')); }},
+             Damage{"short garbage", 0, [](const path& file) { writeFile(file, "gg"); }},
+             Damage{"cut within the first page", 1000,
+                    [](const path& file) { std::filesystem::resize_file(file, 1000); }},
+             Damage{"cut off", 1000,
+                    [](const path& file) {
+                        std::filesystem::resize_file(file, std::filesystem::file_size(file) - 2 * pageSize);
+                    }},
+             Damage{"emptied beside a log", 0,
+                    [](const path& file) {
+                        fillLog(file.parent_path(), 10);
+                        writeFile(file, "s");
+                    }},
+             Damage{"damaged beside a log", 1000,
+                    [](const path& file) {
+                        fillLog(file.parent_path(), 1);
+                        overwriteFromThirdPage(file);
+                    }},
+             Damage{"a log alone", 0,
+                    [](const path& file) { writeFile(file.native() + "-wal", "the rest of a store"); }},
+             Damage{"damaged tables", 10, [](const path& file) { overwrite(file, 100, 1000); }},
+             Damage{"damaged records", 10, overwriteFromThirdPage},
+             Damage{"other tables", 0, sql("CREATE TABLE a(b)")},
+             Damage{
+                 "a column of another type", 0,
+                 sql("CREATE TABLE DataEntry(seq INTEGER PRIMARY KEY, id BLOB, timestamp TEXT, type TEXT, data BLOB)")},
+             Damage{"a column more", 1, sql("ALTER TABLE DataEntry ADD COLUMN more")},
+             Damage{"a view in place of the table", 1,
+                    sql("ALTER TABLE DataEntry RENAME TO x; CREATE VIEW DataEntry AS SELECT * FROM x")},
+             Damage{"no place to remember a scrub", 1, sql("DROP TABLE _scrub")},
+             Damage{"an empty place to remember a scrub", 1, sql("DELETE FROM _scrub")},
+             Damage{"another place to remember a scrub", 1, sql("ALTER TABLE _scrub DROP COLUMN scrubbed")},
+             Damage{"a directory", 0, [](const path& file) { std::filesystem::create_directory(file); }},
+         }) {
+        SCOPED_TRACE(what);
+        const TemporaryDirectory directory;
+        const auto file = directory.path() / SampleStore::fileName;
+        if (samples > 0) fill(directory.path(), samples);
+        cause(file);
+        const auto before = contentsWithoutIndex(directory.path());
+        {
+            SampleStore store(directory.path());
+            const auto opened = store.open();
+            ASSERT_FALSE(opened);
+            EXPECT_THAT(opened.error().description, HasSubstr(file.native()));
+            EXPECT_THAT(opened.error().userInfo, HasSubstr(file.native()));
+        }
+        auto after = contentsWithoutIndex(directory.path());
+        std::erase_if(after, [&](const auto& entry) { return !before.contains(entry.first); });
+        EXPECT_TRUE(after == before);
+    }
+}
 
 TEST(SqliteObjectStore, CannotBeOpenedWhereItsDirectoryIsMissing) {
     const TemporaryDirectory directory;
