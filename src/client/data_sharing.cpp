@@ -1,5 +1,6 @@
 #include "client/data_sharing.h"
 
+#include <chrono>
 #include <memory>
 #include <utility>
 
@@ -8,6 +9,9 @@
 namespace tarvex {
 
 namespace {
+
+/// Of a deletion that nobody waits for. Samples are stored in between.
+constexpr std::chrono::seconds deletionPatience{10};
 
 Client::Result outcome(const std::optional<platform::UrlResponse>& response,
                        const std::optional<platform::TransportError>& error) {
@@ -56,7 +60,7 @@ void DataSharing::handleUploadResponse(const std::optional<platform::UrlResponse
                                        const std::optional<platform::TransportError>& error, bool deleteIfSuccessfull,
                                        const Client::ShareCompletion& completion) {
     const Client::Result result = outcome(response, error);
-    if (result && deleteIfSuccessfull) store_.deleteAllTrackingData();
+    if (result && deleteIfSuccessfull) store_.deleteAllTrackingData(deletionPatience);
     callHost(completion, result);
 }
 
