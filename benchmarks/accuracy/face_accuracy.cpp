@@ -248,7 +248,8 @@ int measure(const std::filesystem::path& models, const std::filesystem::path& fa
         std::printf("| the same, mean of both eyes | %.2f %% | %.2f %% | |\n", errors.bothEyes.mean(),
                     errors.bothEyes.max());
         const PrintErrors ofProfiles = measurePrints(*finder, material->profiles, mode);
-        std::printf("| the same, in profile | | | %d of %d |\n", ofProfiles.found, ofProfiles.shown);
+        std::printf("| the same, in profile, which hides an eye | | | %d of %d |\n", ofProfiles.found,
+                    ofProfiles.shown);
     }
     const ErrorSummary posed = posedHeads(random);
     std::printf("| posed heads, the solver alone | %.2f %% | %.2f %% | %d eyes |\n", posed.mean(), posed.max(),

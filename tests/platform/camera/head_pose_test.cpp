@@ -1,13 +1,10 @@
 #include "platform/camera/vision/head_pose.h"
 
-#include <gtest/gtest.h>
-
 #include <Eigen/Dense>
-#include <cmath>
 #include <numbers>
-#include <optional>
 
 #include "platform/camera/vision/canonical_face.h"
+#include "prelude.h"
 
 namespace tarvex::camera {
 
@@ -88,7 +85,8 @@ TEST(HeadPose, RefusesPointsThatAreNoRigidHeadBeforeTheCamera) {
     FacePoints notNumbers = seen({});
     notNumbers.at(33).x = std::nanf("");
     EXPECT_FALSE(headPose(notNumbers, width, height, {}));
-    EXPECT_FALSE(headPose(seen({.yaw = 75}), width, height, {})) << "a profile hides an eye";
+    EXPECT_FALSE(headPose(seen({.yaw = 50}), width, height, {})) << "as a profile is seen, which hides an eye";
+    EXPECT_TRUE(headPose(seen({.yaw = 46}), width, height, {}));
 }
 
 }  // namespace tarvex::camera

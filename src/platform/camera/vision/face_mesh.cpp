@@ -15,7 +15,7 @@ constexpr std::size_t leftOuterCorner = 263;
 constexpr float margin = 1.5F;
 constexpr ChannelRange zeroToOne{.scale = 1 / 255.0F, .offset = 0};
 
-// A logit: 98 % sure. A profile, on which the mesh sees eyes that are not there, stays below; faces lie above.
+// A logit: 98 % sure. Some profiles, on which the mesh sees eyes that are not there, stay below; faces lie above.
 constexpr float leastPresence = 3.9F;
 
 // The first look sees the face where the detector believes it to be, the second where the first saw it. Most faces are

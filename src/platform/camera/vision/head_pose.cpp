@@ -24,8 +24,9 @@ constexpr int mostSteps = 8;
 constexpr double smallestStep = 1e-9;
 // How far the points may lie from a rigid head's, against the width between the outer canthi: faces reach 0.077.
 constexpr double worstFit = 0.09;
-// A face in profile hides an eye: past 60° away from the camera there is nothing to measure by.
-constexpr double leastFacing = 0.5;
+// The cosine of 48°. A face in profile hides an eye: there is nothing to measure by. The mesh sees a turned face less
+// turned than it is: full profiles as 51° to 58° away from the camera, faces that show both eyes as 43° at most.
+constexpr double leastFacing = 0.669;
 constexpr double nearest = 0.02;  // metres: nothing nearer can be a face in focus
 
 /// The camera's axes are x right, y down, z forward; the face's and the world's y is up and their z comes back.

@@ -21,7 +21,7 @@ struct FaceGeometry {
 };
 
 /// Places the face in space from where its points lie in a frame of width × height pixels; absent when the points are
-/// not those of a rigid head in front of the camera, or of one that looks past it by more than 60°.
+/// not those of a rigid head in front of the camera, or of one that looks past it by more than 48°.
 ///
 /// A perspective-n-point problem: the pose that carries the mean face, scaled to the interpupillary distance, onto the
 /// points is found by Levenberg and Marquardt's method (Levenberg 1944, Marquardt 1963).
