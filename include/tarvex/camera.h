@@ -19,7 +19,8 @@ struct CameraDevice {
 /// A camera that the desktop portal handed over. Needs GStreamer's PipeWire plugin. Which camera it is is not known, so
 /// no stored calibration is used.
 struct PortalCamera {
-    int fileDescriptor = -1;  ///< of the PipeWire remote; the host keeps it open while the library is used
+    /// Of the PipeWire remote; the host keeps it open while the library is used. Without one there is no camera.
+    std::optional<int> fileDescriptor = std::nullopt;
     std::uint32_t node = 0;
 };
 

@@ -76,16 +76,16 @@ int calibrate(const Arguments& arguments) {
     if (const auto usable = source.check(); !usable) return fail(usable.error());
     const auto opened = source.open();
     if (!opened) return fail(opened.error());
+    const std::string camera = opened->camera.value_or("");  // a device always has a name, an empty one at worst
 
-    std::printf("%s: look at it from %.1f cm for %d s\n", opened->camera.c_str(), arguments.centimetres,
-                arguments.seconds);
+    std::printf("%s: look at it from %.1f cm for %d s\n", camera.c_str(), arguments.centimetres, arguments.seconds);
     const auto readings = read(*opened->frames, *finder, std::chrono::seconds(arguments.seconds), show);
     std::printf("\n");
     if (!readings) return fail(readings.error());
     const auto factor = factorOf(*readings, arguments.centimetres);
     if (!factor) return fail(factor.error());
     const CalibrationFile file;
-    if (const auto stored = file.store(opened->camera, readings->width, readings->height, *factor); !stored)
+    if (const auto stored = file.store(camera, readings->width, readings->height, *factor); !stored)
         return fail(stored.error());
     std::printf("Factor %.4f for frames of %d×%d, stored in %s\n", *factor, readings->width, readings->height,
                 file.path().c_str());

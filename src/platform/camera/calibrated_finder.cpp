@@ -1,7 +1,6 @@
 #include "platform/camera/calibrated_finder.h"
 
 #include <map>
-#include <optional>
 #include <utility>
 
 namespace tarvex::camera {
@@ -39,7 +38,8 @@ FaceGeometry geometryOf(const Options& options) {
             .interpupillaryDistance = options.interpupillaryDistance};
 }
 
-FaceFinder calibratedFinder(FaceFinder finder, const Options& options, std::string camera, CalibrationFile file) {
+FaceFinder calibratedFinder(FaceFinder finder, const Options& options, std::optional<std::string> camera,
+                            CalibrationFile file) {
     if (options.calibrationFactor) {
         return [finder = std::move(finder), factor = *options.calibrationFactor](const Frame& frame) {
             return scaled(finder(frame), factor);
@@ -47,8 +47,8 @@ FaceFinder calibratedFinder(FaceFinder finder, const Options& options, std::stri
     }
     // A measured factor holds what the assumed lens and eyes were off by: a host that names its own would have it
     // twice.
-    if (camera.empty() || !assumesWhatACalibrationDoes(options)) return finder;
-    return [finder = std::move(finder), camera = std::move(camera), file = std::move(file),
+    if (!camera || !assumesWhatACalibrationDoes(options)) return finder;
+    return [finder = std::move(finder), camera = *std::move(camera), file = std::move(file),
             stored = std::map<std::pair<int, int>, double>()](const Frame& frame) mutable {
         const std::pair size(frame.width, frame.height);
         if (!stored.contains(size)) stored[size] = file.factor(camera, frame.width, frame.height).value_or(1);

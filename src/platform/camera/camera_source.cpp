@@ -29,6 +29,13 @@ std::expected<void, std::string> checkFile(const std::filesystem::path& path) {
     return Failure("there is no file " + path.string());
 }
 
+std::expected<PipeWireNode, std::string> nodeOf(const PortalCamera& portal) {
+    // A negative one, as a failed call leaves it, would open the system's own remote.
+    if (portal.fileDescriptor && *portal.fileDescriptor >= 0)
+        return PipeWireNode{.remote = *portal.fileDescriptor, .node = portal.node};
+    return Failure("the portal handed over no camera");
+}
+
 std::expected<void, std::string> checkDevices(const CameraDevice& device) {
     const auto nodes = candidates(device);
     if (std::ranges::any_of(nodes, platform::mayOpen)) return {};
@@ -57,7 +64,13 @@ std::expected<NamedSource, std::string> openDevice(const CameraDevice& device) {
 std::expected<NamedSource, std::string> openUnnamed(const OpenedSource& source) {
     auto frames = openFrameSource(source);
     if (!frames) return Failure(frames.error());
-    return NamedSource{.frames = std::move(*frames), .camera = ""};
+    return NamedSource{.frames = std::move(*frames)};
+}
+
+std::expected<NamedSource, std::string> openPortal(const PortalCamera& portal) {
+    const auto node = nodeOf(portal);
+    if (!node) return Failure(node.error());
+    return openUnnamed(*node);
 }
 
 }  // namespace
@@ -67,8 +80,8 @@ CameraSource::CameraSource(Source source) : source_(std::move(source)) {}
 std::expected<void, std::string> CameraSource::check() const {
     return std::visit(Overloaded{[](const CameraDevice& device) { return checkDevices(device); },
                                  [](const PortalCamera& portal) -> std::expected<void, std::string> {
-                                     if (portal.fileDescriptor >= 0) return {};
-                                     return Failure("the portal handed over no camera");
+                                     if (const auto node = nodeOf(portal); !node) return Failure(node.error());
+                                     return {};
                                  },
                                  [](const VideoFile& video) { return checkFile(video.path); },
                                  [](const Pictures& pictures) -> std::expected<void, std::string> {
@@ -83,7 +96,7 @@ std::expected<void, std::string> CameraSource::check() const {
 
 std::expected<NamedSource, std::string> CameraSource::open() {
     return std::visit(Overloaded{[](const CameraDevice& device) { return openDevice(device); },
-                                 [](const PortalCamera& portal) { return openUnnamed(portal); },
+                                 [](const PortalCamera& portal) { return openPortal(portal); },
                                  [](const VideoFile& video) { return openUnnamed(video); },
                                  [&](const Pictures& pictures) {
                                      const auto& path = pictures.paths[nextPicture_];

@@ -2,6 +2,7 @@
 
 #include <expected>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/camera/capture/frame_source.h"
@@ -9,10 +10,10 @@
 
 namespace tarvex::camera {
 
-/// An open source, and the name under which its camera is calibrated; empty where that is not known, or no camera is.
+/// An open source, and the name under which its camera is calibrated; absent where that is not known, or no camera is.
 struct NamedSource {
     std::unique_ptr<FrameSource> frames;
-    std::string camera;
+    std::optional<std::string> camera = std::nullopt;
 };
 
 /// What the host chose, opened run by run. Used by one thread at a time.

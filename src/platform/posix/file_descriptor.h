@@ -1,16 +1,25 @@
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
+
+#include <filesystem>
+#include <optional>
 
 namespace tarvex::platform {
 
-/// Closes a file that the kernel has opened; negative for none.
+/// A file that the kernel has opened; closed when this is destroyed.
 class FileDescriptor {
 public:
-    explicit FileDescriptor(int number) : number_(number) {}
-    ~FileDescriptor() {
-        if (number_ >= 0) ::close(number_);
+    /// Opens the file with `flags`, not for programs that this process starts; absent with errno.
+    static std::optional<FileDescriptor> open(const std::filesystem::path& path, int flags) {
+        const int number = ::open(path.c_str(), flags | O_CLOEXEC);
+        if (number < 0) return std::nullopt;
+        return std::optional<FileDescriptor>(std::in_place, number);
     }
+
+    explicit FileDescriptor(int number) : number_(number) {}
+    ~FileDescriptor() { ::close(number_); }
     FileDescriptor(const FileDescriptor&) = delete;
     FileDescriptor& operator=(const FileDescriptor&) = delete;
 

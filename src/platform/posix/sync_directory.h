@@ -1,8 +1,5 @@
 #pragma once
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <filesystem>
 
 #include "platform/posix/file_descriptor.h"
@@ -11,8 +8,8 @@ namespace tarvex::platform {
 
 /// Makes durable what was created in the directory; false with errno.
 inline bool syncDirectory(const std::filesystem::path& path) {
-    const FileDescriptor directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return directory.number() >= 0 && ::fsync(directory.number()) == 0;
+    const auto directory = FileDescriptor::open(path, O_RDONLY | O_DIRECTORY);
+    return directory && ::fsync(directory->number()) == 0;
 }
 
 /// The directory that holds the entry of this name.

@@ -1,16 +1,9 @@
 #include "platform/camera/capture/gst_frame_source.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <array>
-#include <fstream>
-#include <optional>
-#include <string>
-
+#include "platform/camera/camera_source.h"
 #include "platform/camera/recorded_video.h"
 #include "platform/camera/simulated_camera.h"
-#include "temporary_directory.h"
+#include "prelude.h"
 
 namespace tarvex::camera {
 
@@ -127,9 +120,14 @@ TEST_F(FrameSources, EndWithAReasonWhereNoFrameComes) {
     EXPECT_THAT(look(Picture{.path = directory.path() / "absent"}).end, HasSubstr("delivers no frames"));
     const auto node = directory.path() / "no-camera";
     EXPECT_THAT(look(node).end, StartsWith("the camera " + node.string() + " delivers no frames"));
-    EXPECT_THAT(look(PortalCamera{.fileDescriptor = 0, .node = 1}).end,
+    EXPECT_THAT(look(PipeWireNode{.remote = 0, .node = 1}).end,
                 AnyOf(HasSubstr("\"pipewiresrc\""), HasSubstr("delivers no frames")))
         << "no PipeWire, or no such node";
+    const auto refusal = [](const Source& source) { return CameraSource(source).open().error(); };
+    EXPECT_THAT(refusal(CameraDevice{.node = file}), HasSubstr("is no camera"));
+    EXPECT_THAT(refusal(CameraDevice{.node = node}), HasSubstr("cannot be opened"));
+    EXPECT_THAT(refusal(PortalCamera{}), HasSubstr("handed over no camera"));
+    EXPECT_THAT(refusal(PortalCamera{.fileDescriptor = -1}), HasSubstr("handed over no camera"));
     record("videotestsrc num-buffers=0 ! video/x-raw,width=64,height=48 ! matroskamux", file);
     const Seen seen = look(VideoFile{.path = file});
     EXPECT_EQ(seen.frames, 0);

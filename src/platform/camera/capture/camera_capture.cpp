@@ -156,7 +156,7 @@ void CameraCapture::look(OpenCapture& capture) {
         if (*came) {
             lastFrame = now;
             nextLook = now + lookInterval;
-            lastReport_.clear();
+            lastReport_.reset();
         }
         if (now - lastFrame > stall) report("the camera is open, but delivers no frames");
         if (face && newest() == observer) observer->faceFound(*face);

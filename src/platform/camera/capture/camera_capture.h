@@ -85,14 +85,14 @@ private:
     const CaptureOpener open_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::vector<Run> runs_;         ///< the newest last
-    std::uint64_t changes_ = 0;     ///< of the runs
-    std::uint64_t runCount_ = 0;    ///< of all runs ever
-    std::uint64_t servedRun_ = 0;   ///< the newest when the source was opened
-    std::uint64_t givenUpRun_ = 0;  ///< the newest when the source failed
+    std::vector<Run> runs_;                    ///< the newest last
+    std::uint64_t changes_ = 0;                ///< of the runs
+    std::uint64_t runCount_ = 0;               ///< of all runs ever
+    std::uint64_t servedRun_ = 0;              ///< the newest when the source was opened
+    std::optional<std::uint64_t> givenUpRun_;  ///< the newest when the source failed
     bool ending_ = false;
-    bool ended_ = false;      ///< the thread has left everything but its stack
-    std::string lastReport_;  ///< of the thread alone
+    bool ended_ = false;                     ///< the thread has left everything but its stack
+    std::optional<std::string> lastReport_;  ///< of the thread alone
     std::thread thread_;
 };
 

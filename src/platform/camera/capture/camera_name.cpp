@@ -1,9 +1,7 @@
 #include "platform/camera/capture/camera_name.h"
 
-#include <fcntl.h>
 #include <linux/videodev2.h>
 #include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -23,10 +21,10 @@ std::string reason() {
 }  // namespace
 
 std::expected<std::string, std::string> cameraName(const std::filesystem::path& node) {
-    const FileDescriptor device(::open(node.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
-    if (device.number() < 0) return std::unexpected("the camera " + node.string() + " cannot be opened: " + reason());
+    const auto device = FileDescriptor::open(node, O_RDWR | O_NONBLOCK);
+    if (!device) return std::unexpected("the camera " + node.string() + " cannot be opened: " + reason());
     v4l2_capability capability{};
-    if (::ioctl(device.number(), VIDIOC_QUERYCAP, &capability) != 0)
+    if (::ioctl(device->number(), VIDIOC_QUERYCAP, &capability) != 0)
         return std::unexpected(node.string() + " is no camera");
     const bool ownCapabilities = (capability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0;
     const auto capabilities = ownCapabilities ? capability.device_caps : capability.capabilities;

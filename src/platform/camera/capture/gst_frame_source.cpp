@@ -127,7 +127,7 @@ struct Plan {
     std::string name;  ///< for a person
     std::optional<std::filesystem::path> device = std::nullopt;
     std::optional<std::filesystem::path> location = std::nullopt;
-    std::optional<PortalCamera> portal = std::nullopt;
+    std::optional<PipeWireNode> pipeWire = std::nullopt;
 };
 
 Plan planFor(const std::filesystem::path& node) {
@@ -135,8 +135,8 @@ Plan planFor(const std::filesystem::path& node) {
         .launch = std::string(cameraHead) + tail + newestOnly, .name = "the camera " + node.string(), .device = node};
 }
 
-Plan planFor(const PortalCamera& portal) {
-    return {.launch = std::string(portalHead) + tail + newestOnly, .name = "the portal's camera", .portal = portal};
+Plan planFor(const PipeWireNode& pipeWire) {
+    return {.launch = std::string(portalHead) + tail + newestOnly, .name = "the portal's camera", .pipeWire = pipeWire};
 }
 
 Plan planFor(const VideoFile& video) {
@@ -153,9 +153,9 @@ Plan planFor(const Picture& picture) {
 void setProperties(GstElement* source, const Plan& plan) {
     if (plan.device) g_object_set(source, "device", plan.device->c_str(), nullptr);
     if (plan.location) g_object_set(source, "location", plan.location->c_str(), nullptr);
-    if (plan.portal) {
-        const std::string node = std::to_string(plan.portal->node);
-        g_object_set(source, "fd", plan.portal->fileDescriptor, "path", node.c_str(), nullptr);
+    if (plan.pipeWire) {
+        const std::string node = std::to_string(plan.pipeWire->node);
+        g_object_set(source, "fd", plan.pipeWire->remote, "path", node.c_str(), nullptr);
     }
 }
 

@@ -1,6 +1,5 @@
 #include "platform/linux/host/regular_file.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,15 +19,15 @@ bool isRegularFile(const FileDescriptor& file) {
 }  // namespace
 
 std::optional<std::string> contentsOfRegularFile(const std::filesystem::path& path, std::size_t maximumSize) {
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (file.number() < 0 || !isRegularFile(file)) return std::nullopt;
+    const auto file = FileDescriptor::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    if (!file || !isRegularFile(*file)) return std::nullopt;
 
     std::string contents;
     while (contents.size() <= maximumSize) {
         const std::size_t size = contents.size();
         const std::size_t chunk = std::min<std::size_t>(65'536, maximumSize + 1 - size);
         contents.resize(size + chunk);
-        const ssize_t count = ::read(file.number(), contents.data() + size, chunk);
+        const ssize_t count = ::read(file->number(), contents.data() + size, chunk);
         if (count < 0 && errno != EINTR) return std::nullopt;
         contents.resize(size + static_cast<std::size_t>(count > 0 ? count : 0));
         if (count == 0) return contents.size() <= maximumSize ? std::optional(std::move(contents)) : std::nullopt;
