@@ -1,19 +1,13 @@
 #include "platform/camera/vision/face_locator.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <random>
-#include <sstream>
 
 #include "platform/camera/capture/gst_frame_source.h"
 #include "platform/camera/vision/face_models.h"
-#include "temporary_directory.h"
+#include "prelude.h"
 
 namespace tarvex::camera {
 

@@ -35,6 +35,7 @@ struct ScriptedCamera {
     std::atomic<bool> stalls = false;
     std::atomic<bool> showsFace = true;
     std::atomic<float> depth = 0.5F;  ///< metres to the face
+    std::atomic<int> width = 640;     ///< of its frames
 
     bool isOpen() const { return opened > closed; }
 
@@ -62,7 +63,7 @@ private:
                 return false;
             }
             ++camera_.frames;
-            look({});
+            look({.width = camera_.width, .height = 480});
             return true;
         }
 
@@ -72,9 +73,8 @@ private:
 
     std::optional<platform::Anchor> face() const {
         if (!showsFace) return std::nullopt;
-        platform::Anchor anchor{.transform = platform::Transform::identity(),
-                                .face = platform::Anchor::Face{.leftEyeTransform = platform::Transform::identity(),
-                                                               .rightEyeTransform = platform::Transform::identity()}};
+        constexpr auto here = platform::Transform::identity();
+        platform::Anchor anchor{.transform = here, .face = platform::Anchor::Face{here, here}};
         anchor.transform.columns[14] = -depth;
         return anchor;
     }

@@ -1,15 +1,11 @@
 #include "platform/camera/vision/tflite_model.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cstring>
 #include <random>
-#include <utility>
 
 #include "platform/camera/vision/face_models.h"
 #include "platform/camera/vision/neural_network.h"
+#include "prelude.h"
 
 namespace tarvex::camera {
 

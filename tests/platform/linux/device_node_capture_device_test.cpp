@@ -1,5 +1,6 @@
 #include "platform/linux/device_node_capture_device.h"
 
+#include "platform/posix/video_devices.h"
 #include "prelude.h"
 #include "testing/manual_dispatch_queues.h"
 
@@ -33,6 +34,15 @@ TEST(DeviceNodeCaptureDevice, AnswersLaterFromTheVideoDevicesThatTheUserMayOpen)
         EXPECT_THAT(answers, ElementsAre(c.granted));
         EXPECT_EQ(queues.runMain(), 0U) << "the main thread is not needed";
     }
+}
+
+TEST(VideoDevices, AreTheNumberedNodesInTheirOrder) {
+    const TemporaryDirectory directory;
+    for (const char* name : {"video10", "video2", "videoX", "video", "vide0", "video2a", "audio1"})
+        writeFile(directory.path() / name, "");
+    EXPECT_THAT(videoDeviceNodes(directory.path()),
+                ElementsAre(directory.path() / "video2", directory.path() / "video10"));
+    EXPECT_THAT(videoDeviceNodes(directory.path() / "absent"), IsEmpty());
 }
 
 }  // namespace
