@@ -138,7 +138,11 @@ int run(const Arguments& arguments) {
     const auto player = playLightWhereThereIsNoSensor(arguments);
     installPlatform(arguments, player.get());
     if (!askForConsent(RunLoop::main(), readers)) {
-        std::cout << "No consent was given: nothing is sampled.\n";
+        std::cout << "No consent was given: nothing is sampled.\n"
+                     "The desktop remembers a camera that was refused. To be asked again:\n"
+                     "  gdbus call --session --dest org.freedesktop.impl.portal.PermissionStore \\\n"
+                     "    --object-path /org/freedesktop/impl/portal/PermissionStore \\\n"
+                     "    --method org.freedesktop.impl.portal.PermissionStore.DeletePermission devices camera \"\"\n";
         return 0;
     }
     if (!sample(arguments.seconds)) return 1;

@@ -34,6 +34,25 @@ GtkWidget* text(const char* words) {
     return label;
 }
 
+/// Takes back what the desktop's portal stored about the camera: for hosts without a name, and for this one where a
+/// desktop's menu started it. An answer that is not there stays so.
+void forgetCameraAnswer() {
+    g_bus_get(
+        G_BUS_TYPE_SESSION, nullptr,
+        [](GObject*, GAsyncResult* result, gpointer) {
+            GDBusConnection* bus = g_bus_get_finish(result, nullptr);
+            if (bus == nullptr) return;  // nobody keeps an answer
+            constexpr const char* store = "org.freedesktop.impl.portal.PermissionStore";
+            for (const char* host : {"", "org.tarvex.GtkHost"}) {
+                g_dbus_connection_call(bus, store, "/org/freedesktop/impl/portal/PermissionStore", store,
+                                       "DeletePermission", g_variant_new("(sss)", "devices", "camera", host), nullptr,
+                                       G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr, nullptr);
+            }
+            g_object_unref(bus);
+        },
+        nullptr);
+}
+
 }  // namespace
 
 std::shared_ptr<StudyWindow> StudyWindow::open(GtkApplication* application, platform::Platform& platform) {
@@ -85,7 +104,16 @@ void StudyWindow::showRefusal() {
     gtk_widget_set_valign(page, GTK_ALIGN_CENTER);
     gtk_box_append(GTK_BOX(page), text("Nothing is measured: there is no consent, or no access to the camera."));
     gtk_box_append(GTK_BOX(page), makeButton("Ask again", &StudyWindow::showConsentScreen));
+    gtk_box_append(GTK_BOX(page),
+                   text("The desktop remembers a refused camera and does not ask again by itself. If it was "
+                        "refused by accident:"));
+    gtk_box_append(GTK_BOX(page), makeButton("Ask about the camera again", &StudyWindow::askAfresh));
     gtk_window_set_child(window_, page);
+}
+
+void StudyWindow::askAfresh() {
+    forgetCameraAnswer();
+    showConsentScreen();
 }
 
 void StudyWindow::showStudy() {

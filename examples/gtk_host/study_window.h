@@ -29,6 +29,7 @@ private:
 
     void showConsentScreen();
     void showRefusal();
+    void askAfresh();
     void showStudy();
 
     GtkWidget* makeCharts();
