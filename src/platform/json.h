@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -23,6 +24,9 @@ struct JsonValue {
     std::variant<std::monostate, bool, double, std::string, Array, Object> value;
 };
 
+/// Appends the value maps of one document, see `JsonCoder::appendValueMap`. Owns the memory that reading them takes.
+using ValueMapAppender = std::move_only_function<bool(std::string_view text, ByteBuffer& output)>;
+
 /// Reads and writes JSON (RFC 8259), compact and in UTF-8. Numbers are 64-bit floats and keep their value exactly.
 /// Thread-safe.
 class TARVEX_EXPORT JsonCoder {
@@ -45,6 +49,12 @@ public:
     /// Appends `text` when it is an object whose members are all numbers; false, and nothing appended, otherwise.
     /// The members keep their bytes, unless names repeat: then only the last of each is written.
     [[nodiscard]] virtual bool appendValueMap(std::string_view text, ByteBuffer& output) const = 0;
+
+    /// `appendValueMap` for one document: what the coder needs again for each map is kept until the appender goes.
+    /// Used by one thread at a time; not to outlive the coder.
+    [[nodiscard]] virtual ValueMapAppender valueMapAppender() const {
+        return [this](std::string_view text, ByteBuffer& output) { return appendValueMap(text, output); };
+    }
 };
 
 }  // namespace tarvex::platform

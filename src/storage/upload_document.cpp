@@ -10,7 +10,8 @@ constexpr std::size_t framingSize = 1024;  // everything but the samples, short 
 
 }  // namespace
 
-UploadDocument::UploadDocument(const platform::JsonCoder& coder, std::size_t sizeBound) : coder_(coder) {
+UploadDocument::UploadDocument(const platform::JsonCoder& coder, std::size_t sizeBound)
+    : coder_(coder), appendValueMap_(coder.valueMapAppender()) {
     bytes_.reserve(sizeBound + framingSize);
     bytes_.append(R"({"trackingData":[)");
 }
@@ -19,7 +20,7 @@ void UploadDocument::appendSample(double timestamp, std::string_view type, std::
     if (!encodeType(type)) return;
     const std::size_t before = bytes_.size();
     bytes_.append(empty_ ? R"({"data":)" : R"(,{"data":)");
-    if (!coder_.appendValueMap(encodedValues, bytes_)) {
+    if (!appendValueMap_(encodedValues, bytes_)) {
         bytes_.truncate(before);
         return;
     }

@@ -31,6 +31,7 @@ private:
     bool encodeType(std::string_view type);
 
     const platform::JsonCoder& coder_;
+    platform::ValueMapAppender appendValueMap_;
     platform::ByteBuffer bytes_;
     // One sample is mostly of the type of the one before: what stands between its values and its time is kept.
     std::optional<std::string> type_;

@@ -280,11 +280,13 @@ TEST_F(PersistenceControllerTest, LeavesRecordsOutOfAnUploadThatCannotBeRead) {
                   {"trailing", "{\"lux\":6}\0"s},
                   {"not UTF-8", "{\"\xFF\":7}"},
                   {"infinite", R"({"lux":1e999})"},
+                  {"no time", R"({"lux":10})"},
                   {"quote\"d", R"({ "lux": 8, "lux": 9 })"}});
+    test::OtherProgram(file).run("UPDATE DataEntry SET timestamp = NULL WHERE type = 'no time'");
     const TrackingDataWrapper document = test::documentOf(store);
     EXPECT_THAT(document.trackingData, ElementsAre(HasLux(1), HasLux(9))) << "of one name's members the last counts";
     EXPECT_EQ(document.trackingData[1].type, "quote\"d");
-    EXPECT_EQ(store.countTrackingData(), 12) << "they stay stored";
+    EXPECT_EQ(store.countTrackingData(), 13) << "they stay stored";
     storeForeign({{"t", R"({})", std::numeric_limits<double>::infinity()}});
     EXPECT_FALSE(store.loadTrackingData().has_value()) << "a time that is not finite";
 }

@@ -24,10 +24,10 @@ constexpr int deepestNesting = 64;
 
 enum class Shape : std::uint8_t { compactValueMap, needsRewriting, noValueMap };
 
-// A parser allocates memory on its first use only.
-ondemand::parser& threadsParser() {
-    thread_local ondemand::parser parser;
-    return parser;
+// simdjson's own objects are made at their first use, and destroyed in the reverse order of that. Used first of all,
+// when this library is loaded, they outlive the host's static objects and exit handlers, in which it may still share.
+[[gnu::constructor(101)]] void useSimdjson() {
+    [[maybe_unused]] const bool valid = simdjson::validate_utf8("", 0);
 }
 
 // The names met in one object, as they are written; few enough to be compared one by one.
@@ -57,11 +57,10 @@ std::optional<std::string_view> plainName(ondemand::field& field) {
 }
 
 // Looks at the members of an object. `text` is followed by simdjson::SIMDJSON_PADDING readable bytes.
-Shape shapeOf(std::string_view text) {
+Shape shapeOf(std::string_view text, ondemand::parser& parser) {
     ondemand::document document;
     ondemand::object object;
-    const auto read =
-        threadsParser().iterate(text.data(), text.size(), text.size() + simdjson::SIMDJSON_PADDING).get(document);
+    const auto read = parser.iterate(text.data(), text.size(), text.size() + simdjson::SIMDJSON_PADDING).get(document);
     if (read == simdjson::MEMALLOC) throw std::bad_alloc();
     if (read != simdjson::SUCCESS || document.get_object().get(object) != simdjson::SUCCESS) return Shape::noValueMap;
 
@@ -141,6 +140,26 @@ bool appendRewritten(const JsonCoder& coder, std::string_view text, ByteBuffer& 
     return true;
 }
 
+bool appendRead(const JsonCoder& coder, std::string_view text, ondemand::parser& parser, ByteBuffer& output) {
+    if (isPlainValueMap(text)) {
+        output.append(text);
+        return true;
+    }
+    // The bytes are validated where they will stay.
+    char* begin = output.spare(text.size() + simdjson::SIMDJSON_PADDING).data();
+    if (!text.empty()) std::memcpy(begin, text.data(), text.size());
+    switch (shapeOf({begin, text.size()}, parser)) {
+        case Shape::compactValueMap:
+            output.extend(text.size());
+            return true;
+        case Shape::needsRewriting:
+            return appendRewritten(coder, text, output);
+        case Shape::noValueMap:
+            return false;
+    }
+    std::unreachable();
+}
+
 }  // namespace
 
 std::optional<JsonValue> SimdjsonCoder::decode(std::string_view text) const {
@@ -178,23 +197,14 @@ bool SimdjsonCoder::appendNumber(double number, ByteBuffer& output) const {
 }
 
 bool SimdjsonCoder::appendValueMap(std::string_view text, ByteBuffer& output) const {
-    if (isPlainValueMap(text)) {
-        output.append(text);
-        return true;
-    }
-    // The bytes are validated where they will stay.
-    char* begin = output.spare(text.size() + simdjson::SIMDJSON_PADDING).data();
-    if (!text.empty()) std::memcpy(begin, text.data(), text.size());
-    switch (shapeOf({begin, text.size()})) {
-        case Shape::compactValueMap:
-            output.extend(text.size());
-            return true;
-        case Shape::needsRewriting:
-            return appendRewritten(*this, text, output);
-        case Shape::noValueMap:
-            return false;
-    }
-    std::unreachable();
+    return valueMapAppender()(text, output);
+}
+
+// A parser takes memory at its first use only, as much as its longest text needs.
+ValueMapAppender SimdjsonCoder::valueMapAppender() const {
+    return [this, parser = ondemand::parser()](std::string_view text, ByteBuffer& output) mutable {
+        return appendRead(*this, text, parser, output);
+    };
 }
 
 }  // namespace tarvex::platform

@@ -12,6 +12,7 @@ public:
     void appendString(std::string_view text, ByteBuffer& output) const override;
     [[nodiscard]] bool appendNumber(double number, ByteBuffer& output) const override;
     [[nodiscard]] bool appendValueMap(std::string_view text, ByteBuffer& output) const override;
+    [[nodiscard]] ValueMapAppender valueMapAppender() const override;
 };
 
 }  // namespace tarvex::platform

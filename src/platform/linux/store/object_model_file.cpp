@@ -1,8 +1,8 @@
 #include "platform/linux/store/object_model_file.h"
 
 #include <algorithm>
+#include <array>
 #include <fstream>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string_view>
@@ -44,13 +44,16 @@ std::optional<std::string> nameIn(const Json& description) {
 }
 
 std::optional<AttributeType> typeIn(const Json& description) {
-    static const std::map<std::string, AttributeType, std::less<>> types{{"uuid", AttributeType::uuid},
-                                                                         {"number", AttributeType::number},
-                                                                         {"string", AttributeType::string},
-                                                                         {"binary", AttributeType::binary}};
+    // Not a map: the store may be opened in an exit handler, after the static objects are gone.
+    static constexpr std::array<std::pair<std::string_view, AttributeType>, 4> types{
+        {{"uuid", AttributeType::uuid},
+         {"number", AttributeType::number},
+         {"string", AttributeType::string},
+         {"binary", AttributeType::binary}}};
     const auto type = description.find("type");
     if (type == description.end() || !type->is_string()) return std::nullopt;
-    const auto known = types.find(type->get_ref<const std::string&>());
+    const auto* known =
+        std::ranges::find(types, type->get_ref<const std::string&>(), &decltype(types)::value_type::first);
     return known == types.end() ? std::nullopt : std::optional(known->second);
 }
 
