@@ -36,8 +36,8 @@ public:
 
     int output() const noexcept { return output_; }
 
-    void kill() const {
-        if (process_ > 0) ::kill(process_, SIGKILL);
+    void kill(int signal = SIGKILL) const {
+        if (process_ > 0) ::kill(process_, signal);
     }
 
     /// What `work` returned; -1 when the process was killed.

@@ -97,7 +97,8 @@ public:
     /// The document is assembled before this returns, on the calling thread; `completion` is called at most once,
     /// before this returns when nothing could be sent (no document, or no thread to be had from the system), otherwise
     /// on the upload's delivery thread. With `deleteIfSuccessfull`, status 200 removes every record that is stored at
-    /// that moment, also records taken during the upload; any other outcome removes nothing.
+    /// that moment, also records taken during the upload; any other outcome removes nothing. Callbacks come one after
+    /// the other; transfers go on meanwhile. From the library's exit handler on nothing is sent, and no callback comes.
     void shareTrackingData(bool deleteIfSuccessfull, ShareCompletion completion);
 
     /// Deletes every stored sample, for good: no byte of one stays in the store's files. While another process holds

@@ -47,8 +47,10 @@ public:
 /// The process's URL loading system. Thread-safe.
 class TARVEX_EXPORT UrlSession {
 public:
-    /// Called once for each resumed task, on the session's delivery thread, or by `resume` when the system has no
-    /// thread to give. An error means that the outcome of the request is not known. The response's body is not kept.
+    /// Called once for each resumed task, on the session's delivery thread, one after the other in the order in which
+    /// the transfers ended, or by `resume` when the system has no thread to give. Transfers and their time-outs go on
+    /// while a handler runs. An error means that the outcome of the request is not known. The response's body is not
+    /// kept.
     using CompletionHandler = std::function<void(std::optional<UrlResponse>, std::optional<TransportError>)>;
 
     virtual ~UrlSession() = default;

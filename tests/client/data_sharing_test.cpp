@@ -120,13 +120,6 @@ TEST_F(ShareTrackingData, ReportsThatThereIsNoMemoryForTheDocument) {
     EXPECT_THAT(platform.backend->requests(), IsEmpty());
 }
 
-TEST_F(ShareTrackingData, WorksWithoutACallback) {
-    storeSample(1);
-    sharing->share(true, {});
-    respond(0);
-    EXPECT_EQ(sharing->count(), 0);
-}
-
 TEST_F(ShareTrackingData, UploadsAndDeletesWheneverTheHostGoesToTheBackground) {
     sharing->uploadInBackground();
     storeSample(1);

@@ -30,7 +30,8 @@ TEST(LoopbackUrlSession, BringsADocumentToTheCollector) {
         const auto outcomeOf = [&](platform::UrlRequest request) {
             return test::PostedRequest(*session, std::move(request)).outcome();
         };
-        EXPECT_EQ(outcomeOf(documentFor(TARVEX_BACKEND_HOST, document)).status, status);
+        const auto taken = outcomeOf(documentFor(TARVEX_BACKEND_HOST, document));
+        ASSERT_EQ(taken.status, status) << taken.error;
         EXPECT_EQ(contentsOf(directory.path() / "document-1.json"), document);
         EXPECT_THAT(received,
                     ElementsAre(FieldsAre(directory.path() / "document-1.json", document.size(), std::size_t{2})));

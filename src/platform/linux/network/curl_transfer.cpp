@@ -44,7 +44,10 @@ std::string headerLine(const std::pair<std::string, std::string>& header) {
 }  // namespace
 
 CurlTransfer::CurlTransfer(UrlRequest request, UrlSession::CompletionHandler handler, CurlTransportOptions options)
-    : request_(std::move(request)), handler_(std::move(handler)), options_(std::move(options)) {}
+    : request_(std::move(request)),
+      handler_(std::move(handler)),
+      options_(std::move(options)),
+      patience_(request_.timeout, {}) {}
 
 CurlTransfer::~CurlTransfer() {
     detach();
@@ -57,7 +60,7 @@ CurlTransfer& CurlTransfer::of(CURL* handle) {
 }
 
 void CurlTransfer::start(CURLM* multi) {
-    lastProgress_ = Clock::now();
+    patience_ = TransferPatience(request_.timeout, TransferPatience::Clock::now());
     easy_.reset(curl_easy_init());
     startFailure_ = easy_ ? configure() : CURLE_OUT_OF_MEMORY;
     if (startFailure_ != CURLE_OK) return;
@@ -114,6 +117,7 @@ CURLcode CurlTransfer::configureTrust() {
         std::string& pem = *options_.trustedCertificatesPem;
         curl_blob blob{.data = pem.data(), .len = pem.size(), .flags = CURL_BLOB_NOCOPY};
         options.set(CURLOPT_CAINFO_BLOB, &blob).set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+        options.set(CURLOPT_PROXY_CAINFO_BLOB, &blob).set(CURLOPT_PROXY_CAPATH, static_cast<const char*>(nullptr));
     }
     if (const auto& to = options_.connectTo) {
         const std::string line =
@@ -182,30 +186,33 @@ std::uint64_t CurlTransfer::movedBytes() const {
     return sent + sockets_.acknowledgedBytes() + (sent >= bodySize() ? answered_ : 0);
 }
 
-std::optional<CURLcode> CurlTransfer::overdue(Clock::time_point now) {
+std::optional<CURLcode> CurlTransfer::overdue(TransferPatience::Clock::time_point now) {
     if (startFailure_ != CURLE_OK) return startFailure_;
-    if (answered_ > 0 && !answerBegan_ && sentBytes() >= bodySize()) answerBegan_ = now;
-    if (answerBegan_ && now - *answerBegan_ >= 2 * request_.timeout) {
-        answerCutOff_ = statusIsFinal_;
-        return answerCutOff_ ? CURLE_OK : CURLE_OPERATION_TIMEDOUT;
+    std::optional<TransferPatience::Look> look;
+    if (isConnected()) look = {.movedBytes = movedBytes(), .answering = answered_ > 0 && sentBytes() >= bodySize()};
+    switch (patience_.judge(look, now)) {
+        case TransferPatience::Verdict::goOn:
+            return std::nullopt;
+        case TransferPatience::Verdict::stalled:
+            return CURLE_OPERATION_TIMEDOUT;
+        case TransferPatience::Verdict::answerTooLong:
+            answerCutOff_ = statusIsFinal_;
+            return answerCutOff_ ? CURLE_OK : CURLE_OPERATION_TIMEDOUT;
     }
-
-    const std::uint64_t moved = movedBytes();
-    const bool watchedByCurl = !isConnected();  // its connect time-out names what took too long
-    if (watchedByCurl || moved != std::exchange(moved_, moved)) lastProgress_ = now;
-    return now - lastProgress_ >= request_.timeout ? std::optional(CURLE_OPERATION_TIMEDOUT) : std::nullopt;
-}
-
-CurlTransfer::Clock::duration CurlTransfer::checkInterval() const {
-    return request_.timeout / 10;
+    std::unreachable();
 }
 
 void CurlTransfer::finish(CURLcode code) noexcept {
-    answer(outcome(code));
+    end(outcome(code));
 }
 
 void CurlTransfer::fail(std::string description) noexcept {
-    answer({std::nullopt, TransportError{std::move(description)}});
+    end({std::nullopt, TransportError{std::move(description)}});
+}
+
+void CurlTransfer::deliver() noexcept {
+    const UrlSession::CompletionHandler handler = std::exchange(handler_, nullptr);
+    if (handler) handler(outcome_.first, std::move(outcome_.second));
 }
 
 CurlTransfer::Outcome CurlTransfer::outcome(CURLcode code) const {
@@ -221,11 +228,10 @@ CurlTransfer::Outcome CurlTransfer::outcome(CURLcode code) const {
     return {UrlResponse{.statusCode = static_cast<int>(status)}, std::nullopt};
 }
 
-void CurlTransfer::answer(Outcome outcome) noexcept {
+void CurlTransfer::end(Outcome outcome) noexcept {
+    outcome_ = std::move(outcome);
     detach();
     request_.body.reset();
-    const UrlSession::CompletionHandler handler = std::exchange(handler_, nullptr);
-    if (handler) handler(outcome.first, std::move(outcome.second));
 }
 
 void CurlTransfer::detach() {

@@ -3,7 +3,6 @@
 #include <curl/curl.h>
 
 #include <array>
-#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -12,21 +11,20 @@
 
 #include "platform/linux/network/curl_transport_options.h"
 #include "platform/linux/network/socket_progress.h"
+#include "platform/linux/network/transfer_patience.h"
 #include "platform/url_session.h"
 
 namespace tarvex::platform {
 
 /// One request under way: its easy handle, what it has moved so far, and the handler that waits for its outcome.
 ///
-/// Thread-bound from `start` on. The body is sent from where it lies. Destroying a transfer drops it: its handler is
-/// then not called.
+/// Used by one thread from `start` to `finish`, by any other one afterwards. The body is sent from where it lies.
+/// Destroying a transfer drops it: its handler is then not called.
 ///
 /// A transfer is over when the whole answer is in. An answer that goes on and on is cut off, after a mebibyte or twice
 /// the request's time-out, and the status it began with stands; one that stalls or breaks off is an error.
 class CurlTransfer {
 public:
-    using Clock = std::chrono::steady_clock;
-
     CurlTransfer(UrlRequest request, UrlSession::CompletionHandler handler, CurlTransportOptions options);
     ~CurlTransfer();
     CurlTransfer(const CurlTransfer&) = delete;
@@ -39,15 +37,16 @@ public:
     void start(CURLM* multi);
 
     /// How the transfer has to be ended from this side, if it has to be: nothing has moved for the request's time-out,
-    /// or the answer does not end. Looks at the sockets, so ask every `checkInterval`.
-    std::optional<CURLcode> overdue(Clock::time_point now);
-    Clock::duration checkInterval() const;
+    /// or the answer does not end. Looks at the sockets; to be called again by `nextLook`.
+    std::optional<CURLcode> overdue(TransferPatience::Clock::time_point now);
+    TransferPatience::Clock::time_point nextLook() const { return patience_.nextLook(); }
 
-    /// Ends the transfer and calls its handler with the outcome.
+    /// Ends the transfer with an outcome: curl's code, or an error. Nothing of curl is left afterwards.
     void finish(CURLcode code) noexcept;
-
-    /// Ends the transfer and calls its handler with an error.
     void fail(std::string description) noexcept;
+
+    /// Calls the handler with the outcome, and releases it.
+    void deliver() noexcept;
 
 private:
     // Named deleters: g++ 12 gives a lambda in a header a type of its own in every source file.
@@ -73,7 +72,7 @@ private:
     bool isConnected() const;
     std::uint64_t movedBytes() const;
     Outcome outcome(CURLcode code) const;
-    void answer(Outcome outcome) noexcept;
+    void end(Outcome outcome) noexcept;
     void detach();
 
     UrlRequest request_;
@@ -88,12 +87,11 @@ private:
     CURLM* multi_ = nullptr;
 
     CURLcode startFailure_ = CURLE_OK;
-    std::uint64_t moved_ = 0;
-    Clock::time_point lastProgress_;
+    TransferPatience patience_;
     std::uint64_t answered_ = 0;
     bool statusIsFinal_ = false;
     bool answerCutOff_ = false;
-    std::optional<Clock::time_point> answerBegan_;
+    Outcome outcome_;
 };
 
 }  // namespace tarvex::platform

@@ -3,26 +3,26 @@
 #include <atomic>
 #include <utility>
 
-#include "platform/linux/network/curl_delivery_thread.h"
 #include "platform/linux/network/curl_transfer.h"
+#include "platform/linux/network/curl_transfer_threads.h"
 
 namespace tarvex::platform {
 namespace {
 
 class CurlUrlSessionTask final : public UrlSessionTask {
 public:
-    CurlUrlSessionTask(std::unique_ptr<CurlTransfer> transfer, std::weak_ptr<CurlDeliveryThread> delivery)
-        : transfer_(std::move(transfer)), delivery_(std::move(delivery)) {}
+    CurlUrlSessionTask(std::unique_ptr<CurlTransfer> transfer, std::weak_ptr<CurlTransferThreads> threads)
+        : transfer_(std::move(transfer)), threads_(std::move(threads)) {}
 
     void resume() override {
         if (resumed_.test_and_set()) return;
-        if (const auto delivery = delivery_.lock()) delivery->start(std::move(transfer_));
+        if (const auto threads = threads_.lock()) threads->start(std::move(transfer_));
     }
 
 private:
     std::atomic_flag resumed_;
     std::unique_ptr<CurlTransfer> transfer_;
-    std::weak_ptr<CurlDeliveryThread> delivery_;
+    std::weak_ptr<CurlTransferThreads> threads_;
 };
 
 }  // namespace
@@ -30,15 +30,15 @@ private:
 CurlUrlSession::CurlUrlSession() : CurlUrlSession(CurlTransportOptions{}) {}
 
 CurlUrlSession::CurlUrlSession(CurlTransportOptions options)
-    : options_(std::move(options)), delivery_(std::make_shared<CurlDeliveryThread>()) {}
+    : options_(std::move(options)), threads_(std::make_shared<CurlTransferThreads>()) {}
 
 CurlUrlSession::~CurlUrlSession() {
-    delivery_->end();
+    threads_->end();
 }
 
 std::unique_ptr<UrlSessionTask> CurlUrlSession::dataTask(UrlRequest request, CompletionHandler handler) {
     return std::make_unique<CurlUrlSessionTask>(
-        std::make_unique<CurlTransfer>(std::move(request), std::move(handler), options_), delivery_);
+        std::make_unique<CurlTransfer>(std::move(request), std::move(handler), options_), threads_);
 }
 
 }  // namespace tarvex::platform

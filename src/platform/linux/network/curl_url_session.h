@@ -7,7 +7,7 @@
 
 namespace tarvex::platform {
 
-class CurlDeliveryThread;
+class CurlTransferThreads;
 
 /// URL loading on libcurl: HTTPS only, over HTTP/1.1, with certificate and host name always verified against the
 /// system's certificates, redirects not followed, and nothing sent but the request's own headers and the two that HTTP
@@ -15,9 +15,9 @@ class CurlDeliveryThread;
 ///
 /// The variables `https_proxy`, `all_proxy` and `no_proxy` are respected; no variable weakens the verification.
 ///
-/// A transfer ends with an error when nothing has moved for the request's time-out (noticed up to a tenth of it late),
-/// connecting included, with the text that curl has for it. So does one that was answered with success before the
-/// server had taken the whole body. Any other answer comes through with its status.
+/// A transfer ends with an error when nothing has moved for the request's time-out (noticed up to a sixtieth of it
+/// late), connecting included, with the text that curl has for it. So does one that was answered with success before
+/// the server had taken the whole body. Any other answer comes through with its status.
 ///
 /// May be destroyed on any thread but the delivery thread, and any time: unfinished transfers are then dropped, and
 /// tasks that are left do nothing.
@@ -31,7 +31,7 @@ public:
 
 private:
     CurlTransportOptions options_;
-    std::shared_ptr<CurlDeliveryThread> delivery_;
+    std::shared_ptr<CurlTransferThreads> threads_;
 };
 
 }  // namespace tarvex::platform

@@ -6,6 +6,7 @@
 
 #include "platform/linux/network/posted_request.h"
 #include "platform/linux/network/scripted_tls_server.h"
+#include "platform/linux/network/transfer_patience.h"
 #include "prelude.h"
 
 namespace tarvex::platform {
@@ -19,6 +20,10 @@ using test::PostedRequest;
 using test::request;
 using test::ScriptedTlsServer;
 using test::TlsConnection;
+using ::testing::AllOf;
+using ::testing::ContainsRegex;
+using ::testing::Ge;
+using ::testing::Le;
 using Kind = ScriptedTlsServer::Kind;
 using Script = ScriptedTlsServer::Script;
 
@@ -140,69 +145,57 @@ TEST(CurlUrlSession, ReportsAnAnswerThatIsNoneInCurlsWords) {
     }
 }
 
-TEST(CurlUrlSession, ReportsWhatCannotBeReached) {
-    const std::uint16_t unused = ScriptedTlsServer(certificate(), readRequest).port();
-    const auto session = sessionFor(unused, std::nullopt);
-    EXPECT_THAT(outcomeOf(*session).error, HasSubstr("Failed to connect to 127.0.0.1"));
-    EXPECT_THAT(outcomeOf(*session, refusedRequest()).error, HasSubstr("\"http\" not supported or disabled"));
-}
-
-TEST(CurlUrlSession, RespectsTheProxyVariables) {
-    setenv("https_proxy", "http://127.0.0.1:9", 1);
-    CurlUrlSession session;
-    EXPECT_THAT(outcomeOf(session).error, HasSubstr("127.0.0.1 port 9"));
-}
-
-TEST(CurlUrlSession, TalksOnlyToAServerWhoseCertificateIsRight) {
+// The server's own name is right, or that of the proxy that the environment names.
+TEST(CurlUrlSession, TalksOnlyToAServerAndAProxyWhoseCertificateAndProtocolAreRight) {
     using std::chrono::days;
     struct Case {
         const char* what;
-        const char* name;
+        bool named;
         SelfSignedCertificate::Validity validity;
         bool trusted;
+        Kind kind;
         const char* error;
     };
-    for (const Case& c : {Case{"right", "backend.example", {}, true, ""},
-                          Case{"wrong name", "other.example", {}, true, "no alternative certificate subject name"},
-                          Case{"expired", "backend.example", {days(-2), days(-1)}, true, "certificate has expired"},
-                          Case{"from tomorrow", "backend.example", {days(1), days(2)}, true, "not yet valid"},
-                          Case{"unknown", "backend.example", {}, false, "self-signed certificate"}}) {
-        SCOPED_TRACE(c.what);
-        const SelfSignedCertificate presented(c.name, c.validity);
-        std::string received;
-        PostedRequest::Outcome outcome;
-        {
-            const ScriptedTlsServer server(presented, [&](TlsConnection& client) {
-                received = client.readHead();
-                client.write(okay);
-            });
-            const auto session = sessionFor(server.port(), c.trusted ? presented.pem() : certificate().pem());
-            outcome = outcomeOf(*session, request(bodyOf("")));
-        }
-        const bool right = std::string_view(c.error).empty();
-        EXPECT_EQ(outcome.hasResponse, right);
-        EXPECT_THAT(outcome.error, HasSubstr(c.error));
-        EXPECT_EQ(received.empty(), !right) << "a server that is not trusted gets to see nothing";
-    }
-}
-
-TEST(CurlUrlSession, NoVariableMakesItTrustACertificate) {
     const TemporaryDirectory directory;
     const auto file = directory.path() / "certificate.pem";
-    writeFile(file, certificate().pem());
-    for (const char* variable : {"SSL_CERT_FILE", "CURL_CA_BUNDLE"})
-        setenv(variable, file.c_str(), 1);
-    setenv("SSL_CERT_DIR", directory.path().c_str(), 1);
-
-    const ScriptedTlsServer server(certificate(), answering(okay));
-    EXPECT_THAT(outcomeOf(*sessionFor(server.port(), std::nullopt)).error, HasSubstr("self-signed certificate"));
-}
-
-TEST(CurlUrlSession, RefusesOldTls) {
-    const ScriptedTlsServer server(certificate(), answering(okay), Kind::onlyTls11);
-    EXPECT_THAT(outcomeOf(*sessionFor(server)).error,
-                AnyOf(HasSubstr("protocol version"), HasSubstr("unsupported protocol")));
-    EXPECT_EQ(server.clients(), 0);
+    for (const bool proxy : {false, true}) {
+        for (const Case& c :
+             {Case{"right", true, {}, true, Kind::current, ""},
+              Case{"wrong name", false, {}, true, Kind::current, "no alternative certificate subject name"},
+              Case{"expired", true, {days(-2), days(-1)}, true, Kind::current, "certificate has expired"},
+              Case{"from tomorrow", true, {days(1), days(2)}, true, Kind::current, "not yet valid"},
+              Case{"trusted by variables only", true, {}, false, Kind::current, "self-signed certificate"},
+              Case{"old TLS", true, {}, true, Kind::onlyTls11, "protocol version|unsupported protocol"}}) {
+            SCOPED_TRACE(std::string(c.what) + (proxy ? ", a proxy" : ", a server"));
+            const std::string host = proxy ? "localhost" : "backend.example";
+            const SelfSignedCertificate presented(c.named ? host : "other.example", c.validity);
+            writeFile(file, presented.pem());
+            for (const char* variable : {"SSL_CERT_FILE", "CURL_CA_BUNDLE"})
+                setenv(variable, file.c_str(), 1);
+            setenv("SSL_CERT_DIR", directory.path().c_str(), 1);
+            const auto trusted = c.trusted ? std::optional(presented.pem()) : std::nullopt;
+            std::string received;
+            PostedRequest::Outcome outcome;
+            {
+                const auto script = [&](TlsConnection& client) {
+                    received = client.readHead();
+                    client.write(okay);
+                };
+                const ScriptedTlsServer server(presented, script, c.kind);
+                setenv("https_proxy", ("https://localhost:" + std::to_string(server.port())).c_str(), 1);
+                auto session = sessionFor(server.port(), trusted);
+                if (proxy) session = std::make_unique<CurlUrlSession>(CurlTransportOptions{trusted, std::nullopt});
+                outcome = outcomeOf(*session, request(bodyOf("")));
+            }
+            const bool right = std::string_view(c.error).empty();
+            EXPECT_EQ(outcome.hasResponse, right && !proxy) << "this proxy's tunnel leads nowhere";
+            EXPECT_THAT(outcome.error, ContainsRegex(c.error));
+            EXPECT_EQ(received.substr(0, received.find("\r\n")), !right  ? ""
+                                                                 : proxy ? "CONNECT backend.example:443 HTTP/1.1"
+                                                                         : "POST /tracking HTTP/1.1")
+                << "who is not trusted gets to see nothing";
+        }
+    }
 }
 
 TEST(CurlUrlSession, AnEarlyAnswerCountsUnlessItIsSuccess) {
@@ -273,56 +266,109 @@ TEST(CurlUrlSession, GoesOnAsLongAsTheServerTakesInTheBody) {
 }
 
 TEST(CurlUrlSession, CutsOffAnAnswerThatDoesNotEnd) {
-    const ScriptedTlsServer flood(certificate(), repeating("HTTP/1.1 200 OK\r\n\r\n", std::string(100'000, 'x'), 0ms));
-    EXPECT_EQ(outcomeOf(*sessionFor(flood), request(bodyOf("{}"), 10min)).status, 200);
+    const std::string piece(100'000, 'x');
+    std::size_t sent = 0;
+    {
+        const ScriptedTlsServer flood(certificate(), [&](TlsConnection& client) {
+            readRequest(client);
+            client.write("HTTP/1.1 200 OK\r\n\r\n");
+            while (client.write(piece))
+                sent += piece.size();
+        });
+        EXPECT_EQ(outcomeOf(*sessionFor(flood), request(bodyOf("{}"), 10min)).status, 200);
+    }
+    EXPECT_LT(sent, 20 * megabyte) << "a mebibyte, and what the kernel's buffers hold";
     const ScriptedTlsServer trickle(certificate(), repeating("HTTP/1.1 200 OK\r\n\r\n", "x", 20ms));
     EXPECT_EQ(outcomeOf(*sessionFor(trickle), request(bodyOf("{}"), 1s)).status, 200);
 }
 
-TEST(CurlUrlSession, AStalledTransferHoldsNobodyUp) {
-    std::latch stalled(1);
+TEST(TransferPatience, EndsInTimeWhateverTheMomentOfTheLastProgress) {
+    using Verdict = TransferPatience::Verdict;
+    for (auto last = 0ms; last < 3s; last += 100ms) {
+        const TransferPatience::Clock::time_point begin;
+        auto now = begin;
+        TransferPatience patience(60s, begin);
+        while (patience.judge({{now < begin + last ? 0U : 1U, false}}, now) == Verdict::goOn)
+            now = patience.nextLook();
+        EXPECT_THAT(now - begin - last, AllOf(Ge(60s), Le(61s)));
+        const auto answered = now;
+        for (std::uint64_t moved = 2; patience.judge({{moved, true}}, now) != Verdict::answerTooLong; ++moved)
+            now = patience.nextLook();
+        EXPECT_THAT(now - answered, AllOf(Ge(120s), Le(121s)));
+    }
+}
+
+// One thread drives the transfers, and another one calls the handlers: what the server sees while a handler runs.
+TEST(CurlUrlSession, TransfersGoOnWhileAHandlerRunsAndEndWithTheSession) {
+    std::counting_semaphore<> stalled(0);
+    std::counting_semaphore<> closed(0);
     const ScriptedTlsServer server(certificate(), [&](TlsConnection& client) {
         if (client.readHead().starts_with("POST /stall ")) {
-            stalled.count_down();
-            client.waitForEnd();
+            stalled.release();
+        } else {
+            client.read(megabyte);
+            client.write(okay);
         }
-        client.read(2);
-        client.write(okay);
+        client.waitForEnd();
+        closed.release();
     });
-    const auto session = sessionFor(server);
-    PostedRequest first(*session, request(bodyOf("{}"), 60s, "https://backend.example/stall"));
-    stalled.wait();
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(outcomeOf(*session).status, 200);
-    EXPECT_FALSE(first.isOver());
-}
+    auto session = sessionFor(server);
+    const auto body = largeBody(megabyte);
+    const auto stallFor = [&](milliseconds timeout) { return request(body, timeout, "https://backend.example/stall"); };
+    PostedRequest waiting(*session, stallFor(10min));
+    stalled.acquire();
 
-TEST(CurlUrlSession, CallsHandlersOnItsThreadAndReleasesThemThere) {
-    const ScriptedTlsServer server(certificate(), answering(okay));
-    const auto session = sessionFor(server);
-    const std::thread::id delivery = outcomeOf(*session).thread;
-    EXPECT_NE(delivery, std::this_thread::get_id());
-
-    std::promise<std::thread::id> released;
-    auto body = bodyOf("{}");
-    const std::weak_ptr<const ByteBuffer> observed = body;
-    std::shared_ptr<void> token(nullptr, [&](void*) { released.set_value(std::this_thread::get_id()); });
-    session->dataTask(request(std::move(body)), [token = std::move(token)](const auto&, const auto&) {})->resume();
-    EXPECT_EQ(released.get_future().get(), delivery);
-    EXPECT_TRUE(observed.expired());
-}
-
-TEST(CurlUrlSession, TheHostsSignalsAreNotForItsThread) {
-    CurlUrlSession session;
-    std::promise<bool> blocked;
-    const auto task = session.dataTask(refusedRequest(), [&](const auto&, const auto&) {
-        sigset_t signals;
-        pthread_sigmask(SIG_BLOCK, nullptr, &signals);
-        blocked.set_value(sigismember(&signals, SIGTERM) == 1 && sigismember(&signals, SIGPIPE) == 1 &&
-                          sigismember(&signals, SIGSEGV) == 0);
+    std::promise<std::thread::id> entered;
+    std::latch left(1);
+    std::deque<PostedRequest> fromTheHandler;
+    const auto task = session->dataTask(request(body), [&](const auto&, const auto&) {
+        fromTheHandler.emplace_back(*session, stallFor(500ms));
+        fromTheHandler.emplace_back(*session, request(body));
+        entered.set_value(std::this_thread::get_id());
+        left.wait();
     });
     task->resume();
-    EXPECT_TRUE(blocked.get_future().get());
+    task->resume();
+    const std::thread::id delivery = entered.get_future().get();
+    for (int transfers = 0; transfers < 3; ++transfers)
+        EXPECT_TRUE(closed.try_acquire_for(1min)) << "each connection is closed as soon as its transfer is over";
+    for (const PostedRequest& other : fromTheHandler)
+        EXPECT_FALSE(other.isOver()) << "one handler at a time";
+    left.count_down();
+    const auto late = fromTheHandler[0].outcome();
+    EXPECT_THAT(late.error, HasSubstr("Timeout was reached"));
+    EXPECT_EQ(late.thread, delivery);
+    EXPECT_EQ(fromTheHandler[1].outcome().status, 200);
+
+    EXPECT_FALSE(waiting.isOver());
+    const auto tooLate = session->dataTask(request(body), [](const auto&, const auto&) { FAIL(); });
+    session.reset();
+    tooLate->resume();
+    EXPECT_THROW(waiting.outcome(), std::future_error) << "released without a call";
+    EXPECT_EQ(server.clients(), 4);
+}
+
+TEST(CurlUrlSession, CallsAndReleasesHandlersOnAThreadThatTheHostsSignalsDoNotReach) {
+    CurlUrlSession session;
+    const auto outcome = outcomeOf(session, refusedRequest());
+    EXPECT_THAT(outcome.error, HasSubstr("\"http\" not supported or disabled"));
+    EXPECT_NE(outcome.thread, std::this_thread::get_id());
+
+    bool blocked = false;
+    std::promise<std::thread::id> released;
+    auto refused = refusedRequest();
+    const std::weak_ptr<const ByteBuffer> body = refused.body;
+    std::shared_ptr<void> token(nullptr, [&](void*) { released.set_value(std::this_thread::get_id()); });
+    auto look = [&blocked, token = std::move(token)](const auto&, const auto&) {
+        sigset_t signals;
+        pthread_sigmask(SIG_BLOCK, nullptr, &signals);
+        blocked = sigismember(&signals, SIGTERM) == 1 && sigismember(&signals, SIGPIPE) == 1 &&
+                  sigismember(&signals, SIGSEGV) == 0;
+    };
+    session.dataTask(std::move(refused), std::move(look))->resume();
+    EXPECT_EQ(released.get_future().get(), outcome.thread);
+    EXPECT_TRUE(blocked);
+    EXPECT_TRUE(body.expired());
 }
 
 TEST(CurlUrlSession, AnswersAtOnceWhenTheSystemRefusesAThread) {
@@ -342,56 +388,6 @@ TEST(CurlUrlSession, AnswersAtOnceWhenTheSystemRefusesAThread) {
     const auto outcome = refused.outcome();
     EXPECT_EQ(outcome.thread, std::this_thread::get_id());
     EXPECT_THAT(outcome.error, HasSubstr("unavailable"));
-}
-
-TEST(CurlUrlSession, ATaskIsSentOnceItIsResumedAndOnlyOnceAlsoByAHandler) {
-    const ScriptedTlsServer server(certificate(), answering(okay));
-    const auto session = sessionFor(server);
-    std::promise<std::shared_ptr<PostedRequest>> second;
-    int calls = 0;
-    const auto never = session->dataTask(request(bodyOf("{}")), [&](const auto&, const auto&) { ++calls; });
-    const auto twice = session->dataTask(request(bodyOf("{}")), [&](const auto&, const auto&) {
-        ++calls;
-        second.set_value(std::make_shared<PostedRequest>(*session, request(bodyOf("{}"))));
-    });
-    twice->resume();
-    twice->resume();
-    EXPECT_EQ(second.get_future().get()->outcome().status, 200);
-    EXPECT_EQ(calls, 1);
-    EXPECT_EQ(server.clients(), 2);
-}
-
-TEST(CurlUrlSession, DestroyedItDropsWhatIsUnfinished) {
-    std::latch stalled(1);
-    const ScriptedTlsServer server(certificate(), [&](TlsConnection& client) {
-        client.readHead();
-        stalled.count_down();
-        client.waitForEnd();
-    });
-    auto session = sessionFor(server);
-    bool called = false;
-    auto token = std::make_shared<int>();
-    const std::weak_ptr<int> handler = token;
-    auto call = [&called, token = std::move(token)](const auto&, const auto&) { called = true; };
-    session->dataTask(request(bodyOf("{}")), std::move(call))->resume();
-    const auto left = session->dataTask(request(bodyOf("{}")), [&called](const auto&, const auto&) { called = true; });
-    stalled.wait();
-    session.reset();
-    left->resume();
-    EXPECT_TRUE(handler.expired());
-    EXPECT_FALSE(called);
-    EXPECT_EQ(server.clients(), 1);
-}
-
-TEST(CurlUrlSessionDeathTest, AThrowingHandlerTerminates) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto post = [] {
-        CurlUrlSession session;
-        const auto handler = [](const auto&, const auto&) { throw std::runtime_error("thrown by a host"); };
-        session.dataTask(refusedRequest(), handler)->resume();
-        std::this_thread::sleep_for(1min);
-    };
-    EXPECT_DEATH(post(), "thrown by a host");
 }
 
 }  // namespace tarvex::platform

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdlib>
 #include <future>
 #include <stdexcept>
 #include <thread>
@@ -7,6 +8,13 @@
 #include "platform/url_session.h"
 
 namespace tarvex::test {
+
+// A developer's own proxies must not reach the tests.
+inline const bool proxiesForgotten = [] {
+    for (const char* variable : {"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "no_proxy", "NO_PROXY"})
+        unsetenv(variable);
+    return true;
+}();
 
 inline std::shared_ptr<const platform::ByteBuffer> bodyOf(std::string_view text) {
     auto body = std::make_shared<platform::ByteBuffer>();

@@ -80,6 +80,11 @@ void ScriptedTlsServer::listen() {
         getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0)
         throw std::runtime_error("no loopback port");
     port_ = ntohs(address.sin_port);
+    // Without this look a test would wait for clients that cannot come.
+    const int probe = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const bool reachable = connect(probe, reinterpret_cast<sockaddr*>(&address), length) == 0;
+    close(probe);
+    if (!reachable) throw std::runtime_error("the loopback network is down");
 }
 
 void ScriptedTlsServer::accept() {

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -18,25 +19,27 @@
 
 namespace tarvex::platform {
 
-/// The one thread on which transfers run side by side and their handlers are called and released.
+/// Two threads: one on which transfers run side by side, and one that calls their handlers and releases them, one after
+/// the other in the order in which the transfers ended. A handler that takes its time holds up no transfer.
 ///
-/// Thread-safe. The thread begins with the first transfer and sleeps without waking up while there is none.
+/// Thread-safe. The threads begin with the first transfer and sleep without waking up while there is none.
 ///
-/// When the process exits, the thread is parked before OpenSSL's own exit handler runs: it finishes the handler it is
-/// in, for which exit waits half a second, and then touches nothing any more. Unfinished transfers stop with the
-/// process, and their handlers are not called.
-class CurlDeliveryThread : public std::enable_shared_from_this<CurlDeliveryThread> {
+/// When the process exits, the threads are parked before OpenSSL's own exit handler runs: the one finishes the handler
+/// it is in, for which exit waits half a second, and then neither touches anything any more. Unfinished transfers stop
+/// with the process, and handlers that have not begun are not called.
+class CurlTransferThreads : public std::enable_shared_from_this<CurlTransferThreads> {
 public:
-    CurlDeliveryThread();
-    ~CurlDeliveryThread() = default;
-    CurlDeliveryThread(const CurlDeliveryThread&) = delete;
-    CurlDeliveryThread& operator=(const CurlDeliveryThread&) = delete;
+    CurlTransferThreads();
+    ~CurlTransferThreads() = default;
+    CurlTransferThreads(const CurlTransferThreads&) = delete;
+    CurlTransferThreads& operator=(const CurlTransferThreads&) = delete;
 
     /// After `end`, and once the process exits, this does nothing. Should the system refuse a thread, the handler is
     /// called here.
     void start(std::unique_ptr<CurlTransfer> transfer);
 
-    /// Ends the thread, after the handler it is in; unfinished transfers are dropped. Not to be called in a handler.
+    /// Ends the threads, after the handler that runs; unfinished transfers are dropped, and so are those whose handler
+    /// has not begun. Not to be called in a handler.
     void end();
 
 private:
@@ -50,7 +53,7 @@ private:
     /// Those that the process's exit has to park.
     struct Live {
         std::mutex mutex;
-        std::vector<CurlDeliveryThread*> threads;
+        std::vector<CurlTransferThreads*> threads;
         bool exiting = false;
         std::atomic<pid_t> process = 0;  ///< that a thread was last begun in
     };
@@ -61,22 +64,28 @@ private:
 
     static Live& live();
     static void parkAll();
+    void begin(std::thread& thread, void (CurlTransferThreads::*work)() noexcept);
     void give(Order order);
     void awaitParked(std::chrono::steady_clock::time_point deadline);
-
-    void run() noexcept;
-    bool mayContinue(Transfers& transfers);
     [[noreturn]] void park(std::unique_lock<std::mutex> lock);
+
+    void runTransfers() noexcept;
+    bool mayContinue(Transfers& transfers);
     std::optional<Ended> nextEnded(const Transfers& transfers);
     void waitForActivity(const Transfers& transfers);
+
+    void callHandlers() noexcept;
+    std::unique_ptr<CurlTransfer> nextFinished();
 
     Multi multi_;
     std::mutex mutex_;
     std::condition_variable changed_;
     Transfers incoming_;
+    std::deque<std::unique_ptr<CurlTransfer>> finished_;
     Order order_ = Order::run;
-    bool parked_ = false;
-    std::thread thread_;
+    int parked_ = 0;
+    std::thread transferring_;
+    std::thread delivering_;
 };
 
 }  // namespace tarvex::platform
