@@ -52,7 +52,7 @@ void shareTooLate() {
     Client::shared().shareTrackingData(false, [](const auto&) { std::_Exit(1); });
 }
 
-void shareInTime() {
+void shareAndWait() {
     std::promise<bool> shared;
     Client::shared().shareTrackingData(false, [&](const auto& result) { shared.set_value(result.has_value()); });
     if (!shared.get_future().get()) std::_Exit(2);
@@ -70,7 +70,8 @@ int hostThatShares(const std::string& directory, const std::string& port) {
     host->setUrlSession(std::make_unique<CurlUrlSession>(options(directory, port)));
     if (!Platform::install(std::move(host))) return 3;
     tarvex::PersistenceController::shared().saveTrackingData(tarvex::DataReader::ambientLight(1), {{"lux", 1e5}});
-    return std::atexit(&shareInTime);
+    shareAndWait();
+    return std::atexit(&shareAndWait);
 }
 
 }  // namespace

@@ -70,16 +70,17 @@ TEST_F(ProcessExit, IsQuickAndCleanDuringAnUpload) {
 }
 
 TEST_F(ProcessExit, TheHostMayShareUntilItsLastStaticObjectIsGone) {
-    std::string document;
+    std::atomic<int> documents = 0;
     {
         const ScriptedTlsServer server(certificate, [&](TlsConnection& client) {
             const std::string head = client.readHead();
-            document = client.read(std::stoul(head.substr(head.find("Content-Length: ") + 16)));
+            const std::string document = client.read(std::stoul(head.substr(head.find("Content-Length: ") + 16)));
+            documents += document.contains(R"("data":{"lux":1e+05})") ? 1 : 0;
             client.write(okay);
         });
         EXPECT_EQ(probe("host-shares", server).wait(), 0);
     }
-    EXPECT_THAT(document, HasSubstr(R"("data":{"lux":1e+05})"));
+    EXPECT_EQ(documents, 2) << "from main and from the handler that runs before the library's own";
 }
 
 }  // namespace tarvex::platform
