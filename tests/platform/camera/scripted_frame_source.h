@@ -1,27 +1,9 @@
 #pragma once
 
-#include <atomic>
-#include <chrono>
-#include <functional>
-#include <memory>
-#include <optional>
-#include <string>
-#include <thread>
-#include <utility>
-
+#include "eventually.h"
 #include "platform/camera/capture/camera_capture.h"
 
 namespace tarvex::test {
-
-/// True as soon as `condition` is; false when it never became so within some seconds.
-inline bool eventually(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
 
 /// A camera whose state, faces and faults the test sets, and whose openings it counts.
 struct ScriptedCamera {

@@ -1,17 +1,9 @@
 #include <gio/gio.h>
-#include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <chrono>
-#include <cstdlib>
-#include <deque>
-#include <functional>
-#include <memory>
 #include <mutex>
-#include <optional>
-#include <thread>
-#include <vector>
 
+#include "eventually.h"
 #include "platform/linux/portal_application.h"
 #include "platform/linux/portal_capture_device.h"
 #include "scripted_portal.h"
@@ -23,20 +15,10 @@
 namespace tarvex::platform {
 namespace {
 
+using test::eventually;
 using test::ScriptedPortal;
 using test::SessionBus;
 using Step = ScriptedPortal::Step;
-using std::chrono_literals::operator""s;
-using std::chrono_literals::operator""ms;
-
-bool eventually(const std::function<bool()>& holds) {
-    const auto deadline = std::chrono::steady_clock::now() + 20s;
-    while (!holds()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
 
 class Answers {
 public:
