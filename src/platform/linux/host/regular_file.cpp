@@ -18,8 +18,9 @@ bool isRegularFile(const FileDescriptor& file) {
 
 }  // namespace
 
-std::optional<std::string> contentsOfRegularFile(const std::filesystem::path& path, std::size_t maximumSize) {
-    const auto file = FileDescriptor::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+std::optional<std::string> contentsOfRegularFile(const std::filesystem::path& path, std::size_t maximumSize,
+                                                 int start) {
+    const auto file = FileDescriptor::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY, start);
     if (!file || !isRegularFile(*file)) return std::nullopt;
 
     std::string contents;

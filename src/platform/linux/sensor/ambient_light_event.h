@@ -12,9 +12,9 @@ public:
 
     [[nodiscard]] HidEventType type() const override { return ambientLightSensorEvent; }
 
-    /// The level; 0 for the channels, which are floats.
+    /// The level, cut to the width of a pointer; 0 for the channels, which are floats.
     [[nodiscard]] std::intptr_t integerValue(HidEventField field) const override {
-        return field == ambientLightLevelField ? reading_.lux : 0;
+        return field == ambientLightLevelField ? static_cast<std::intptr_t>(reading_.lux) : 0;
     }
 
     /// The level or a channel.

@@ -1,6 +1,8 @@
 #include "platform/linux/sensor/iio_light_sensor.h"
 
-#include <system_error>
+#include <sys/stat.h>
+
+#include <string_view>
 #include <utility>
 
 #include "platform/linux/sensor/sensor_attribute.h"
@@ -9,31 +11,47 @@ namespace tarvex::platform {
 
 namespace {
 
-std::optional<LightSensorLayout> layoutOf(const std::filesystem::path& directory) {
-    LightSensorLayout::Names names;
-    std::error_code error;
-    for (std::filesystem::directory_iterator entry(directory, error), end; !error && entry != end;
-         entry.increment(error))
-        names.insert(entry->path().filename().string());
-    return LightSensorLayout::of(names);
-}
+// A device that changes more often than this during one look is coming or going.
+constexpr int mostAttempts = 3;
 
 }  // namespace
 
 IioLightSensor::IioLightSensor(std::filesystem::path directory) : directory_(std::move(directory)) {}
 
 bool IioLightSensor::isLightSensor(const std::filesystem::path& directory) {
-    return layoutOf(directory).has_value();
+    return deviceAt(directory).has_value();
 }
 
+// The directory is listed after every reading: nothing else shows that an attribute has appeared, and it costs as
+// much as to read two of them. It also proves that the layout held while its attributes were read.
 std::optional<LightReading> IioLightSensor::read() {
-    if (!layout_) layout_ = layoutOf(directory_);
-    if (!layout_) return std::nullopt;
-    const auto reading = layout_->read([this](const std::string& name) { return readSensorNumber(directory_ / name); });
-    // The layout is kept while it works: an attribute that vanishes with its device must not pass for one that the
-    // device never had.
-    if (!reading) layout_.reset();
-    return reading;
+    for (int attempt = 0; attempt < mostAttempts; ++attempt) {
+        std::optional<LightReading> reading;
+        if (device_) {
+            const int device = dirfd(device_->directory.get());
+            reading = device_->layout.read([&](const std::string& name) { return readSensorNumber(device, name); });
+        }
+        auto found = deviceAt(directory_);
+        if (found && device_ && found->inode == device_->inode) {
+            if (found->layout == device_->layout) return reading;
+            if (!found->layout.hasAllOf(device_->layout)) return std::nullopt;
+        }
+        device_ = std::move(found);
+        if (!device_) return std::nullopt;
+    }
+    return std::nullopt;
+}
+
+std::optional<IioLightSensor::Device> IioLightSensor::deviceAt(const std::filesystem::path& path) {
+    std::unique_ptr<DIR, CloseDirectory> directory(opendir(path.c_str()));
+    struct stat status{};
+    if (!directory || fstat(dirfd(directory.get()), &status) != 0) return std::nullopt;
+    LightSensorLayout::Names names;
+    while (const dirent* entry = readdir(directory.get()))
+        if (const std::string_view name = entry->d_name; name.starts_with("in_")) names.emplace(name);
+    auto layout = LightSensorLayout::of(names);
+    if (!layout) return std::nullopt;
+    return Device{std::move(directory), {status.st_dev, status.st_ino}, std::move(*layout)};
 }
 
 }  // namespace tarvex::platform

@@ -28,20 +28,27 @@ public:
     /// Absent when none of the names is the level or a channel of a light sensor.
     static std::optional<LightSensorLayout> of(const Names& names);
 
+    /// Whether every number of `earlier` is still made of as much: a level with the scale and the offset that it had,
+    /// each channel. If not, the device has lost an attribute, which must not pass for one it never had.
+    [[nodiscard]] bool hasAllOf(const LightSensorLayout& earlier) const;
+
     /// Absent when any of the layout's attributes cannot be read or does not fit: half a reading is none.
     [[nodiscard]] std::optional<LightReading> read(const ReadNumber& number) const;
 
+    friend bool operator==(const LightSensorLayout&, const LightSensorLayout&) = default;
+
 private:
+    using Channels = std::array<std::optional<std::string>, 4>;
+
     LightSensorLayout() = default;
 
     [[nodiscard]] std::optional<double> readLux(const ReadNumber& number) const;
 
-    // Empty where the device has no such attribute.
-    std::string level_;
+    std::optional<std::string> level_;
     bool levelIsRaw_ = false;
-    std::string offset_;
-    std::string scale_;
-    std::array<std::string, 4> channels_;
+    std::optional<std::string> offset_;
+    std::optional<std::string> scale_;
+    Channels channels_;
 };
 
 }  // namespace tarvex::platform

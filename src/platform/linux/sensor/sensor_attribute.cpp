@@ -24,8 +24,8 @@ std::optional<double> parseSensorNumber(std::string_view text) {
     return number;
 }
 
-std::optional<double> readSensorNumber(const std::filesystem::path& attribute) {
-    const auto text = contentsOfRegularFile(attribute, longestAttribute);
+std::optional<double> readSensorNumber(int device, const std::string& name) {
+    const auto text = contentsOfRegularFile(name, longestAttribute, device);
     return text ? parseSensorNumber(*text) : std::nullopt;
 }
 

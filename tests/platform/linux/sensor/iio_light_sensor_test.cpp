@@ -35,7 +35,7 @@ protected:
     SensorTree tree;
 };
 
-TEST_F(IioLightSensorTest, ReadsEveryDriverRight) {
+TEST_F(IioLightSensorTest, ReadsEveryDriverRightAndRefusesWhatDoesNotFit) {
     using Case = std::pair<const char*, LightReading>;
     for (const auto& [attributes, expected] :
          {// opt4060
@@ -58,86 +58,106 @@ TEST_F(IioLightSensorTest, ReadsEveryDriverRight) {
           Case{"in_illuminance_raw=250000 in_illuminance_scale=0.001 in_illuminance_offset=500"
                " in_intensity_both_raw=250000",
                {251, {250000, 0, 0, 0}}},
-          Case{"in_illuminance_raw=42", {42, {}}},
+          Case{"in_illuminance_raw=42", {42, {}}}, Case{"in_illuminance_input=-3.5", {-4, {}}},
+          Case{"in_illuminance_input=0.49", {0, {}}}, Case{"in_illuminance_input=4294967297", {4294967297, {}}},
+          Case{"in_illuminance_input=9223372036854774784", {9223372036854774784, {}}},
+          Case{"in_illuminance_input=-9223372036854775808", {INT64_MIN, {}}},
           // numbered, with a scale that is shared
           Case{"in_illuminance1_raw=7 in_illuminance0_raw=100 in_illuminance1_scale=9 in_illuminance_scale=2"
                " in_illuminance0_offset=-10 in_intensity0_both_raw=5 in_intensity1_ir_raw=6",
                {180, {5, 6, 0, 0}}},
+          Case{"in_illuminance0_raw=100 in_illuminance0_scale=3 in_illuminance_scale=2", {300, {}}},
           // the tenth after the ninth
           Case{"in_illuminance10_input=10 in_illuminance9_input=9 in_intensity_raw=3", {9, {3, 0, 0, 0}}}})
         EXPECT_THAT(read(attributes), Optional(expected)) << attributes;
+    for (const char* attributes :
+         {"in_illuminance_input=9223372036854775807", "in_illuminance_input=-9223372036854777856",
+          "in_illuminance_input=1e300", "in_illuminance_input=-1e300",
+          "in_illuminance_raw=1e308 in_illuminance_scale=10",                                  // infinite
+          "in_illuminance_raw=1e308 in_illuminance_offset=1e308 in_illuminance_scale=0",       // infinity times zero
+          "in_illuminance_input=1 in_intensity_red_raw=1e39", "in_intensity_both_raw=-1e39"})  // beyond a 32-bit float
+        EXPECT_EQ(read(attributes), std::nullopt) << attributes;
 }
 
-TEST_F(IioLightSensorTest, OtherDevicesAreNoLightSensors) {
-    tree.plug(0, "in_accel_x_raw=1 in_accel_scale=1 name=bma");
-    tree.plug(1, "in_illuminance_scale=1 in_intensity_scale=1 in_intensity_uv_raw=1");
-    for (const int number : {0, 1, 2})
-        EXPECT_FALSE(IioLightSensor::isLightSensor(tree.device(number))) << number;
-}
-
-TEST_F(IioLightSensorTest, LimitsALevelToTheFieldsRange) {
-    using Limits = std::numeric_limits<std::intptr_t>;
-    using Case = std::pair<std::string, std::intptr_t>;
-    for (const auto& [value, expected] : {Case{"4294967297", 4294967297}, Case{"-3.5", -4}, Case{"0.49", 0},
-                                          Case{"1e300", Limits::max()}, Case{"-1e300", Limits::min()}})
-        EXPECT_THAT(read("in_illuminance_input=" + value), Optional(LightReading{expected, {}})) << value;
-    EXPECT_EQ(read("in_intensity_red_raw=1e39"), std::nullopt) << "beyond a 32-bit float";
-    EXPECT_EQ(read("in_illuminance_raw=1e308 in_illuminance_offset=1e308 in_illuminance_scale=0"), std::nullopt)
-        << "infinity times zero";
-}
-
-TEST_F(IioLightSensorTest, HalfAReadingIsNoneAndTheNextLookWorksAgain) {
-    tree.plug(0, "in_illuminance_raw=10 in_illuminance_scale=2 in_illuminance_offset=1 in_intensity_both_raw=3");
-    for (const std::string name :
-         {"in_illuminance_raw", "in_illuminance_scale", "in_illuminance_offset", "in_intensity_both_raw"}) {
-        const std::string good = contentsOf(tree.device(0) / name);
-        const std::string tooLong = good + std::string(256, ' ');  // longer than any attribute
-        for (const std::string& value : {std::string(), std::string("garbage\n"), std::string("nan\n"), tooLong}) {
-            SCOPED_TRACE(name + " = " + value);
-            tree.set(0, name, value);
-            IioLightSensor sensor(tree.device(0));
-            EXPECT_EQ(sensor.read(), std::nullopt);
-            tree.set(0, name, good);
-            EXPECT_THAT(sensor.read(), Optional(LightReading{22, {3, 0, 0, 0}}));
-        }
-    }
-}
-
-TEST_F(IioLightSensorTest, NeverBlocksOnWhatCannotBeRead) {
+TEST_F(IioLightSensorTest, NeverBlocksOnWhatCannotBeReadAndTheNextLookWorksAgain) {
     using Replace = std::function<void(const std::filesystem::path&)>;
     const auto linkTo = [](const char* target) {
         return [target](const auto& path) { std::filesystem::create_symlink(target, path); };
     };
-    tree.plug(0, "in_illuminance_input=5 in_intensity_both_raw=6");
-    for (const auto& [what, replace] : std::map<std::string, Replace>{
-             {"a FIFO without a writer", [](const auto& path) { ASSERT_EQ(mkfifo(path.c_str(), 0600), 0); }},
-             {"a directory, whose read fails", [](const auto& path) { std::filesystem::create_directory(path); }},
-             {"a link to itself", linkTo("in_intensity_both_raw")},
-             {"a link to a terminal", linkTo("/dev/ptmx")},
-             // No page is mapped at the start of a process: reading there answers EIO.
-             {"an I/O error", linkTo("/proc/self/mem")},
-             {"nothing", [](const auto&) {}}}) {
-        SCOPED_TRACE(what);
-        tree.set(0, "in_intensity_both_raw", "6\n");
-        IioLightSensor sensor(tree.device(0));
-        ASSERT_TRUE(sensor.read().has_value());
-        const auto attribute = tree.device(0) / "in_intensity_both_raw";
-        std::filesystem::remove(attribute);
-        replace(attribute);
-        EXPECT_EQ(sensor.read(), std::nullopt);
-        std::filesystem::remove(attribute);
+    const auto text = [](const std::string& value) { return [value](const auto& path) { writeFile(path, value); }; };
+    const LightReading good = {22, {3, 0, 0, 0}};
+    tree.plug(0, "in_illuminance_raw=10 in_illuminance_scale=2 in_illuminance_offset=1 in_intensity_both_raw=3");
+    for (const char* name :
+         {"in_illuminance_raw", "in_illuminance_scale", "in_illuminance_offset", "in_intensity_both_raw"})
+        for (const auto& [what, replace] : std::map<std::string, Replace>{
+                 {"garbage", text("garbage\n")},
+                 {"longer than any attribute", text("1" + std::string(256, ' '))},
+                 {"a FIFO without a writer", [](const auto& path) { ASSERT_EQ(mkfifo(path.c_str(), 0600), 0); }},
+                 {"a directory, whose read fails", [](const auto& path) { std::filesystem::create_directory(path); }},
+                 {"a link to itself", linkTo(name)},
+                 {"a link to a terminal", linkTo("/dev/ptmx")},
+                 // No page is mapped at the start of a process: reading there answers EIO.
+                 {"an I/O error", linkTo("/proc/self/mem")}}) {
+            SCOPED_TRACE(std::string(name) + " is " + what);
+            const auto attribute = tree.device(0) / name;
+            const std::string value = contentsOf(attribute);
+            IioLightSensor sensor(tree.device(0));
+            EXPECT_THAT(sensor.read(), Optional(good));
+            std::filesystem::remove(attribute);
+            replace(attribute);
+            EXPECT_EQ(sensor.read(), std::nullopt);
+            std::filesystem::remove(attribute);
+            tree.set(0, name, value);
+            EXPECT_THAT(sensor.read(), Optional(good));
+        }
+}
+
+TEST_F(IioLightSensorTest, FollowsAttributesThatAppearAndGoAndDevicesThatReplaceEachOther) {
+    const auto gives = [](std::int64_t lux, double channel0) { return LightReading{lux, {channel0, 0, 0, 0}}; };
+    // The attribute that goes, "." for the device; those that appear; the reading then.
+    using Step = std::tuple<std::string, std::string, std::optional<LightReading>>;
+    IioLightSensor sensor(tree.device(0));
+    for (const auto& [gone, plugged, expected] :
+         {Step(".", "", {}), Step("", "in_illuminance_raw=10 in_intensity_both_raw=3", gives(10, 3)),
+          Step("", "in_illuminance_scale=2", gives(20, 3)), Step("", "in_illuminance_offset=5", gives(30, 3)),
+          // An attribute that goes is missing, and neither 0 nor 1, until it or another one is there.
+          Step("in_illuminance_scale", "", {}), Step("in_illuminance_offset", "", {}),
+          Step("", "in_illuminance_scale=3", {}), Step("", "in_illuminance_offset=0", gives(30, 3)),
+          Step("in_illuminance_raw", "", {}), Step("", "in_illuminance_input=7", gives(7, 3)),
+          Step("in_intensity_both_raw", "", {}), Step("", "in_intensity_raw=4", gives(7, 4)),
+          // Another device never had them.
+          Step(".", "in_intensity_red_raw=7", gives(0, 7)), Step(".", "", {}),
+          Step("", "in_intensity_both_raw=8", gives(0, 8))}) {
+        SCOPED_TRACE("without " + gone + ", with " + plugged);
+        if (gone == ".") tree.unplug(0);
+        if (gone.starts_with("in_")) std::filesystem::remove(tree.device(0) / gone);
+        if (!plugged.empty()) tree.plug(0, plugged);
+        EXPECT_EQ(sensor.read(), expected);
+        EXPECT_EQ(sensor.read(), expected) << "at the next look";
     }
 }
 
-TEST_F(IioLightSensorTest, ReadsADeviceAgainThatComesBackAsAnother) {
-    tree.plug(0, "in_illuminance_input=5 in_intensity_both_raw=6");
+TEST_F(IioLightSensorTest, AReadingIsOfOneDeviceAlsoWhileAnotherTakesItsPlace) {
+    tree.plug(1, "in_illuminance_input=1 in_intensity_both_raw=1");
+    tree.plug(2, "in_illuminance_raw=1 in_illuminance_scale=2 in_intensity_both_raw=2");
+    std::counting_semaphore<> looks(1);
+    const auto replaceBy = [&](int number) {
+        looks.acquire();
+        std::filesystem::create_directory_symlink(tree.device(number), tree.root() / "fresh");
+        std::filesystem::rename(tree.root() / "fresh", tree.device(0));
+    };
+    replaceBy(1);
+    const auto times = std::views::iota(0, 500);
+    const std::jthread other([&] { std::ranges::for_each(times, [&](int i) { replaceBy(1 + i % 2); }); });
     IioLightSensor sensor(tree.device(0));
-    ASSERT_TRUE(sensor.read().has_value());
-    tree.unplug(0);
-    EXPECT_EQ(sensor.read(), std::nullopt);
-    EXPECT_EQ(sensor.read(), std::nullopt);
-    tree.plug(0, "in_intensity_red_raw=7");
-    EXPECT_THAT(sensor.read(), Optional(LightReading{0, {7, 0, 0, 0}}));
+    std::vector<std::optional<LightReading>> readings;
+    for ([[maybe_unused]] const int i : times) {
+        looks.release();
+        readings.push_back(sensor.read());  // none when it is replaced too often meanwhile
+    }
+    const auto one = Optional(LightReading{1, {1, 0, 0, 0}});
+    const auto two = Optional(LightReading{2, {2, 0, 0, 0}});
+    EXPECT_THAT(readings, Each(AnyOf(one, two, std::nullopt)));
 }
 
 }  // namespace
