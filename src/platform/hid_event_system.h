@@ -30,7 +30,7 @@ public:
     virtual double floatValue(HidEventField field) const = 0;           ///< 0 for a field that the event lacks
 };
 
-/// One device that reports events.
+/// One device that reports events. Thread-safe.
 class TARVEX_EXPORT HidServiceClient {
 public:
     virtual ~HidServiceClient() = default;
@@ -50,7 +50,11 @@ struct HidMatching {
     std::int32_t primaryUsage = 0;
 };
 
-/// A client of the event system. Thread-bound: used on the main thread. Releasing it ends its events.
+/// A client of the event system. Thread-safe: the library uses it on whatever thread starts or stops tracking, while
+/// the run loop delivers events.
+///
+/// Unregistering, unscheduling and releasing end its events: no callback begins after they return, and one that runs on
+/// another thread has ended. A callback may do so itself.
 class TARVEX_EXPORT HidEventSystemClient {
 public:
     virtual ~HidEventSystemClient() = default;
@@ -66,11 +70,10 @@ public:
     virtual void scheduleWithRunLoop(RunLoop& runLoop) = 0;
     virtual void unscheduleFromRunLoop(RunLoop& runLoop) = 0;
     virtual void registerEventCallback(HidEventCallback callback, void* target, void* refcon) = 0;
-    /// No callback begins after this returns.
     virtual void unregisterEventCallback() = 0;
 };
 
-/// The sensors of the machine. Thread-bound: used on the main thread.
+/// The sensors of the machine. Thread-safe.
 class TARVEX_EXPORT HidEventSystem {
 public:
     virtual ~HidEventSystem() = default;

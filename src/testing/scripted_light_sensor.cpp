@@ -1,6 +1,7 @@
 #include "testing/scripted_light_sensor.h"
 
 #include <algorithm>
+#include <mutex>
 #include <optional>
 #include <utility>
 
@@ -10,6 +11,8 @@ using namespace platform;
 
 /// What the system, its clients and its services share: each may outlive the others.
 struct ScriptedHidEventSystem::Script {
+    // Held throughout a callback, which may use the clients: another thread's end of events waits for it.
+    std::recursive_mutex mutex;
     std::vector<std::shared_ptr<Service>> services;
     std::vector<Client*> clients;
     std::vector<HidMatching> matchings;
@@ -22,7 +25,10 @@ public:
     Service(std::weak_ptr<Script> script, std::size_t place) : script_(std::move(script)), place_(place) {}
 
     bool setProperty(std::string_view key, std::int32_t value) override {
-        if (const auto script = script_.lock()) script->propertiesSet.push_back({place_, std::string(key), value});
+        if (const auto script = script_.lock()) {
+            const std::lock_guard lock(script->mutex);
+            script->propertiesSet.push_back({place_, std::string(key), value});
+        }
         return key == "ReportInterval";
     }
 
@@ -57,34 +63,46 @@ private:
 
 class ScriptedHidEventSystem::Client final : public HidEventSystemClient {
 public:
-    explicit Client(std::shared_ptr<Script> script) : script_(std::move(script)) { script_->clients.push_back(this); }
-    ~Client() override { std::erase(script_->clients, this); }
+    explicit Client(std::shared_ptr<Script> script) : script_(std::move(script)) {
+        const std::lock_guard lock(script_->mutex);
+        script_->clients.push_back(this);
+    }
+    ~Client() override {
+        const std::lock_guard lock(script_->mutex);
+        std::erase(script_->clients, this);
+    }
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
     void setMatching(const HidMatching& matching) override {
+        const std::lock_guard lock(script_->mutex);
         script_->calls.emplace_back("setMatching");
         script_->matchings.push_back(matching);
     }
     std::vector<std::shared_ptr<HidServiceClient>> copyServices() override {
+        const std::lock_guard lock(script_->mutex);
         script_->calls.emplace_back("copyServices");
         return {script_->services.begin(), script_->services.end()};
     }
     void scheduleWithRunLoop(RunLoop& runLoop) override {
+        const std::lock_guard lock(script_->mutex);
         script_->calls.emplace_back("schedule");
         runLoop_ = &runLoop;
     }
     void unscheduleFromRunLoop(RunLoop& runLoop) override {
+        const std::lock_guard lock(script_->mutex);
         script_->calls.emplace_back("unschedule");
         if (runLoop_ == &runLoop) runLoop_ = nullptr;
     }
     void registerEventCallback(HidEventCallback callback, void* target, void* refcon) override {
+        const std::lock_guard lock(script_->mutex);
         script_->calls.emplace_back("register");
         callback_ = callback;
         target_ = target;
         refcon_ = refcon;
     }
     void unregisterEventCallback() override {
+        const std::lock_guard lock(script_->mutex);
         script_->calls.emplace_back("unregister");
         callback_ = nullptr;
     }
@@ -127,6 +145,7 @@ void ScriptedHidEventSystem::emit(HidEventType type, const Fields& fields, std::
 }
 
 void ScriptedHidEventSystem::deliver(HidEvent& event, std::size_t service) {
+    const std::lock_guard lock(script_->mutex);
     const auto sender = script_->services.at(service);
     // A callback may destroy clients.
     const auto clients = script_->clients;
@@ -136,10 +155,12 @@ void ScriptedHidEventSystem::deliver(HidEvent& event, std::size_t service) {
 }
 
 std::size_t ScriptedHidEventSystem::clientCount() const {
+    const std::lock_guard lock(script_->mutex);
     return script_->clients.size();
 }
 
 std::size_t ScriptedHidEventSystem::deliveringCount() const {
+    const std::lock_guard lock(script_->mutex);
     return static_cast<std::size_t>(std::ranges::count_if(script_->clients, &Client::isDelivering));
 }
 

@@ -10,7 +10,8 @@
 
 namespace tarvex::testing {
 
-/// An event system with a number of light sensors that report what a test says. Thread-bound.
+/// An event system with a number of light sensors that report what a test says. Thread-safe, short of the lists of
+/// calls, which are read while nobody calls.
 ///
 /// Events are delivered before `emit` returns, to every client that is scheduled and registered; none comes by itself,
 /// also not on registration.

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "platform/linux/sensor/ambient_light_event.h"
 #include "platform/linux/sensor/iio_hid_service.h"
@@ -49,42 +50,53 @@ IioHidEventSystemClient::IioHidEventSystemClient(const std::filesystem::path& ro
 IioHidEventSystemClient::~IioHidEventSystemClient() = default;
 
 void IioHidEventSystemClient::setMatching(const HidMatching& matching) {
-    services_.clear();
-    if (matching.primaryUsagePage == vendorDefinedPage && matching.primaryUsage == ambientLightUsage)
-        services_ = lightSensors_;
-    restartReporters();
+    restartReporters([&] {
+        services_.clear();
+        if (matching.primaryUsagePage == vendorDefinedPage && matching.primaryUsage == ambientLightUsage)
+            services_ = lightSensors_;
+        return true;
+    });
 }
 
 std::vector<std::shared_ptr<HidServiceClient>> IioHidEventSystemClient::copyServices() {
+    const std::lock_guard lock(mutex_);
     return {services_.begin(), services_.end()};
 }
 
 void IioHidEventSystemClient::scheduleWithRunLoop(RunLoop& runLoop) {
-    if (runLoop_ == &runLoop) return;
-    runLoop_ = &runLoop;
-    restartReporters();
+    restartReporters([&] { return std::exchange(runLoop_, &runLoop) != &runLoop; });
 }
 
 void IioHidEventSystemClient::unscheduleFromRunLoop(RunLoop& runLoop) {
-    if (runLoop_ != &runLoop) return;
-    runLoop_ = nullptr;
-    restartReporters();
+    restartReporters([&] {
+        if (runLoop_ != &runLoop) return false;
+        runLoop_ = nullptr;
+        return true;
+    });
 }
 
 void IioHidEventSystemClient::registerEventCallback(HidEventCallback callback, void* target, void* refcon) {
-    callback_ = callback;
-    target_ = target;
-    refcon_ = refcon;
-    restartReporters();
+    restartReporters([&] {
+        callback_ = callback;
+        target_ = target;
+        refcon_ = refcon;
+        return true;
+    });
 }
 
 void IioHidEventSystemClient::unregisterEventCallback() {
     registerEventCallback(nullptr, nullptr, nullptr);
 }
 
-void IioHidEventSystemClient::restartReporters() {
-    reporters_.clear();
-    if (runLoop_ == nullptr || callback_ == nullptr) return;
+void IioHidEventSystemClient::restartReporters(const std::function<bool()>& change) {
+    Reporters ended;  // without the lock: their end waits for a callback, which may use this client
+    const std::lock_guard lock(mutex_);
+    if (change()) ended = std::exchange(reporters_, makeReporters());
+}
+
+IioHidEventSystemClient::Reporters IioHidEventSystemClient::makeReporters() const {
+    Reporters reporters;
+    if (runLoop_ == nullptr || callback_ == nullptr) return reporters;
     for (const auto& service : services_) {
         auto sensor = std::make_shared<IioLightSensor>(service->directory());
         auto read = [sensor] { return sensor->read(); };
@@ -93,8 +105,9 @@ void IioHidEventSystemClient::restartReporters() {
             AmbientLightEvent event(reading);
             callback(target, refcon, service.get(), &event);
         };
-        reporters_.push_back(std::make_unique<LightSensorReporter>(read, interval, *runLoop_, report));
+        reporters.push_back(std::make_unique<LightSensorReporter>(read, interval, *runLoop_, report));
     }
+    return reporters;
 }
 
 }  // namespace tarvex::platform

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "platform/hid_event_system.h"
@@ -15,6 +17,7 @@ class IioHidService;
 ///
 /// One of them that goes away and comes back under its name reports again; one that is new is for the next client.
 /// While the client is scheduled and registered, each sensor is read on a thread of its own; otherwise none runs.
+/// Thread-safe.
 class IioHidEventSystemClient final : public HidEventSystemClient {
 public:
     /// Sees every sensor under `root` until `setMatching`.
@@ -37,15 +40,20 @@ public:
     void unregisterEventCallback() override;
 
 private:
-    void restartReporters();
+    using Reporters = std::vector<std::unique_ptr<LightSensorReporter>>;
 
+    /// Makes the change, and reporters for what is then true; none of either when `change` returns false.
+    void restartReporters(const std::function<bool()>& change);
+    Reporters makeReporters() const;
+
+    std::mutex mutex_;
     std::vector<std::shared_ptr<IioHidService>> lightSensors_;
     std::vector<std::shared_ptr<IioHidService>> services_;  // those of them that match
     RunLoop* runLoop_ = nullptr;
     HidEventCallback callback_ = nullptr;
     void* target_ = nullptr;
     void* refcon_ = nullptr;
-    std::vector<std::unique_ptr<LightSensorReporter>> reporters_;
+    Reporters reporters_;
 };
 
 }  // namespace tarvex::platform

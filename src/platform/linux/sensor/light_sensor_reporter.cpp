@@ -17,12 +17,15 @@ class LightSensorReporter::Mailbox : public std::enable_shared_from_this<Mailbox
 public:
     Mailbox(RunLoop& runLoop, Report report) : runLoop_(&runLoop), report_(std::move(report)) {}
 
-    /// From here on the run loop is not touched, and what the report holds is not used.
+    /// From here on the run loop is not touched, and what the report holds is not used. Waits for a report that another
+    /// thread has begun.
     void close() {
-        const std::lock_guard lock(mutex_);
+        std::unique_lock lock(mutex_);
         runLoop_ = nullptr;
         latest_.reset();
         closed_.notify_all();
+        lock.unlock();
+        const std::lock_guard noReport(reporting_);
     }
 
     /// True once the mailbox is closed, false when the deadline came.
@@ -41,12 +44,14 @@ public:
 
 private:
     void deliver() {
+        const std::lock_guard report(reporting_);
         std::unique_lock lock(mutex_);
         const auto reading = std::exchange(latest_, std::nullopt);
         lock.unlock();
         if (reading) report_(*reading);
     }
 
+    std::recursive_mutex reporting_;  // a report may close the mailbox, and run the loop
     std::mutex mutex_;
     std::condition_variable closed_;
     RunLoop* runLoop_;  // none once the mailbox is closed

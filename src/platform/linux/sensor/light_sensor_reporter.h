@@ -27,12 +27,12 @@ public:
     using Interval = std::function<std::chrono::microseconds()>;
     using Report = std::function<void(const LightReading&)>;
 
-    /// Made and destroyed on the run loop's thread, also by `report`, which runs there. `read` and `interval` are
-    /// called on the reporter's thread, `interval`, which is positive, before every wait. Without a thread to be had,
-    /// nothing is ever reported.
+    /// May be made and destroyed on any thread, also by `report`, which runs on the run loop's. `read` and `interval`
+    /// are called on the reporter's thread, `interval`, which is positive, before every wait. When the process is out
+    /// of threads, nothing is ever reported.
     LightSensorReporter(Read read, Interval interval, RunLoop& runLoop, Report report);
 
-    /// No report begins after this.
+    /// No report begins after this; one that another thread has begun has ended.
     ~LightSensorReporter();
 
     LightSensorReporter(const LightSensorReporter&) = delete;
