@@ -9,20 +9,23 @@ namespace tarvex {
 
 /// The ambient light sensor: the last reading that it reported, in state that the process holds once.
 ///
-/// Thread-bound: every operation is called on the main thread, where the sensor's events arrive too.
+/// Thread-safe. Events arrive on the main thread; the five numbers of a reading always come from one of them.
 class TARVEX_EXPORT TXAmbientLightSensor {
 public:
     TXAmbientLightSensor() = delete;
 
     /// Creates a client matched to the ambient light sensor, and asks the first one found to report every
     /// `milliseconds`. Intervals that do not fit a 32-bit count of microseconds (2147.483647 s and more) are limited
-    /// to it. The last reading stays.
+    /// to it. The last reading stays. The client before it is released unless it runs: then it goes on reporting until
+    /// `stop_iokit`.
     static void init_iokit(std::int32_t milliseconds);
 
     /// Starts the delivery of events on the main run loop; does nothing before `init_iokit`.
     static void start_iokit();
 
-    /// Ends the delivery of events; the last reading stays.
+    /// Ends the delivery of events, also those of clients that were replaced while they ran, which are released. An
+    /// event that another thread is handling has ended when this returns, and none begins later. The last reading
+    /// stays.
     static void stop_iokit();
 
     /// Copies the last reading: lux, and the four raw channels (red, green, blue and clear where the sensor has
@@ -33,5 +36,6 @@ public:
 }  // namespace tarvex
 
 /// Takes over the reading of an ambient light event; events of other types are ignored. Only `event` is used.
+/// Thread-safe.
 extern "C" TARVEX_EXPORT void handle_event(void* target, void* refcon, tarvex::platform::HidServiceClient* sender,
                                            tarvex::platform::HidEvent* event);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -14,21 +15,42 @@ namespace tarvex {
 
 namespace {
 
-// One copy per process: the sensor has one last reading, whoever asks for it.
-struct SensorState {
-    std::int32_t checkInterval = 1;
-    std::int32_t currentLux = 0;
+struct Reading {
+    std::int32_t lux = 0;
     std::array<float, 4> channels{};
+};
+
+// One copy per process: the sensor has one last reading, whoever asks for it.
+struct LastReading {
+    std::mutex mutex;
+    Reading reading;
+};
+
+LastReading& lastReading() {
+    static LastReading& last = *new LastReading;
+    return last;
+}
+
+struct SensorClients {
+    // Held while a client is called, which may wait for the event that the main thread handles. An event takes the
+    // reading's mutex only.
+    std::mutex mutex;
+    std::int32_t checkInterval = 1;
     platform::RunLoop* hidRunLoop = nullptr;
     std::unique_ptr<platform::HidEventSystemClient> hidClient;
     bool running = false;
-    // Replaced while they ran: these keep reporting, since nobody stopped them.
+    // Replaced while they ran: these keep reporting until the sensor is stopped.
     std::vector<std::unique_ptr<platform::HidEventSystemClient>> replacedClients;
+
+    void endEvents(platform::HidEventSystemClient& client) const {
+        client.unregisterEventCallback();
+        client.unscheduleFromRunLoop(*hidRunLoop);
+    }
 };
 
-SensorState& sensor() {
-    static SensorState& state = *new SensorState;
-    return state;
+SensorClients& sensorClients() {
+    static SensorClients& clients = *new SensorClients;
+    return clients;
 }
 
 std::int32_t microseconds(std::int32_t milliseconds) {
@@ -41,52 +63,61 @@ std::int32_t microseconds(std::int32_t milliseconds) {
 void receiveEvent(void* /*target*/, void* /*refcon*/, platform::HidServiceClient* /*sender*/,
                   platform::HidEvent* event) {
     if (event->type() != platform::ambientLightSensorEvent) return;
-    SensorState& state = sensor();
-    state.currentLux = static_cast<std::int32_t>(event->integerValue(platform::ambientLightLevelField));
-    for (std::uint32_t i = 0; i < state.channels.size(); ++i)
-        state.channels[i] = static_cast<float>(event->floatValue(platform::ambientLightChannel0Field + i));
+    Reading reading{.lux = static_cast<std::int32_t>(event->integerValue(platform::ambientLightLevelField))};
+    for (std::uint32_t i = 0; i < reading.channels.size(); ++i)
+        reading.channels[i] = static_cast<float>(event->floatValue(platform::ambientLightChannel0Field + i));
+    LastReading& last = lastReading();
+    const std::lock_guard lock(last.mutex);
+    last.reading = reading;
 }
 
 }  // namespace
 
 void TXAmbientLightSensor::init_iokit(std::int32_t milliseconds) {
     constexpr platform::HidMatching ambientLightSensor{.primaryUsagePage = 0xFF00, .primaryUsage = 4};
-    SensorState& state = sensor();
     platform::Platform& platform = platform::Platform::current();
+    SensorClients& clients = sensorClients();
+    const std::lock_guard lock(clients.mutex);
 
-    state.checkInterval = milliseconds;
-    state.hidRunLoop = &platform.mainRunLoop();
-    if (state.running) state.replacedClients.push_back(std::move(state.hidClient));
-    state.running = false;
-    state.hidClient = platform.hidEventSystem().createClient();
-    state.hidClient->setMatching(ambientLightSensor);
-    const auto services = state.hidClient->copyServices();
-    if (!services.empty()) services.front()->setProperty("ReportInterval", microseconds(state.checkInterval));
+    clients.checkInterval = milliseconds;
+    clients.hidRunLoop = &platform.mainRunLoop();
+    auto client = platform.hidEventSystem().createClient();
+    if (clients.running) clients.replacedClients.push_back(std::move(clients.hidClient));
+    clients.running = false;
+    clients.hidClient = std::move(client);
+    clients.hidClient->setMatching(ambientLightSensor);
+    const auto services = clients.hidClient->copyServices();
+    if (!services.empty()) services.front()->setProperty("ReportInterval", microseconds(clients.checkInterval));
 }
 
 void TXAmbientLightSensor::start_iokit() {
-    SensorState& state = sensor();
-    if (!state.hidClient) return;
-    state.hidClient->scheduleWithRunLoop(*state.hidRunLoop);
-    state.hidClient->registerEventCallback(receiveEvent, nullptr, nullptr);
-    state.running = true;
+    SensorClients& clients = sensorClients();
+    const std::lock_guard lock(clients.mutex);
+    if (!clients.hidClient) return;
+    clients.hidClient->scheduleWithRunLoop(*clients.hidRunLoop);
+    clients.hidClient->registerEventCallback(receiveEvent, nullptr, nullptr);
+    clients.running = true;
 }
 
 void TXAmbientLightSensor::stop_iokit() {
-    SensorState& state = sensor();
-    if (!state.hidClient) return;
-    state.hidClient->unregisterEventCallback();
-    state.hidClient->unscheduleFromRunLoop(*state.hidRunLoop);
-    state.running = false;
+    SensorClients& clients = sensorClients();
+    const std::lock_guard lock(clients.mutex);
+    if (!clients.hidClient) return;
+    clients.endEvents(*clients.hidClient);
+    clients.running = false;
+    for (const auto& replaced : clients.replacedClients)
+        clients.endEvents(*replaced);
+    clients.replacedClients.clear();
 }
 
 void TXAmbientLightSensor::get_lux(std::int32_t* lux, float* ch0, float* ch1, float* ch2, float* ch3) {
-    const SensorState& state = sensor();
-    *lux = state.currentLux;
-    *ch0 = state.channels[0];
-    *ch1 = state.channels[1];
-    *ch2 = state.channels[2];
-    *ch3 = state.channels[3];
+    LastReading& last = lastReading();
+    const std::lock_guard lock(last.mutex);
+    *lux = last.reading.lux;
+    *ch0 = last.reading.channels[0];
+    *ch1 = last.reading.channels[1];
+    *ch2 = last.reading.channels[2];
+    *ch3 = last.reading.channels[3];
 }
 
 }  // namespace tarvex

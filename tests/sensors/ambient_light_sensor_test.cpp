@@ -1,5 +1,8 @@
 #include "tarvex/ambient_light_sensor.h"
 
+#include "eventually.h"
+#include "platform/linux/sensor/iio_hid_event_system.h"
+#include "platform/linux/sensor/sensor_tree.h"
 #include "prelude.h"
 #include "sensors/ambient_light_tracking.h"
 #include "test_platform.h"
@@ -17,14 +20,21 @@ Reading lastReading() {
     return reading;
 }
 
+void operate(char operation) {
+    if (operation == 'i') return TXAmbientLightSensor::init_iokit(std::numeric_limits<std::int32_t>::max());
+    if (operation == 's') return TXAmbientLightSensor::start_iokit();
+    TXAmbientLightSensor::stop_iokit();
+}
+
 class AmbientLightSensor : public ::testing::Test {
 protected:
-    AmbientLightSensor() { install(2); }
-
-    void install(std::size_t sensorCount) {
-        auto made = std::make_unique<testing::ScriptedHidEventSystem>(sensorCount);
+    AmbientLightSensor() {
+        auto made = std::make_unique<testing::ScriptedHidEventSystem>(2);
         sensors = made.get();
         platform->setHidEventSystem(std::move(made));
+    }
+    void install(const std::filesystem::path& sensorRoot) const {
+        platform->setHidEventSystem(std::make_unique<platform::IioHidEventSystem>(sensorRoot));
     }
 
     static void start(std::int32_t milliseconds = 1000) {
@@ -71,21 +81,64 @@ TEST_F(AmbientLightSensor, KeepsTheLastReadingOfEitherSensor) {
 }
 
 TEST_F(AmbientLightSensor, WorksWithoutAnySensor) {
-    install(0);
+    install(platform.directory.path() / "missing");
     start();
     TXAmbientLightSensor::stop_iokit();
     EXPECT_EQ(lastReading(), Reading());
 }
 
-TEST_F(AmbientLightSensor, ReleasesAReplacedClientOnlyWhenItWasStopped) {
-    start();
-    start();
-    EXPECT_EQ(sensors->clientCount(), 2U) << "the first one still runs";
-    TXAmbientLightSensor::stop_iokit();
-    TXAmbientLightSensor::init_iokit(1000);
-    EXPECT_EQ(sensors->clientCount(), 2U) << "the second one was stopped";
-    sensors->emit(3, 0, 0, 0, 0);
-    EXPECT_EQ(lastReading(), Reading(3, 0, 0, 0, 0)) << "the first one still delivers";
+TEST_F(AmbientLightSensor, OnlyAStopEndsAReplacedClientThatRuns) {
+    using Case = std::tuple<std::string_view, std::size_t, std::size_t>;
+    for (const auto& [order, clients, delivering] :
+         {Case{"ii", 1, 0}, Case{"iisx", 1, 0}, Case{"isi", 2, 1}, Case{"isii", 2, 1}, Case{"isis", 2, 2},
+          Case{"isisi", 3, 2}, Case{"isix", 1, 0}, Case{"isisx", 1, 0}, Case{"isxi", 1, 0}, Case{"isxsi", 2, 1},
+          Case{"isxx", 1, 0}, Case{"isss", 1, 1}}) {
+        for (const char operation : order)
+            operate(operation);
+        EXPECT_EQ(sensors->clientCount(), clients) << order;
+        EXPECT_EQ(sensors->deliveringCount(), delivering) << order;
+        TXAmbientLightSensor::stop_iokit();
+    }
+}
+
+// As a host does that starts and stops within its consent callback, while the main thread receives the events.
+TEST_F(AmbientLightSensor, AfterAStopNothingReadsInWhateverOrderOtherThreadsUseIt) {
+    const test::SensorTree tree;
+    for (const int number : {1, 2})
+        for (const char* name : {"illuminance_input", "intensity_red_raw", "intensity_green_raw", "intensity_blue_raw",
+                                 "intensity_clear_raw"})
+            tree.plug(number, std::string("in_") + name + "=" + std::to_string(number));
+    install(tree.root());
+    platform::RunLoop& loop = platform->mainRunLoop();
+    constexpr int orders = 729;  // all of six operations
+    const auto runOrder = [](int order) {
+        for (int step = 0; step < 6; ++step, order /= 3) {
+            operate("sxi"[order % 3]);
+            EXPECT_THAT(lastReading(), AnyOf(Reading(), Reading(1, 1, 1, 1, 1), Reading(2, 2, 2, 2, 2)));
+        }
+    };
+    const auto threadCount = [] {
+        return std::ranges::distance(std::filesystem::directory_iterator("/proc/self/task"));
+    };
+    const std::jthread other([&] {
+        const auto before = threadCount();
+        const auto stopsEverything = [&] {
+            TXAmbientLightSensor::stop_iokit();
+            const auto reading = lastReading();
+            return test::eventually([&] { return threadCount() == before; }) && lastReading() == reading;
+        };
+        for (int order = 0; order < orders && !HasFailure(); ++order) {
+            runOrder(order);
+            EXPECT_TRUE(stopsEverything()) << order;
+        }
+        std::jthread third([&] { std::ranges::for_each(std::views::iota(0, orders), runOrder); });
+        std::ranges::for_each(std::views::iota(0, orders), runOrder);
+        third.join();
+        EXPECT_TRUE(stopsEverything());
+        loop.stop();
+    });
+    loop.run();
+    EXPECT_NE(lastReading(), Reading()) << "no event came";
 }
 
 TEST_F(AmbientLightSensor, ItsExportedCallbackTakesOverAReading) {
