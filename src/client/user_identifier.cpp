@@ -4,11 +4,15 @@
 
 namespace tarvex {
 
-std::string userID(platform::Platform& platform) {
+std::optional<std::string> userID(platform::Platform& platform) {
     constexpr std::string_view key = "userID";
     platform::UserDefaults& defaults = platform.userDefaults();
-    if (auto stored = defaults.stringForKey(key)) return *stored;
-    return defaults.setStringIfAbsent(platform.uuidGenerator().makeUuid().uuidString(), key);
+    auto stored = defaults.durableStringForKey(key);
+    if (stored && !*stored) {
+        defaults.setStringIfAbsent(platform.uuidGenerator().makeUuid().uuidString(), key);
+        stored = defaults.durableStringForKey(key);
+    }
+    return stored ? *stored : std::nullopt;
 }
 
 }  // namespace tarvex

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <expected>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,6 +22,14 @@ public:
 
     /// Absent when missing; a bool is no string.
     virtual std::optional<std::string> stringForKey(std::string_view key) const = 0;
+
+    /// The string that is stored under the key for good; absent when there is none. Where the store cannot be read, or
+    /// the string still waits to be written, the error is a sentence that says so.
+    ///
+    /// By default what `stringForKey` has, for a store that keeps every write.
+    virtual std::expected<std::optional<std::string>, std::string> durableStringForKey(std::string_view key) const {
+        return stringForKey(key);
+    }
 
     virtual void setValueForKey(bool value, std::string_view key) = 0;
     virtual void setValueForKey(std::string_view value, std::string_view key) = 0;

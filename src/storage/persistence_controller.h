@@ -58,7 +58,8 @@ public:
     std::optional<std::int64_t> countTrackingData();
 
     /// Every readable record, stored or pending, as one encoded upload document. Absent when the records cannot be
-    /// read, the document cannot be encoded, or there is no memory for it. What is pending is first tried to commit.
+    /// read, there is no durable user identifier, the document cannot be encoded, or there is no memory for it. What is
+    /// pending is first tried to commit.
     std::optional<platform::ByteBuffer> loadTrackingData();
 
 private:

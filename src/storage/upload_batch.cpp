@@ -37,10 +37,11 @@ std::optional<platform::ByteBuffer> PersistenceController::assembleUploadDocumen
     auto document = fetchSamples();
     if (!document) return std::nullopt;
     // Without the lock: no sample waits for the defaults.
-    const std::string userId = userID(platform_);
+    const auto userId = userID(platform_);
+    if (!userId) return std::nullopt;
     const std::string device = platform_.systemInfo().machine();
     const std::string application = platform_.bundles().mainBundle().bundleIdentifier().value_or("unknown");
-    return document->finish(userId, device, application);
+    return document->finish(*userId, device, application);
 }
 
 std::optional<UploadDocument> PersistenceController::fetchSamples() {

@@ -1,6 +1,8 @@
 #include "client/data_sharing.h"
 
 #include "client/user_identifier.h"
+#include "platform/linux/store/sample_store.h"
+#include "platform/linux/store/sqlite_user_defaults.h"
 #include "prelude.h"
 #include "scripted_object_store.h"
 #include "test_platform.h"
@@ -13,6 +15,7 @@ using platform::TransportError;
 using platform::UrlResponse;
 
 constexpr const char* endpoint = "https://backend.example/tracking";
+constexpr const char* cannotLoad = "Cannot load the tracking data.";
 constexpr const char* notSuccessful = "HTTPError: The request was not successfull (statusCode != 200).";
 
 class ShareTrackingData : public ::testing::Test {
@@ -87,37 +90,27 @@ TEST_F(ShareTrackingData, OverlappingUploadsEachPostTheWholeStoreAndDeleteWhatIs
     respond(1);
     EXPECT_EQ(recordsAtCallback, 0);
     storeSample(2);
-    sharing = std::make_shared<DataSharing>(*platform, store, endpoint);  // an upload keeps what it needs
+    sharing = std::make_shared<DataSharing>(*platform, store, endpoint);
     respond(0);
-    EXPECT_EQ(recordsAtCallback, 0) << "samples taken during an upload go too";
+    EXPECT_EQ(recordsAtCallback, 0) << "samples taken during an upload go too, and it keeps what it needs for that";
     EXPECT_THAT(outcomes, ElementsAre("success", "success"));
 }
 
 TEST_F(ShareTrackingData, ReportsWhatCannotBeSentBeforeItReturns) {
+    using Script = test::ScriptedObjectStore::Script;
     sharing = std::make_shared<DataSharing>(*platform, store, "https://bad host/tracking");
     share(true);
-    sharing->share(true, {});
-    platform->setObjectStore(std::make_unique<test::ScriptedObjectStore>());
-    PersistenceController failing(*platform);
-    sharing = std::make_shared<DataSharing>(*platform, failing, endpoint);
-    share(true);
-    sharing->share(true, {});
-    EXPECT_THAT(outcomes, ElementsAre("HTTPError: Cannot parse backend url String", "Cannot load the tracking data."));
-    EXPECT_THAT(platform.backend->requests(), IsEmpty());
-    EXPECT_EQ(recordsAtCallback, 0) << "a failed count reads as 0";
-}
-
-TEST_F(ShareTrackingData, ReportsThatThereIsNoMemoryForTheDocument) {
-    const auto runOut = [] { throw std::bad_alloc(); };
-    for (const test::ScriptedObjectStore::Script& script :
-         {test::ScriptedObjectStore::Script{.fetch = [] {}, .fetchSizeBound = std::size_t{1} << 62U},
-          test::ScriptedObjectStore::Script{.fetch = runOut}}) {
-        platform->setObjectStore(std::make_unique<test::ScriptedObjectStore>(script));
-        PersistenceController scripted(*platform);
-        sharing = std::make_shared<DataSharing>(*platform, scripted, endpoint);
+    for (const Script& failure : {Script{}, Script{.fetch = [] {}, .fetchSizeBound = std::size_t{1} << 62U},
+                                  Script{.fetch = [] { throw std::bad_alloc(); }}}) {
+        platform->setObjectStore(std::make_unique<test::ScriptedObjectStore>(failure));
+        PersistenceController failing(*platform);
+        sharing = std::make_shared<DataSharing>(*platform, failing, endpoint);
         share(true);
+        sharing->share(true, {});
+        EXPECT_EQ(outcomes.back(), cannotLoad);
+        EXPECT_EQ(recordsAtCallback, 0) << "a failed count reads as 0";
     }
-    EXPECT_THAT(outcomes, ElementsAre("Cannot load the tracking data.", "Cannot load the tracking data."));
+    EXPECT_EQ(outcomes.front(), "HTTPError: Cannot parse backend url String");
     EXPECT_THAT(platform.backend->requests(), IsEmpty());
 }
 
@@ -135,16 +128,63 @@ TEST_F(ShareTrackingData, UploadsAndDeletesWheneverTheHostGoesToTheBackground) {
     EXPECT_THAT(platform.backend->requests(), SizeIs(2)) << "nobody is left to upload";
 }
 
-TEST(UserId, IsMadeOnceUnlessAnyStringIsStored) {
-    const test::TestPlatform platform;
-    const std::string made = userID(*platform);
-    EXPECT_THAT(made, MatchesRegex("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"));
-    EXPECT_EQ(userID(*platform), made);
-    EXPECT_EQ(platform.defaults->stringForKey("userID"), made);
-    for (const char* stored : {"participant-7", ""}) {
-        platform->setUserDefaults(std::make_unique<testing::MemoryUserDefaults>());
-        platform->userDefaults().setValueForKey(stored, "userID");
-        EXPECT_EQ(userID(*platform), stored);
+/// The defaults' file, and what is wrong there.
+struct Place {
+    std::unique_ptr<platform::UserDefaults> open() {
+        return std::make_unique<platform::SqliteUserDefaults>([this] { return directory.path(); }, vfs.name());
+    }
+    void lock(const char* sql) { other.emplace(file).run(sql); }
+    void damage(const std::string& suffix) {
+        kept[file + suffix] = contentsOf(file + suffix);
+        writeFile(file + suffix, std::string(10'000, 'g'));
+    }
+    void mend() {
+        other.reset();
+        vfs.heal();
+        for (const auto& [path, contents] : kept)
+            contents.empty() ? void(std::filesystem::remove(path)) : writeFile(path, contents);
+    }
+
+    TemporaryDirectory directory;
+    std::string file = directory.path() / "UserDefaults.sqlite";
+    test::FaultyVfs vfs;
+    std::optional<test::OtherProgram> other;
+    std::map<std::string, std::string> kept;
+};
+
+TEST_F(ShareTrackingData, NamesOnlyAnIdentifierThatIsDurable) {
+    using test::FileCall;
+    using Trouble = std::tuple<std::string, bool, std::function<void(Place&)>>;
+    storeSample(1);
+    const char* forItself = "PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE; CREATE TABLE held(x)";
+    for (const auto& [trouble, readable, cause] :
+         {Trouble{"another writes", true, [](Place& place) { place.lock("BEGIN IMMEDIATE"); }},
+          Trouble{"another locks it", false, [=](Place& place) { place.lock(forItself); }},
+          Trouble{"full disk", true, [](Place& place) { place.vfs.failEvery(FileCall::write, SQLITE_FULL); }},
+          Trouble{"forbidden", false, [](Place& place) { place.vfs.failEvery(FileCall::open, SQLITE_CANTOPEN); }},
+          Trouble{"damaged", true, [](Place& place) { place.damage(""); }},
+          Trouble{"damaged log", true, [](Place& place) { place.damage("-wal"); }},
+          Trouble{"both damaged", false, [](Place& place) { place.damage(""), place.damage("-wal"); }}}) {
+        for (const auto& stored : std::vector<std::optional<std::string>>{std::nullopt, "participant 7", ""}) {
+            SCOPED_TRACE(trouble + stored.value_or(" from the first start on"));
+            Place place;
+            if (stored) place.open()->setValueForKey(*stored, "userID");
+            cause(place);
+            platform->setUserDefaults(place.open());
+            const auto start = std::chrono::steady_clock::now();
+            for (int i = 0; i < 30 && !(stored && readable); ++i) {
+                share(true);
+                EXPECT_EQ(outcomes.back(), cannotLoad);
+                EXPECT_EQ(recordsAtCallback, 1);
+            }
+            EXPECT_EQ(userID(*platform), readable ? stored : std::nullopt);
+            EXPECT_LT(std::chrono::steady_clock::now() - start, 2s) << "nobody waits again";
+            EXPECT_EQ(platform.backend->requests().size(), 0U);
+            place.mend();
+            const std::string id = test::documentOf(store).userId;
+            EXPECT_THAT(id, MatchesRegex(stored.value_or("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}")));
+            EXPECT_EQ(place.open()->durableStringForKey("userID"), id) << "in the next process";
+        }
     }
 }
 

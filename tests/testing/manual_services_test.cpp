@@ -4,7 +4,6 @@
 #include "prelude.h"
 #include "testing/manual_dispatch_queues.h"
 #include "testing/manual_timer_scheduler.h"
-#include "testing/memory_user_defaults.h"
 #include "testing/recording_url_session.h"
 
 namespace tarvex::testing {
@@ -54,18 +53,6 @@ TEST(ManualDispatchQueues, RunsWhatIsDueInTheOrderOfTimes) {
     EXPECT_EQ(queues.runMain(), 1U);
     queues.advance(1ms);
     EXPECT_EQ(order, "abmc");
-}
-
-TEST(MemoryUserDefaults, ReadsAStringAsTheBoolThatItSays) {
-    MemoryUserDefaults defaults;
-    EXPECT_FALSE(defaults.boolForKey("key"));
-    for (const auto& [text, truth] : {std::pair{"YES", true}, {"7", true}, {"no", false}, {"", false}}) {
-        defaults.setValueForKey(text, "key");
-        EXPECT_EQ(defaults.boolForKey("key"), truth) << text;
-    }
-    defaults.setValueForKey(true, "key");
-    EXPECT_TRUE(defaults.boolForKey("key"));
-    EXPECT_EQ(defaults.stringForKey("key"), std::nullopt);
 }
 
 TEST(RecordingUrlSession, KeepsWhatWasResumedAndAnswersEachRequestOnce) {

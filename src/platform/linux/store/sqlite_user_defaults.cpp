@@ -11,8 +11,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto patience = 1000ms;
-constexpr auto openingPatience = 5000ms;
+// The host's main loop waits.
+constexpr auto patience = 50ms;
+constexpr auto openingPatience = 100ms;
 
 constexpr const char* creation = "CREATE TABLE IF NOT EXISTS user_defaults(key TEXT PRIMARY KEY, value) WITHOUT ROWID";
 
@@ -42,7 +43,16 @@ bool SqliteUserDefaults::boolForKey(std::string_view key) const {
 
 std::optional<std::string> SqliteUserDefaults::stringForKey(std::string_view key) const {
     const std::lock_guard lock(mutex_);
-    return string(key);
+    return stringIn(value(key));
+}
+
+std::expected<std::optional<std::string>, std::string> SqliteUserDefaults::durableStringForKey(
+    std::string_view key) const {
+    const std::lock_guard lock(mutex_);
+    auto inFile = read(key);
+    if (!inFile) return std::unexpected(std::move(inFile.error().description));
+    if (unwritten(key, *inFile)) return std::unexpected("value cannot be written yet: " + std::string(key));
+    return stringIn(std::move(*inFile));
 }
 
 void SqliteUserDefaults::setValueForKey(bool value, std::string_view key) {
@@ -57,44 +67,62 @@ void SqliteUserDefaults::setValueForKey(std::string_view value, std::string_view
 
 std::string SqliteUserDefaults::setStringIfAbsent(std::string_view value, std::string_view key) {
     const std::lock_guard lock(mutex_);
-    if (auto present = string(key)) return std::move(*present);
+    if (auto present = stringIn(this->value(key))) return std::move(*present);
     write(key, {.value = std::string(value), .onlyIfAbsent = true});
-    return string(key).value_or(std::string(value));
+    return stringIn(this->value(key)).value_or(std::string(value));
 }
 
-std::optional<std::string> SqliteUserDefaults::string(std::string_view key) const {
-    auto found = value(key);
-    auto* text = found ? std::get_if<std::string>(&*found) : nullptr;
+std::optional<std::string> SqliteUserDefaults::stringIn(std::optional<Value> value) {
+    auto* text = value ? std::get_if<std::string>(&*value) : nullptr;
     return text ? std::optional(std::move(*text)) : std::nullopt;
 }
 
-/// What a process would read that has written everything.
+/// The value as if everything had been written.
 std::optional<SqliteUserDefaults::Value> SqliteUserDefaults::value(std::string_view key) const {
-    std::optional<Value> found = storedOrLastKnown(key);
-    const auto unwritten = unwritten_.find(key);
-    if (unwritten == unwritten_.end()) return found;
-    const bool givesWay = unwritten->second.onlyIfAbsent && found && std::holds_alternative<std::string>(*found);
-    return givesWay ? found : unwritten->second.value;
+    auto found = read(key);
+    if (!found) {
+        const auto known = lastKnown_.find(key);
+        found = known != lastKnown_.end() ? std::optional(known->second) : std::nullopt;
+    }
+    const Value* waiting = unwritten(key, *found);
+    return waiting ? *waiting : std::move(*found);
 }
 
-std::optional<SqliteUserDefaults::Value> SqliteUserDefaults::storedOrLastKnown(std::string_view key) const {
-    auto inFile = stored(key);
-    const auto known = lastKnown_.find(key);
-    if (!inFile) {
-        giveUp(inFile.error());
-        return known != lastKnown_.end() ? std::optional(known->second) : std::nullopt;
+/// The value that is going to be written over `stored`; null for none.
+const SqliteUserDefaults::Value* SqliteUserDefaults::unwritten(std::string_view key,
+                                                               const std::optional<Value>& stored) const {
+    const auto waiting = unwritten_.find(key);
+    if (waiting == unwritten_.end()) return nullptr;
+    const auto& [value, onlyIfAbsent] = waiting->second;
+    return onlyIfAbsent && stored && std::holds_alternative<std::string>(*stored) ? nullptr : &value;
+}
+
+/// What the file holds, once the rest has been written, or could not be.
+std::expected<std::optional<SqliteUserDefaults::Value>, StoreError> SqliteUserDefaults::read(
+    std::string_view key) const {
+    auto written = open();
+    if (!written) {
+        finish(written);
+        return std::unexpected(std::move(written.error()));
     }
-    if (const auto& found = *inFile)
-        lastKnown_.insert_or_assign(std::string(key), *found);
-    else if (known != lastKnown_.end())
+    written = writeUnwritten();
+    auto found = stored(key);
+    if (!found) {
+        // By the next use the file may have been repaired.
+        connection_.reset();
+        finish(std::unexpected(found.error()));
+        return found;
+    }
+    finish(written);
+    if (*found)
+        lastKnown_.insert_or_assign(std::string(key), **found);
+    else if (const auto known = lastKnown_.find(key); known != lastKnown_.end())
         lastKnown_.erase(known);
-    return std::move(*inFile);
+    return found;
 }
 
 std::expected<std::optional<SqliteUserDefaults::Value>, StoreError> SqliteUserDefaults::stored(
     std::string_view key) const {
-    if (auto opened = open(); !opened) return std::unexpected(std::move(opened.error()));
-    connection_->waitAtMost(patience);
     auto select = connection_->prepare(selection);
     if (!select) return std::unexpected(std::move(select.error()));
     sqlite3_stmt* row = select->get();
@@ -114,15 +142,21 @@ std::expected<std::optional<SqliteUserDefaults::Value>, StoreError> SqliteUserDe
 
 void SqliteUserDefaults::write(std::string_view key, Unwritten value) {
     unwritten_.insert_or_assign(std::string(key), std::move(value));
-    if (auto written = writeAll(); !written) return giveUp(written.error());
+    auto written = open();
+    if (written) written = writeUnwritten();
+    finish(written);
+}
+
+std::expected<void, StoreError> SqliteUserDefaults::writeUnwritten() const {
+    if (unwritten_.empty()) return {};
+    if (auto written = writeAll(); !written) return written;
     for (auto& [name, entry] : unwritten_)
         if (!entry.onlyIfAbsent) lastKnown_.insert_or_assign(name, std::move(entry.value));
     unwritten_.clear();
+    return {};
 }
 
-std::expected<void, StoreError> SqliteUserDefaults::writeAll() {
-    if (auto opened = open(); !opened) return opened;
-    connection_->waitAtMost(patience);
+std::expected<void, StoreError> SqliteUserDefaults::writeAll() const {
     SqliteTransaction transaction(*connection_);
     if (!transaction.begun()) return transaction.begun();
     auto insert = connection_->prepare(upsert);
@@ -138,12 +172,25 @@ std::expected<void, StoreError> SqliteUserDefaults::writeAll() {
             sqlite3_bind_int(execution.get(), 2, std::get<bool>(value) ? 1 : 0);
         if (sqlite3_step(execution.get()) != SQLITE_DONE) return std::unexpected(connection_->error());
     }
-    return transaction.commit();
+    auto committed = transaction.commit();
+    // A second copy, in the database itself: SQLite takes a damaged log for an empty one.
+    if (committed)
+        sqlite3_wal_checkpoint_v2(connection_->handle(), nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+    return committed;
 }
 
 std::expected<void, StoreError> SqliteUserDefaults::open() const {
-    if (connection_) return {};
-    auto connection = SqliteConnection::open(directory_() / "UserDefaults.sqlite", vfs_, openingPatience);
+    const bool moved = connection_ && connection_->hasMoved();
+    if (moved) connection_.reset();
+    if (connection_) {
+        connection_->waitAtMost(patient_ ? patience : 0ms);
+        return {};
+    }
+    const auto file = directory_() / "UserDefaults.sqlite";
+    // Whoever removes the file takes back what it held. One that cannot be looked at may still be the same.
+    std::error_code unknown;
+    if (const bool exists = std::filesystem::exists(file, unknown); !unknown && (moved || !exists)) lastKnown_.clear();
+    auto connection = SqliteConnection::open(file, vfs_, patient_ ? openingPatience : 0ms);
     if (!connection) return std::unexpected(std::move(connection.error()));
     if (auto configured = (*connection)->configure(); !configured) return configured;
     if (auto created = (*connection)->execute(creation); !created) return created;
@@ -152,11 +199,13 @@ std::expected<void, StoreError> SqliteUserDefaults::open() const {
     return {};
 }
 
-/// The next use opens the file afresh: by then it may have been repaired, or another may lie in its place.
-void SqliteUserDefaults::giveUp(const StoreError& error) const {
-    connection_.reset();
+void SqliteUserDefaults::finish(const std::expected<void, StoreError>& outcome) const {
+    patient_ = outcome.has_value();
+    if (outcome) return;
+    // By the next use the file may be writable. Otherwise it stays open: what it holds can be read.
+    if (connection_ && connection_->readOnly()) connection_.reset();
     if (!std::exchange(reported_, true))
-        std::cerr << "Tarvex: user defaults are kept in memory for now: " + error.description + "\n";
+        std::cerr << "Tarvex: user defaults are kept in memory for now: " + outcome.error().description + "\n";
 }
 
 }  // namespace tarvex::platform
