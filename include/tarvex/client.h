@@ -46,7 +46,8 @@ public:
 
     /// The facade, created on first use from whichever thread comes first, and never destroyed.
     ///
-    /// The first use registers the background upload and stores a user identifier on a fresh installation.
+    /// The first use registers the background upload and stores a user identifier on a fresh installation; where that
+    /// fails, each share tries it again.
     static Client& shared();
 
     ~Client();
@@ -99,6 +100,9 @@ public:
     /// on the upload's delivery thread. With `deleteIfSuccessfull`, status 200 removes every record that is stored at
     /// that moment, also records taken during the upload; any other outcome removes nothing. Callbacks come one after
     /// the other; transfers go on meanwhile. From the library's exit handler on nothing is sent, and no callback comes.
+    ///
+    /// Fails with `cannotLoadTrackingData` when the samples cannot be read, and while there is no durable user
+    /// identifier to send: the stored one cannot be read, or a new one cannot be stored.
     void shareTrackingData(bool deleteIfSuccessfull, ShareCompletion completion);
 
     /// Deletes every stored sample, for good: no byte of one stays in the store's files. While another process holds

@@ -28,6 +28,13 @@ void bindText(sqlite3_stmt* statement, int parameter, std::string_view text) {
     sqlite3_bind_text64(statement, parameter, text.empty() ? "" : text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
 }
 
+/// SQLite takes the log for that of whatever database lies beside it, and a damaged log for an empty one. Where this
+/// fails, nothing is lost, and it is tried again after the next write or opening.
+void emptyLog(SqliteConnection& connection) {
+    connection.waitAtMost(0ms);
+    sqlite3_wal_checkpoint_v2(connection.handle(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+}
+
 }  // namespace
 
 SqliteUserDefaults::SqliteUserDefaults(std::function<std::filesystem::path()> directory, const char* vfs)
@@ -123,6 +130,7 @@ std::expected<std::optional<SqliteUserDefaults::Value>, StoreError> SqliteUserDe
 
 std::expected<std::optional<SqliteUserDefaults::Value>, StoreError> SqliteUserDefaults::stored(
     std::string_view key) const {
+    connection_->waitAtMost(patient_ ? patience : 0ms);
     auto select = connection_->prepare(selection);
     if (!select) return std::unexpected(std::move(select.error()));
     sqlite3_stmt* row = select->get();
@@ -157,6 +165,7 @@ std::expected<void, StoreError> SqliteUserDefaults::writeUnwritten() const {
 }
 
 std::expected<void, StoreError> SqliteUserDefaults::writeAll() const {
+    connection_->waitAtMost(patient_ ? patience : 0ms);
     SqliteTransaction transaction(*connection_);
     if (!transaction.begun()) return transaction.begun();
     auto insert = connection_->prepare(upsert);
@@ -173,19 +182,14 @@ std::expected<void, StoreError> SqliteUserDefaults::writeAll() const {
         if (sqlite3_step(execution.get()) != SQLITE_DONE) return std::unexpected(connection_->error());
     }
     auto committed = transaction.commit();
-    // A second copy, in the database itself: SQLite takes a damaged log for an empty one.
-    if (committed)
-        sqlite3_wal_checkpoint_v2(connection_->handle(), nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+    if (committed) emptyLog(*connection_);
     return committed;
 }
 
 std::expected<void, StoreError> SqliteUserDefaults::open() const {
     const bool moved = connection_ && connection_->hasMoved();
-    if (moved) connection_.reset();
-    if (connection_) {
-        connection_->waitAtMost(patient_ ? patience : 0ms);
-        return {};
-    }
+    if (connection_ && !moved) return {};
+    connection_.reset();
     const auto file = directory_() / "UserDefaults.sqlite";
     // Whoever removes the file takes back what it held. One that cannot be looked at may still be the same.
     std::error_code unknown;
@@ -195,6 +199,7 @@ std::expected<void, StoreError> SqliteUserDefaults::open() const {
     if (auto configured = (*connection)->configure(); !configured) return configured;
     if (auto created = (*connection)->execute(creation); !created) return created;
     // Not tidied up when it is closed: without its log, it could not be read in a directory that is read-only then.
+    emptyLog(**connection);
     connection_ = std::move(*connection);
     return {};
 }

@@ -20,8 +20,7 @@ protected:
     std::unique_ptr<SqliteUserDefaults> open(const char* fileSystem = nullptr) {
         return std::make_unique<SqliteUserDefaults>(
             [this] {
-                std::error_code failure;
-                std::filesystem::create_directory(folder, failure);
+                std::filesystem::create_directory(folder);
                 return folder;
             },
             fileSystem);
@@ -38,13 +37,13 @@ TEST_F(UserDefaultsFile, KeepsValuesAcrossProcesses) {
         const auto defaults = open();
         EXPECT_FALSE(std::filesystem::exists(file)) << "nothing is opened before the first use";
         EXPECT_FALSE(defaults->boolForKey("missing"));
-        EXPECT_EQ(defaults->stringForKey("missing"), std::nullopt);
         defaults->setValueForKey(true, "on");
         defaults->setValueForKey(true, "changed");
         defaults->setValueForKey(false, "changed");
         EXPECT_EQ(defaults->setStringIfAbsent("first", "string"), "first");
         defaults->setValueForKey("", "chosen");
     }
+    writeFile(file.native() + "-wal", "damaged");
     const auto defaults = open();
     EXPECT_TRUE(defaults->boolForKey("on"));
     EXPECT_FALSE(defaults->boolForKey("changed"));
@@ -140,18 +139,23 @@ TEST_F(UserDefaultsFile, AnswersAReadThatFailsWithWhatWasThereLast) {
     EXPECT_FALSE(defaults->boolForKey("removed"));
     EXPECT_EQ(defaults->setStringIfAbsent("another", "userID"), "participant 7");
     EXPECT_THAT(defaults->durableStringForKey("userID").error(), HasSubstr(file.native()));
+    std::filesystem::remove_all(folder);
+    EXPECT_FALSE(defaults->boolForKey("changed")) << "it was taken back";
 }
 
 TEST_F(UserDefaultsFile, ForgetsAFileThatIsRemovedOrReplacedWhileItIsOpen) {
-    for (const std::string_view successor : {"none", "another", "garbage", "no directory"}) {
+    const auto another = directory.path() / "another";
+    test::OtherProgram(another).run(
+        "CREATE TABLE user_defaults(key TEXT PRIMARY KEY, value) WITHOUT ROWID;"
+        "INSERT INTO user_defaults VALUES('userID', 'another')");
+    for (const std::string_view successor : {"none", "another", "garbage"}) {
         SCOPED_TRACE(successor);
         const auto defaults = open();
         defaults->setValueForKey(true, "consent");
         defaults->setValueForKey("first", "userID");
-        std::filesystem::remove_all(folder);
-        if (successor == "another") open()->setValueForKey("another", "userID");
+        std::filesystem::remove(file);
+        if (successor == "another") std::filesystem::rename(another, file);
         if (successor == "garbage") writeFile(file, "garbage");
-        if (successor == "no directory") writeFile(folder, "in the way");
         EXPECT_FALSE(defaults->boolForKey("consent"));
         const auto id = defaults->durableStringForKey("userID");
         EXPECT_EQ(id ? id->value_or("none") : successor, successor);
