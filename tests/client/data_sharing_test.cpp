@@ -170,7 +170,7 @@ TEST_F(ShareTrackingData, NamesOnlyAnIdentifierThatIsDurable) {
             const auto start = std::chrono::steady_clock::now();
             for (int i = 0; i < 30 && !(stored && readable); ++i) {
                 share(true);
-                EXPECT_EQ(outcomes.back(), cannotLoad);
+                EXPECT_THAT(std::exchange(outcomes, {}), ElementsAre(cannotLoad));
                 EXPECT_EQ(recordsAtCallback, 1);
             }
             EXPECT_EQ(userID(*platform), readable ? stored : std::nullopt);
