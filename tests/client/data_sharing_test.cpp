@@ -162,9 +162,9 @@ TEST_F(ShareTrackingData, NamesOnlyAnIdentifierThatIsDurable) {
           Trouble{"forbidden", false, [](Place& place) { place.vfs.failEvery(test::FileCall::open, SQLITE_CANTOPEN); }},
           Trouble{"damaged", false, [](Place& place) { place.damage(); }}}) {
         for (const auto& stored : std::vector<std::optional<std::string>>{std::nullopt, "participant 7", ""}) {
-            SCOPED_TRACE(trouble + stored.value_or(" from the first start on"));
+            SCOPED_TRACE(trouble + stored.value_or(", nothing stored"));
             Place place;
-            if (stored) place.open()->setValueForKey(*stored, "userID");
+            place.open()->setValueForKey(stored.value_or("none yet"), stored ? "userID" : "another");
             cause(place);
             platform->setUserDefaults(place.open());
             const auto start = std::chrono::steady_clock::now();
