@@ -60,9 +60,6 @@ public:
     /// Whether the file at the path is no longer the one that is open: it was removed, or another took its place.
     bool hasMoved() const;
 
-    /// Whether the file at the path is no longer the one that is open: it was removed, or another took its place.
-    bool hasMoved() const;
-
     [[nodiscard]] std::expected<void, StoreError> execute(const char* sql) const;
     [[nodiscard]] std::expected<Statement, StoreError> prepare(std::string_view sql) const;
 
