@@ -55,13 +55,13 @@ TEST_F(Calibration, CountsForItsCameraAndFrameSizeWhereTheHostSetsNothing) {
         bool blind = false;
         const auto look = [&blind](const Frame&) { return blind ? std::nullopt : std::optional(seen(1)); };
         const auto finder = calibratedFinder(look, c.options, c.camera, file);
-        EXPECT_TRUE(finder({.width = 320, .height = 240})) << "a size before the one that counts";
-        const auto face = finder({.width = 640, .height = c.height});
+        EXPECT_TRUE(finder({.width = 320, .height = 240, .pixels = {}})) << "a size before the one that counts";
+        const auto face = finder({.width = 640, .height = c.height, .pixels = {}});
         EXPECT_EQ(face->transform.columns, seen(c.factor).transform.columns);
         EXPECT_EQ(face->face->leftEyeTransform.columns, seen(c.factor).face->leftEyeTransform.columns);
         EXPECT_EQ(face->face->rightEyeTransform.columns, seen(c.factor).face->rightEyeTransform.columns);
         blind = true;
-        EXPECT_FALSE(finder({.width = 640, .height = c.height}));
+        EXPECT_FALSE(finder({.width = 640, .height = c.height, .pixels = {}}));
     }
 }
 

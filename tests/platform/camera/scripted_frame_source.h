@@ -45,7 +45,7 @@ private:
                 return false;
             }
             ++camera_.frames;
-            look({.width = camera_.width, .height = 480});
+            look({.width = camera_.width, .height = 480, .pixels = {}});
             return true;
         }
 

@@ -11,7 +11,7 @@ struct Frame {
     int width = 0;
     int height = 0;
     std::size_t stride = 0;  ///< bytes from one row to the next; at least 3 × width
-    std::span<const std::uint8_t> pixels = {};
+    std::span<const std::uint8_t> pixels;
 };
 
 }  // namespace tarvex::camera

@@ -121,8 +121,8 @@ std::expected<std::optional<SqliteUserDefaults::Value>, StoreError> SqliteUserDe
         return found;
     }
     finish(written);
-    if (*found)
-        lastKnown_.insert_or_assign(std::string(key), **found);
+    if (const auto& present = *found)
+        lastKnown_.insert_or_assign(std::string(key), *present);
     else if (const auto known = lastKnown_.find(key); known != lastKnown_.end())
         lastKnown_.erase(known);
     return found;
