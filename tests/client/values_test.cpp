@@ -50,16 +50,27 @@ TEST(TarvexError, DescribesEveryCaseAndBridgesItsCode) {
     }
 }
 
-TEST(HeadlessView, TakesAChildFromTheParentThatItHad) {
+TEST(View, HasOneParentAndIsNeverItsOwn) {
     const auto first = makeHeadlessView();
-    auto second = makeHeadlessView();
-    auto child = makeHeadlessView();
-    const std::weak_ptr<View> observed = child;
-    first->addSubview(child);
-    second->addSubview(std::exchange(child, nullptr));
-    EXPECT_FALSE(observed.expired());
-    second.reset();
-    EXPECT_TRUE(observed.expired());
+    const auto second = makeHeadlessView();
+    const auto child = makeHeadlessView();
+    const auto other = makeHeadlessView();
+    for (const auto& [parent, added] : {std::pair{first, child},
+                                        {second, child},
+                                        {second, other},
+                                        {second, child},
+                                        {first, second},
+                                        {child, first},
+                                        {child, second},
+                                        {child, child},
+                                        {child, nullptr}})
+        parent->addSubview(added);
+    EXPECT_THAT(first->subviews(), ElementsAre(second));
+    EXPECT_THAT(second->subviews(), ElementsAre(other, child));
+    EXPECT_THAT(child->subviews(), IsEmpty());
+    makeHeadlessView()->addSubview(other);
+    first->addSubview(other);
+    EXPECT_THAT(first->subviews(), ElementsAre(second, other)) << "the parent between is gone";
 }
 
 }  // namespace tarvex

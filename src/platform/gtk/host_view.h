@@ -2,9 +2,8 @@
 
 #include <gtk/gtk.h>
 
+#include <map>
 #include <memory>
-#include <optional>
-#include <vector>
 
 #include "tarvex/view.h"
 
@@ -25,19 +24,16 @@ private:
         void operator()(GtkWidget* widget) const { g_object_unref(widget); }
     };
     using Widget = std::unique_ptr<GtkWidget, Unref>;
-    struct Child {
-        std::shared_ptr<View> view;
-        Widget layer;  // null when nothing shows it
-    };
 
-    static std::vector<HostView*>& all();
+    /// The widget that `child` wraps; null when it wraps none of this module.
+    static Widget widgetOf(const View& child);
 
+    void willRemoveSubview(View& child) override;
     Widget makeLayer(const View& child) const;
-    /// What the child was here, no longer shown; absent when it is no child.
-    std::optional<Child> take(const View* child);
+    void hide(GtkWidget* layer) const;
 
-    GtkWidget* widget_;  // null once it is gone
-    std::vector<Child> children_;
+    GtkWidget* widget_;                     // null once it is gone
+    std::map<const View*, Widget> layers_;  // no entry for a child that nothing shows
 };
 
 }  // namespace tarvex::gtk

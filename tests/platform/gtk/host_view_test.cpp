@@ -47,15 +47,16 @@ TEST_F(HostViewTest, KeepsTheLastChildOnTopAndEachOnlyOnce) {
     EXPECT_EQ(first.use_count(), 2);
 }
 
-TEST_F(HostViewTest, TakesAChildFromTheParentThatItHad) {
-    GtkWidget* otherHost = overlay();
-    const auto other = gtk::wrap(otherHost);
+TEST_F(HostViewTest, TakesAChildFromTheParentThatItHadOfWhateverKind) {
     const auto child = makeHeadlessView();
-    view->addSubview(child);
-    other->addSubview(child);
-    EXPECT_EQ(layersOf(host).size(), 1U);
-    EXPECT_EQ(layersOf(otherHost).size(), 2U);
-    EXPECT_EQ(child.use_count(), 2);
+    for (const auto& other : {gtk::wrap(overlay()), makeHeadlessView()}) {
+        view->addSubview(child);
+        EXPECT_EQ(layersOf(host).size(), 2U);
+        other->addSubview(child);
+        child->addSubview(other);
+        EXPECT_EQ(layersOf(host).size(), 1U);
+        EXPECT_EQ(child.use_count(), 2);
+    }
 }
 
 TEST_F(HostViewTest, MovesAWidgetOfTheHostsWithoutLosingIt) {
