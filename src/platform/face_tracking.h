@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "scene.h"
 #include "tarvex/export.h"
@@ -36,10 +37,20 @@ struct RunOptions {
     friend bool operator==(const RunOptions&, const RunOptions&) = default;
 };
 
+/// What a session reports by itself, beside what its scene view does. The library needs none of it, so there is no
+/// operation.
+class TARVEX_EXPORT FaceTrackingSessionDelegate {
+public:
+    virtual ~FaceTrackingSessionDelegate() = default;
+};
+
 /// A face-tracking session. Thread-safe.
 class TARVEX_EXPORT FaceTrackingSession {
 public:
     virtual ~FaceTrackingSession() = default;
+
+    /// Held weakly, where it is held at all.
+    virtual void setDelegate(std::weak_ptr<FaceTrackingSessionDelegate> /*delegate*/) {}
 
     /// Starts the session, or restarts it as `options` say.
     virtual void run(const FaceTrackingConfiguration& configuration, RunOptions options) = 0;
@@ -60,12 +71,18 @@ public:
     virtual void didUpdateNode(SceneNode& node, const Anchor& anchor) = 0;
 };
 
-enum class AntialiasingMode : std::uint8_t { none = 0 };
+enum class AntialiasingMode : std::uint8_t { none = 0, multisampling2X = 1, multisampling4X = 2 };
 enum class SceneBackground : std::uint8_t { camera, clear };
 
-/// A view with a session and a scene of its own. Set up on the main thread.
+/// A view with a session and a scene of its own.
+///
+/// Made and set up on the thread that starts the distance session, before any other thread knows the view; from then
+/// on it is used, and let go of by the library, on the main thread. Only its session is used on any thread.
 class TARVEX_EXPORT FaceTrackingSceneView : public View {
 public:
+    /// Keeps the child, which a view of this kind does not show.
+    void addSubview(std::shared_ptr<View> child) override { View::addSubview(std::move(child)); }
+
     /// Held weakly.
     virtual void setDelegate(std::weak_ptr<FaceTrackingDelegate> delegate) = 0;
     virtual FaceTrackingSession& session() = 0;

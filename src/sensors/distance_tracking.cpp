@@ -20,13 +20,20 @@ float centimetresFromOrigin(const Position& metres) {
 }  // namespace
 
 std::shared_ptr<DistanceTracking> DistanceTracking::make(platform::Platform& platform, PersistenceController& store) {
-    std::shared_ptr<DistanceTracking> tracking(new DistanceTracking(platform, store));
-    tracking->sceneView_->setDelegate(tracking);
+    const auto endOnMainThread = [&queues = platform.dispatchQueues()](DistanceTracking* tracking) {
+        queues.mainAsync([ended = std::shared_ptr<DistanceTracking>(tracking)] {});
+    };
+    std::shared_ptr<DistanceTracking> tracking(new DistanceTracking(platform, store), endOnMainThread);
+    tracking->setUpSceneView();
     return tracking;
 }
 
 DistanceTracking::DistanceTracking(platform::Platform& platform, PersistenceController& store)
-    : platform_(platform), store_(store), sceneView_(platform.faceTracking().makeSceneView()) {
+    : platform_(platform), store_(store), sceneView_(platform.faceTracking().makeSceneView()) {}
+
+void DistanceTracking::setUpSceneView() {
+    sceneView_->setDelegate(weak_from_this());
+    sceneView_->session().setDelegate(weak_from_this());
     sceneView_->setShowsStatistics(true);
     sceneView_->setPreferredFramesPerSecond(1);
     sceneView_->setRendersContinuously(false);

@@ -13,9 +13,14 @@ namespace tarvex {
 ///
 /// `beginMeasurement` is called on the main thread; the delegate's callbacks arrive on the scene view's rendering
 /// thread, from where the sample is stored. Needs a platform that supports face tracking.
+///
+/// The last reference may go on any thread: the tracker and its hold on the scene view end on the main queue, which
+/// must outlive it. When that queue runs no more, the tracker stays in memory.
 class DistanceTracking final : public platform::FaceTrackingDelegate,
+                               public platform::FaceTrackingSessionDelegate,
                                public std::enable_shared_from_this<DistanceTracking> {
 public:
+    /// A tracker whose scene view is set up. Called on any thread.
     static std::shared_ptr<DistanceTracking> make(platform::Platform& platform, PersistenceController& store);
 
     /// Attaches the scene view to `view` and starts tracking afresh. The run ends with the first face update, or
@@ -28,6 +33,7 @@ public:
 private:
     DistanceTracking(platform::Platform& platform, PersistenceController& store);
 
+    void setUpSceneView();
     void recordEyeDistances();
 
     const std::shared_ptr<platform::SceneNode>& rightEyeNode();

@@ -8,7 +8,7 @@ ScriptedSceneView::ScriptedSceneView() = default;
 ScriptedSceneView::~ScriptedSceneView() = default;
 
 std::shared_ptr<platform::SceneNode> ScriptedSceneView::addAnchor(const platform::Anchor& anchor) {
-    const auto delegate = delegate_.lock();
+    const auto delegate = settings_.delegate.lock();
     if (!isRunning() || !delegate) return nullptr;
     auto node = delegate->nodeForAnchor(anchor);
     if (node) node->setTransform(anchor.transform);
@@ -16,7 +16,7 @@ std::shared_ptr<platform::SceneNode> ScriptedSceneView::addAnchor(const platform
 }
 
 void ScriptedSceneView::updateAnchor(platform::SceneNode& node, const platform::Anchor& anchor) {
-    const auto delegate = delegate_.lock();
+    const auto delegate = settings_.delegate.lock();
     if (!isRunning() || !delegate) return;
     node.setTransform(anchor.transform);
     delegate->didUpdateNode(node, anchor);
@@ -37,12 +37,38 @@ int ScriptedSceneView::pauses() const {
     return pauses_;
 }
 
-void ScriptedSceneView::addSubview(std::shared_ptr<View> child) {
-    children_->addSubview(std::move(child));
+template <typename Value>
+void ScriptedSceneView::set(std::string_view name, Value Settings::* member, Value value) {
+    settings_.*member = std::move(value);
+    settings_.order.push_back(name);
 }
 
 void ScriptedSceneView::setDelegate(std::weak_ptr<platform::FaceTrackingDelegate> delegate) {
-    delegate_ = std::move(delegate);
+    set("delegate", &Settings::delegate, std::move(delegate));
+}
+
+void ScriptedSceneView::setDelegate(std::weak_ptr<platform::FaceTrackingSessionDelegate> delegate) {
+    set("sessionDelegate", &Settings::sessionDelegate, std::move(delegate));
+}
+
+void ScriptedSceneView::setShowsStatistics(bool shows) {
+    set("showsStatistics", &Settings::showsStatistics, shows);
+}
+
+void ScriptedSceneView::setPreferredFramesPerSecond(int framesPerSecond) {
+    set("preferredFramesPerSecond", &Settings::preferredFramesPerSecond, framesPerSecond);
+}
+
+void ScriptedSceneView::setRendersContinuously(bool continuously) {
+    set("rendersContinuously", &Settings::rendersContinuously, continuously);
+}
+
+void ScriptedSceneView::setAntialiasingMode(platform::AntialiasingMode mode) {
+    set("antialiasing", &Settings::antialiasing, mode);
+}
+
+void ScriptedSceneView::setSceneBackground(platform::SceneBackground background) {
+    set("background", &Settings::background, background);
 }
 
 void ScriptedSceneView::run(const platform::FaceTrackingConfiguration& configuration, platform::RunOptions options) {

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <string_view>
 #include <vector>
 
 #include "tarvex/export.h"
@@ -18,7 +19,11 @@ public:
         bool showsStatistics = false;
         int preferredFramesPerSecond = 60;
         bool rendersContinuously = true;
+        platform::AntialiasingMode antialiasing = platform::AntialiasingMode::multisampling4X;
         platform::SceneBackground background = platform::SceneBackground::camera;
+        std::weak_ptr<platform::FaceTrackingDelegate> delegate;
+        std::weak_ptr<platform::FaceTrackingSessionDelegate> sessionDelegate;
+        std::vector<std::string_view> order;  ///< the names of these members, as they were set
     };
 
     /// One call of `FaceTrackingSession::run`.
@@ -42,22 +47,23 @@ public:
     bool isRunning() const;
     int pauses() const;
 
-    void addSubview(std::shared_ptr<View> child) override;
     void setDelegate(std::weak_ptr<platform::FaceTrackingDelegate> delegate) override;
     platform::FaceTrackingSession& session() override { return *this; }
-    void setShowsStatistics(bool shows) override { settings_.showsStatistics = shows; }
-    void setPreferredFramesPerSecond(int rate) override { settings_.preferredFramesPerSecond = rate; }
-    void setRendersContinuously(bool continuously) override { settings_.rendersContinuously = continuously; }
-    void setAntialiasingMode(platform::AntialiasingMode /*mode*/) override {}
-    void setSceneBackground(platform::SceneBackground background) override { settings_.background = background; }
+    void setShowsStatistics(bool shows) override;
+    void setPreferredFramesPerSecond(int framesPerSecond) override;
+    void setRendersContinuously(bool continuously) override;
+    void setAntialiasingMode(platform::AntialiasingMode mode) override;
+    void setSceneBackground(platform::SceneBackground background) override;
 
 private:
+    void setDelegate(std::weak_ptr<platform::FaceTrackingSessionDelegate> delegate) override;
     void run(const platform::FaceTrackingConfiguration& configuration, platform::RunOptions options) override;
     void pause() override;
 
+    template <typename Value>
+    void set(std::string_view name, Value Settings::* member, Value value);
+
     Settings settings_;
-    std::shared_ptr<View> children_ = makeHeadlessView();
-    std::weak_ptr<platform::FaceTrackingDelegate> delegate_;
     mutable std::mutex mutex_;
     std::vector<Run> runs_;
     bool running_ = false;

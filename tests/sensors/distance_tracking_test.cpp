@@ -23,7 +23,7 @@ Anchor faceWith(const Transform& leftEye, const Transform& rightEye, const Trans
     return {.transform = head, .face = Anchor::Face{.leftEyeTransform = leftEye, .rightEyeTransform = rightEye}};
 }
 
-// A host's view that keeps count of what is put into it.
+// A host's view that keeps its children by itself.
 class CountingView final : public View {
 public:
     void addSubview(std::shared_ptr<View> child) override { added.push_back(std::move(child)); }
@@ -33,7 +33,7 @@ public:
 class DistanceTrackingTest : public ::testing::Test {
 protected:
     DistanceTrackingTest() {
-        auto made = std::make_unique<testing::ScriptedFaceTracking>();
+        auto made = std::make_unique<testing::ScriptedFaceTracking>(true, 2);
         auto& faceTracking = *made;
         platform->setFaceTracking(std::move(made));
         tracking = DistanceTracking::make(*platform, store);
@@ -59,17 +59,24 @@ protected:
 }  // namespace
 
 TEST_F(DistanceTrackingTest, StartsEachRunAfreshInASceneThatRendersLittleAndAttachesTheViewLater) {
-    EXPECT_TRUE(scene->settings().showsStatistics);
-    EXPECT_EQ(scene->settings().preferredFramesPerSecond, 1);
-    EXPECT_FALSE(scene->settings().rendersContinuously);
-    EXPECT_EQ(scene->settings().background, platform::SceneBackground::clear);
+    const auto& settings = scene->settings();
+    EXPECT_THAT(settings.order,
+                ElementsAre("delegate", "sessionDelegate", "showsStatistics", "preferredFramesPerSecond",
+                            "rendersContinuously", "antialiasing", "background"));
+    EXPECT_EQ(settings.delegate.lock(), tracking);
+    EXPECT_EQ(settings.sessionDelegate.lock(), tracking);
+    EXPECT_TRUE(settings.showsStatistics);
+    EXPECT_EQ(settings.preferredFramesPerSecond, 1);
+    EXPECT_FALSE(settings.rendersContinuously);
+    EXPECT_EQ(settings.antialiasing, platform::AntialiasingMode::none);
+    EXPECT_EQ(settings.background, platform::SceneBackground::clear);
     EXPECT_FALSE(scene->isRunning());
     tracking->beginMeasurement(hostView);
     tracking->beginMeasurement(hostView);
     ASSERT_THAT(scene->runs(), SizeIs(2));
     for (const auto& run : scene->runs()) {
         EXPECT_EQ(run.options, (platform::RunOptions{.resetTracking = true, .removeExistingAnchors = true}));
-        EXPECT_EQ(run.configuration.maximumNumberOfTrackedFaces, 1);
+        EXPECT_EQ(run.configuration.maximumNumberOfTrackedFaces, 2);
         EXPECT_FALSE(run.configuration.lightEstimationEnabled);
     }
     EXPECT_THAT(hostView->added, IsEmpty()) << "the run comes before the view";
@@ -112,7 +119,7 @@ TEST_F(DistanceTrackingTest, MeasuresFromTheWorldsOriginThroughTheAnchor) {
     EXPECT_NEAR(samples[0].at("rightEyeDistanceFromCamera"), 40, 1e-4);
 }
 
-TEST_F(DistanceTrackingTest, IgnoresAnchorsThatAreNoFaceAndEndsARunThreeSecondsAfterItsStart) {
+TEST_F(DistanceTrackingTest, IgnoresAnchorsThatAreNoFaceAndPausesThreeSecondsAfterEachStart) {
     tracking->beginMeasurement(hostView);
     const Anchor wall{.transform = at(0, 0, -2), .face = std::nullopt};
     EXPECT_EQ(scene->addAnchor(wall), nullptr);
@@ -123,18 +130,15 @@ TEST_F(DistanceTrackingTest, IgnoresAnchorsThatAreNoFaceAndEndsARunThreeSecondsA
     platform.dispatchQueues->advance(1ms);
     EXPECT_FALSE(scene->isRunning()) << "an earlier run's pause is never cancelled: it ends the later run";
     EXPECT_EQ(store.countTrackingData(), 0);
-}
 
-TEST_F(DistanceTrackingTest, LivesAsLongAsAPauseWaits) {
-    tracking->beginMeasurement(hostView);
-    const std::weak_ptr<DistanceTracking> weak = tracking;
+    const std::weak_ptr<View> sceneView = std::exchange(scene, nullptr);
     tracking.reset();
     platform.dispatchQueues->runMain();
-    EXPECT_FALSE(weak.expired());
-    EXPECT_TRUE(scene->isRunning());
+    hostView.reset();
+    EXPECT_FALSE(sceneView.expired()) << "the later run's pause waits";
     platform.dispatchQueues->advance(3s);
-    EXPECT_TRUE(weak.expired());
-    EXPECT_FALSE(scene->isRunning());
+    EXPECT_EQ(platform.dispatchQueues->runMain(), 1U) << "the tracker ends on the main thread";
+    EXPECT_TRUE(sceneView.expired());
 }
 
 }  // namespace tarvex

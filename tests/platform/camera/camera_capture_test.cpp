@@ -195,22 +195,4 @@ TEST_F(CameraSession, TheCaptureMayEndDuringARunAndViewsOutliveIt) {
     EXPECT_EQ(device.opened, 1);
 }
 
-TEST_F(CameraSession, RunsAndPausesFromManyThreadsEndWithTheCameraClosed) {
-    const Watched first = watch();
-    const Watched second = watch();
-    std::vector<std::jthread> threads;
-    for (const Watched* watched : {&first, &second, &first, &second}) {
-        threads.emplace_back([watched] {
-            for (int round = 0; round < 200; ++round) {
-                watched->run();
-                if (round % 3 != 0) watched->pause();
-            }
-        });
-    }
-    threads.clear();
-    first.pause();
-    second.pause();
-    EXPECT_TRUE(eventually([&] { return !device.isOpen(); }));
-}
-
 }  // namespace tarvex::camera

@@ -1,19 +1,11 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <cstdlib>
-#include <future>
-#include <thread>
-
 #include "platform/camera/recorded_video.h"
 #include "platform/camera/scripted_frame_source.h"
 #include "platform/linux/glm_scene_graph.h"
+#include "prelude.h"
 #include "sensors/distance_tracking.h"
 #include "storage/persistence_controller.h"
 #include "storage/tracking_data.h"
 #include "tarvex/camera.h"
-#include "temporary_directory.h"
 #include "testing/manual_dispatch_queues.h"
 
 namespace tarvex {

@@ -5,38 +5,28 @@
 
 namespace tarvex::camera {
 
-CameraSceneView::CameraSceneView(std::weak_ptr<CameraCapture> capture) : capture_(std::move(capture)) {}
-
-CameraSceneView::~CameraSceneView() {
-    pause();
-}
-
-void CameraSceneView::addSubview(std::shared_ptr<View> child) {
-    children_->addSubview(std::move(child));
-}
-
-void CameraSceneView::setDelegate(std::weak_ptr<platform::FaceTrackingDelegate> delegate) {
+void CameraFaceSession::setViewDelegate(std::weak_ptr<platform::FaceTrackingDelegate> delegate) {
     const std::lock_guard lock(mutex_);
     delegate_ = std::move(delegate);
 }
 
-void CameraSceneView::run(const platform::FaceTrackingConfiguration& /*configuration*/, platform::RunOptions options) {
+void CameraFaceSession::run(const platform::FaceTrackingConfiguration& /*configuration*/,
+                            platform::RunOptions options) {
     if (options.removeExistingAnchors) anchorsRemoved_ = true;
-    const std::shared_ptr<FaceObserver> self(shared_from_this(), this);
-    if (const auto capture = capture_.lock()) capture->run(self);
+    if (const auto capture = capture_.lock()) capture->run(shared_from_this());
 }
 
-void CameraSceneView::pause() {
+void CameraFaceSession::pause() {
     if (const auto capture = capture_.lock()) capture->pause(*this);
 }
 
-bool CameraSceneView::isDue() {
+bool CameraFaceSession::isDue() {
     if (anchorsRemoved_ || !lastUpdate_) return true;
     const std::chrono::duration<double> interval(1.0 / std::max(framesPerSecond_.load(), 1));
     return std::chrono::steady_clock::now() - *lastUpdate_ >= interval;
 }
 
-void CameraSceneView::faceFound(const platform::Anchor& anchor) {
+void CameraFaceSession::faceFound(const platform::Anchor& anchor) {
     std::shared_ptr<platform::FaceTrackingDelegate> delegate;
     {
         const std::lock_guard lock(mutex_);

@@ -5,43 +5,35 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <utility>
 
 #include "platform/camera/capture/camera_capture.h"
 #include "platform/face_tracking.h"
 
 namespace tarvex::camera {
 
-/// A view that sees the camera's face while its session runs, and draws nothing. The capture's thread is its rendering
-/// thread.
+/// A session that sees the camera's face while it runs. The capture's thread is its rendering thread.
 ///
+/// Apart from its view, so that the capture's thread, which holds on to what it reports to, never holds the view.
 /// The camera does not move against itself, so the world's origin is the camera in every run.
-class CameraSceneView final : public platform::FaceTrackingSceneView,
-                              private platform::FaceTrackingSession,
-                              private FaceObserver,
-                              public std::enable_shared_from_this<CameraSceneView> {
+class CameraFaceSession final : public platform::FaceTrackingSession,
+                                public FaceObserver,
+                                public std::enable_shared_from_this<CameraFaceSession> {
 public:
-    explicit CameraSceneView(std::weak_ptr<CameraCapture> capture);
-    ~CameraSceneView() override;
+    explicit CameraFaceSession(std::weak_ptr<CameraCapture> capture) : capture_(std::move(capture)) {}
 
-    void addSubview(std::shared_ptr<View> child) override;
-    void setDelegate(std::weak_ptr<platform::FaceTrackingDelegate> delegate) override;
-    platform::FaceTrackingSession& session() override { return *this; }
+    /// The delegate of the session's view.
+    void setViewDelegate(std::weak_ptr<platform::FaceTrackingDelegate> delegate);
+    void setFramesPerSecond(int framesPerSecond) { framesPerSecond_ = framesPerSecond; }
 
-    void setShowsStatistics(bool /*shows*/) override {}
-    void setPreferredFramesPerSecond(int framesPerSecond) override { framesPerSecond_ = framesPerSecond; }
-    void setRendersContinuously(bool /*continuously*/) override {}
-    void setAntialiasingMode(platform::AntialiasingMode /*mode*/) override {}
-    void setSceneBackground(platform::SceneBackground /*background*/) override {}
-
-private:
     void run(const platform::FaceTrackingConfiguration& configuration, platform::RunOptions options) override;
     void pause() override;
 
     bool isDue() override;
     void faceFound(const platform::Anchor& anchor) override;
 
+private:
     const std::weak_ptr<CameraCapture> capture_;
-    const std::shared_ptr<View> children_ = makeHeadlessView();
     std::mutex mutex_;
     std::weak_ptr<platform::FaceTrackingDelegate> delegate_;
     std::atomic<int> framesPerSecond_ = 60;
@@ -50,6 +42,30 @@ private:
     // The rendering thread's own.
     std::shared_ptr<platform::SceneNode> node_;  ///< stands for the face
     std::optional<std::chrono::steady_clock::time_point> lastUpdate_;
+};
+
+/// The view of such a session; it draws nothing.
+class CameraSceneView final : public platform::FaceTrackingSceneView {
+public:
+    explicit CameraSceneView(std::weak_ptr<CameraCapture> capture)
+        : session_(std::make_shared<CameraFaceSession>(std::move(capture))) {}
+    ~CameraSceneView() override { session_->pause(); }
+    CameraSceneView(const CameraSceneView&) = delete;
+    CameraSceneView& operator=(const CameraSceneView&) = delete;
+
+    void setDelegate(std::weak_ptr<platform::FaceTrackingDelegate> delegate) override {
+        session_->setViewDelegate(std::move(delegate));
+    }
+    platform::FaceTrackingSession& session() override { return *session_; }
+
+    void setShowsStatistics(bool /*shows*/) override {}
+    void setPreferredFramesPerSecond(int framesPerSecond) override { session_->setFramesPerSecond(framesPerSecond); }
+    void setRendersContinuously(bool /*continuously*/) override {}
+    void setAntialiasingMode(platform::AntialiasingMode /*mode*/) override {}
+    void setSceneBackground(platform::SceneBackground /*background*/) override {}
+
+private:
+    const std::shared_ptr<CameraFaceSession> session_;
 };
 
 }  // namespace tarvex::camera
