@@ -12,7 +12,11 @@ class TARVEX_EXPORT Timer {
 public:
     virtual ~Timer() = default;
 
-    /// Stops the timer for good and releases what its block holds. Called on the timer's thread, also by the block.
+    /// Stops the timer for good. Thread-safe, also called by the block. A tick that is beginning on the timer's thread
+    /// meanwhile may still come when another thread calls this.
+    ///
+    /// What the block holds is released on the timer's thread: at once when called there while its loop runs, else by
+    /// the loop.
     virtual void invalidate() = 0;
 };
 
