@@ -18,7 +18,8 @@ class Platform;
 
 /// The consent screen: what it shows is `body()`, an element tree that any toolkit can render.
 ///
-/// A copyable value without mutable state. Hosts get one from `Client::informationView`.
+/// A copyable value without mutable state; its copies and their bodies share the host's closure. Hosts get one from
+/// `Client::informationView`.
 class TARVEX_EXPORT InformationView {
 public:
     /// The screen's element tree, built afresh on every call; calling it has no effect.

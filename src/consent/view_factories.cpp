@@ -5,6 +5,18 @@
 
 namespace tarvex {
 
+namespace {
+
+// Copies of the view, of its bodies and of their buttons share the host's closure and what it holds.
+std::function<void(bool)> shared(std::function<void(bool)> closure) {
+    if (!closure) return nullptr;
+    return [closure = std::make_shared<std::function<void(bool)>>(std::move(closure))](bool decision) {
+        (*closure)(decision);
+    };
+}
+
+}  // namespace
+
 InformationView InformationViewFactory::informationView(std::optional<std::string> applicationName,
                                                         std::optional<std::string> description,
                                                         std::vector<DataReader> reader, std::optional<Url> learnMoreURL,
@@ -15,7 +27,7 @@ InformationView InformationViewFactory::informationView(std::optional<std::strin
     view.description_ = std::move(description);
     view.readers_ = std::move(reader);
     view.informationURL_ = std::move(learnMoreURL);
-    view.completeWithConsent_ = std::move(completion);
+    view.completeWithConsent_ = shared(std::move(completion));
     return view;
 }
 

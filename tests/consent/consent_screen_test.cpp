@@ -63,8 +63,10 @@ protected:
     }
 
     // The person presses a button of a screen that the host has dropped by then.
-    void press(std::size_t child) {
-        ui::Element element = children(controller()->rootView().body())[child];
+    void press(std::size_t child) { press(controller()->rootView(), child); }
+
+    static void press(const InformationView& view, std::size_t child) {
+        ui::Element element = children(view.body())[child];
         if (const auto* bar = std::get_if<ui::HStack>(&element.content)) element = ui::Element(bar->children.back());
         std::get<ui::Button>(element.content).action();
     }
@@ -118,11 +120,18 @@ TEST_F(ConsentScreen, StoresTheFlagOfEachReaderBeforeTheHostLearnsAndNeverTakesO
     EXPECT_EQ(camera->requestCount(), 4U) << "each press asks";
 }
 
-TEST_F(ConsentScreen, NeedsNoCallback) {
-    refuseConsent({});
-    requestConsent(*camera, *defaults, {distance}, {});
-    EXPECT_TRUE(camera->answerNext());
-    EXPECT_EQ(flag("Distance"), " Distance");
+TEST_F(ConsentScreen, CopiesBodiesAndButtonsShareOneClosureThatMayBeEmpty) {
+    const InformationViewFactory factory(platform);
+    const auto counting = [count = 0, this](bool) mutable { decisions.push_back(std::to_string(++count)); };
+    for (const auto& view :
+         {factory.informationView("", {}, {}, {}, counting), factory.informationView("", {}, {}, {}, {})}) {
+        for (const InformationView& copy : {view, InformationView(view)}) {
+            press(copy, 0);
+            press(copy, 7);
+            EXPECT_TRUE(camera->answerNext());
+        }
+    }
+    EXPECT_THAT(decisions, ElementsAre("1", "2", "3", "4"));
 }
 
 }  // namespace
