@@ -16,7 +16,7 @@ public:
     virtual void mainAsync(std::function<void()> block) = 0;
 
     /// Runs `block` on a background thread, no earlier than after `delay`. Blocks that are still waiting when the
-    /// process ends are dropped.
+    /// process ends are dropped. For deadlines of the library: a block is short and calls nothing of the host's back.
     virtual void backgroundAfter(std::chrono::nanoseconds delay, std::function<void()> block) = 0;
 };
 

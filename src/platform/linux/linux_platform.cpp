@@ -2,7 +2,6 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/linux/device_node_capture_device.h"
 #include "platform/linux/gio_application.h"
 #include "platform/linux/glm_scene_graph.h"
 #include "platform/linux/headless_view_toolkit.h"
@@ -24,6 +23,7 @@
 #include "platform/linux/store/sqlite_user_defaults.h"
 #include "platform/linux/system_clock.h"
 #include "platform/platform.h"
+#include "platform/posix/video_devices.h"
 
 namespace tarvex::platform {
 
@@ -56,7 +56,7 @@ std::unique_ptr<Platform> Platform::makeLinux(LinuxOptions options) {
     auto mainRunLoop = std::make_unique<GLibRunLoop>();
     auto queues = std::make_unique<LinuxDispatchQueues>(*mainRunLoop);
     platform->setCaptureDevice(
-        std::make_unique<PortalCaptureDevice>(*mainRunLoop, std::make_unique<DeviceNodeCaptureDevice>(*queues)));
+        std::make_unique<PortalCaptureDevice>(*mainRunLoop, [] { return mayUseCamera("/dev"); }));
     platform->setApplication(std::make_unique<PortalApplication>(*mainRunLoop, std::make_unique<GioApplication>()));
     platform->setMainRunLoop(std::move(mainRunLoop));
     platform->setDispatchQueues(std::move(queues));

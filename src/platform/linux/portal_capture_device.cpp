@@ -4,17 +4,16 @@
 
 namespace tarvex::platform {
 
-PortalCaptureDevice::PortalCaptureDevice(RunLoop& main, std::unique_ptr<CaptureDevice> fallback)
-    : main_(main), fallback_(std::move(fallback)) {}
+PortalCaptureDevice::PortalCaptureDevice(RunLoop& main, std::function<bool()> mayUseCameraWithoutPortal)
+    : main_(main), mayUseCameraWithoutPortal_(std::move(mayUseCameraWithoutPortal)) {}
 
 void PortalCaptureDevice::requestAccessForVideo(std::function<void(bool)> handler) {
-    const auto answered = [this, handler](PortalAnswer answer) {
-        if (answer == PortalAnswer::unavailable) return fallback_->requestAccessForVideo(handler);
-        handler(answer == PortalAnswer::agreed);
+    const auto answered = [handler, mayUseCamera = mayUseCameraWithoutPortal_](PortalAnswer answer) {
+        handler(answer == PortalAnswer::unavailable ? mayUseCamera() : answer == PortalAnswer::agreed);
     };
     const bool asked = conversations_.begin(
         {.interface = "org.freedesktop.portal.Camera", .method = "AccessCamera", .arguments = {}}, answered);
-    // The fallback is for where there is no portal; here it could not be asked.
+    // The devices decide where there is no portal; here it could not be asked.
     if (!asked) main_.perform([handler = std::move(handler)] { handler(false); });
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <memory>
+#include <functional>
 
 #include "platform/capture_device.h"
 #include "platform/linux/portal_conversations.h"
@@ -12,20 +12,21 @@ namespace tarvex::platform {
 ///
 /// Granted when the portal says so. Refused when the user or the portal refuses, when the portal replies with an error,
 /// when it or the bus goes away before it has answered, and when the system has no thread to ask it on. Where there is
-/// no portal to ask, the fallback answers.
+/// no portal to ask, what this user may do without one decides.
 class PortalCaptureDevice final : public CaptureDevice {
 public:
-    /// `main` must outlive this.
-    PortalCaptureDevice(RunLoop& main, std::unique_ptr<CaptureDevice> fallback);
+    /// `main` must outlive this. `mayUseCameraWithoutPortal` is called on any thread.
+    PortalCaptureDevice(RunLoop& main, std::function<bool()> mayUseCameraWithoutPortal);
 
-    /// Answers on a background thread: no main loop needs to run. Without a thread, answers on the main loop.
+    /// Answers on a thread of the request's own: no main loop needs to run, and the handler may take its time. Without
+    /// a thread, answers on the main loop.
     void requestAccessForVideo(std::function<void(bool)> handler) override;
 
     bool isRequestInProgress() const override;
 
 private:
     RunLoop& main_;
-    std::unique_ptr<CaptureDevice> fallback_;
+    std::function<bool()> mayUseCameraWithoutPortal_;
     PortalConversations conversations_;
 };
 

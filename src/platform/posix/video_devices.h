@@ -45,4 +45,12 @@ inline bool mayOpen(const std::filesystem::path& node) {
     return ::faccessat(AT_FDCWD, node.c_str(), R_OK | W_OK, AT_EACCESS) == 0;
 }
 
+/// What the system lets this user do about cameras: true when some video device can be opened for reading and writing,
+/// and also when there is no video device at all, since a machine that only measures light must be able to get its
+/// user's consent. No device is opened to find out.
+inline bool mayUseCamera(const std::filesystem::path& deviceDirectory) {
+    const auto nodes = videoDeviceNodes(deviceDirectory);
+    return nodes.empty() || std::ranges::any_of(nodes, mayOpen);
+}
+
 }  // namespace tarvex::platform

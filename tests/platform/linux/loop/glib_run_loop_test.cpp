@@ -78,19 +78,6 @@ TEST_F(GLibRunLoopTest, AStopBeforeARunEndsThatRunAndNoOther) {
     EXPECT_THAT(order, ElementsAre(1));
 }
 
-TEST_F(GLibRunLoopTest, IsStoppedByAnotherThread) {
-    std::jthread stopper;
-    bool stopped = false;
-    loop->perform([&] {
-        stopper = std::jthread([&] {
-            stopped = true;
-            loop->stop();
-        });
-    });
-    loop->run();
-    EXPECT_TRUE(stopped);
-}
-
 TEST_F(GLibRunLoopTest, NestedRunTakesTheNextBlocksAndEndsAlone) {
     loop->perform([&] {
         record(1);
