@@ -28,9 +28,10 @@ class Platform;
 
 /// The one object through which a host drives the library.
 ///
-/// Thread-bound: call it on the main thread, the one whose run loop runs. Only `shared()`,
-/// `hasConsentedToTracking`, `deleteTrackingData` and `trackingDataCount` may be called from any thread.
-/// A host callback must not throw: an exception out of one terminates the process.
+/// Thread-bound: call it on the main thread, the one whose run loop runs. Only `shared()`, `trackingInProgress`,
+/// `hasConsentedToTracking`, `startTracking`, `stopTracking`, `deleteTrackingData` and `trackingDataCount` may be
+/// called from any thread, also from within a consent callback. No lock is held while a host callback runs. A host
+/// callback must not throw: an exception out of one terminates the process.
 class TARVEX_EXPORT Client {
 public:
     /// Success, or what went wrong.
@@ -41,7 +42,8 @@ public:
     using StartCompletion = std::function<void(Result, std::optional<DataReader>)>;
     /// Told of an upload's outcome. Called on the upload's delivery thread, or inside the call that shares.
     using ShareCompletion = std::function<void(Result)>;
-    /// Told whether the user consents; on any thread.
+    /// Told whether the user consents; on any thread, and on two at a time when the user presses twice. It may take its
+    /// time, and may start and stop tracking.
     using ConsentCompletion = std::function<void(bool)>;
 
     /// The facade, created on first use from whichever thread comes first, and never destroyed.
@@ -64,7 +66,8 @@ public:
     ///
     /// Without `applicationName` the screen names the host by its Info.plist ("CFBundleDisplayName", else
     /// "CFBundleName"), else "Unknown". `completion` gets the user's decision on a thread of the platform's choosing;
-    /// the flags of `reader` are stored before it gets true. The library keeps no reference to the view.
+    /// the flags of `reader` are stored before it gets true. All copies of the view call the same closure. The library
+    /// keeps no reference to the view.
     InformationView informationView(std::optional<std::string> applicationName, std::optional<std::string> description,
                                     std::vector<DataReader> reader, std::optional<Url> learnMoreURL,
                                     ConsentCompletion completion) const;
@@ -81,13 +84,15 @@ public:
     /// `completion` is called on the calling thread, before this returns: once for every reader that fails, with the
     /// failure and the reader's kind key, then exactly once with success and no reader. A kind that runs already is
     /// skipped silently and keeps its interval. The first sample comes one interval after the start, on the calling
-    /// thread's run loop. A distance session needs `view`, which it keeps until it is stopped.
+    /// thread's run loop; the main loop ticks for a thread without one, such as the one of a consent callback. A
+    /// distance session needs `view`, which it keeps until it is stopped and lets go of on the thread that ticks.
     ///
     /// A rate of zero or below samples once a second.
     void startTracking(const std::vector<DataReader>& readers, std::shared_ptr<View> view,
                        const StartCompletion& completion);
 
-    /// Ends the session of this kind of reader, whatever rate it was started with; ignored when none runs.
+    /// Ends the session of this kind of reader, whatever rate it was started with; ignored when none runs. A tick that
+    /// is storing its sample on another thread is waited for.
     void stopTracking(const DataReader& reader);
 
     /// Ends every session.

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <iostream>
 #include <limits>
+#include <string>
 #include <unordered_set>
 #include <utility>
 
@@ -28,10 +30,23 @@ std::int32_t reportIntervalInMilliseconds(std::int64_t refreshRate) {
     return static_cast<std::int32_t>(std::clamp(refreshRate, -limit, limit) * 1000);
 }
 
+// A run is paused 3 s after its start, also when it has ended by then: the pause may end a run that began meanwhile.
+void warnOfLostRuns(std::int64_t refreshRate) {
+    const std::int64_t seconds = std::max<std::int64_t>(refreshRate, 1);
+    if (seconds != 1 && seconds != 3) return;
+    std::cerr << "Tarvex: distances at a rate of " + std::to_string(seconds) +
+                     " s lose samples: the pause 3 s after a tick ends a later tick's run; choose 4 s or more\n";
+}
+
 }  // namespace
 
 TrackingSessions::TrackingSessions(platform::Platform& platform, PersistenceController& store)
     : platform_(platform), store_(store) {}
+
+std::unordered_map<DataReader, bool> TrackingSessions::trackingInProgress() const {
+    const std::lock_guard lock(mutex_);
+    return trackingInProgress_;
+}
 
 void TrackingSessions::start(const std::vector<DataReader>& readers, const std::shared_ptr<View>& view,
                              const Client::StartCompletion& completion) {
@@ -56,10 +71,15 @@ void TrackingSessions::startDistanceTracking(std::optional<std::int64_t> refresh
     if (!view) return fail(completion, TarvexError::noViewToAttachForDistanceTracking(), distanceKey);
     if (!faceTrackingIsAvailable()) return fail(completion, TarvexError::distanceTrackingIsNotAvailable(), distanceKey);
 
-    distanceTracking_ = DistanceTracking::make(platform_, store_);
-    scheduleTicks(distanceKey, *refreshRate, [view](TrackingSessions& sessions) {
-        if (sessions.distanceTracking_) sessions.distanceTracking_->beginMeasurement(view);
-    });
+    {
+        const std::lock_guard lock(mutex_);
+        if (isMarkedInProgress(distanceKey)) return;  // started meanwhile
+        distanceTracking_ = DistanceTracking::make(platform_, store_);
+        scheduleTicks(distanceKey, *refreshRate, [view](TrackingSessions& sessions, SessionNumber session) {
+            sessions.measureDistance(session, view);
+        });
+    }
+    warnOfLostRuns(*refreshRate);
 }
 
 void TrackingSessions::startAmbientLightTracking(std::optional<std::int64_t> refreshRate,
@@ -68,27 +88,49 @@ void TrackingSessions::startAmbientLightTracking(std::optional<std::int64_t> ref
     if (!hasConsented(ambientLightKey)) return fail(completion, TarvexError::noConsentToTrack(), ambientLightKey);
     if (!refreshRate) return fail(completion, TarvexError::noRefreshRate(), ambientLightKey);
 
+    const std::lock_guard lock(mutex_);
+    if (isMarkedInProgress(ambientLightKey)) return;  // started meanwhile
     auto tracking = std::make_unique<AmbientLightTracking>(store_);
     TXAmbientLightSensor::init_iokit(reportIntervalInMilliseconds(*refreshRate));
     TXAmbientLightSensor::start_iokit();
     ambientLightTracking_ = std::move(tracking);
-    scheduleTicks(ambientLightKey, *refreshRate, [](TrackingSessions& sessions) {
-        if (sessions.ambientLightTracking_) sessions.ambientLightTracking_->recordSample();
-    });
+    scheduleTicks(ambientLightKey, *refreshRate,
+                  [](TrackingSessions& sessions, SessionNumber session) { sessions.recordLight(session); });
+}
+
+// A tick may have waited for the lock while another thread ended its session, and began the next.
+
+void TrackingSessions::measureDistance(SessionNumber session, const std::shared_ptr<View>& view) {
+    std::shared_ptr<DistanceTracking> tracking;
+    {
+        const std::lock_guard lock(mutex_);
+        if (ticks_.at(distanceKey).session == session) tracking = distanceTracking_;
+    }
+    if (tracking) tracking->beginMeasurement(view);
+}
+
+void TrackingSessions::recordLight(SessionNumber session) {
+    // Held while the tracker works: were this its last reference, its end would stop the next session's sensor.
+    const std::lock_guard lock(mutex_);
+    if (ticks_.at(ambientLightKey).session == session && ambientLightTracking_) ambientLightTracking_->recordSample();
 }
 
 void TrackingSessions::scheduleTicks(const DataReader& kindKey, std::int64_t refreshRate,
-                                     std::function<void(TrackingSessions&)> tick) {
-    timers_[kindKey] = platform_.timerScheduler().scheduledTimer(static_cast<double>(refreshRate),
-                                                                 [weakSelf = weak_from_this(), tick = std::move(tick)] {
-                                                                     if (const auto self = weakSelf.lock()) tick(*self);
-                                                                 });
+                                     std::function<void(TrackingSessions&, SessionNumber)> tick) {
+    const SessionNumber session = ++sessionCount_;
+    ticks_[kindKey] = {
+        .session = session,
+        .timer = platform_.timerScheduler().scheduledTimer(
+            static_cast<double>(refreshRate), [weakSelf = weak_from_this(), session, tick = std::move(tick)] {
+                if (const auto self = weakSelf.lock()) tick(*self, session);
+            })};
     trackingInProgress_[kindKey] = true;
 }
 
 void TrackingSessions::stop(const DataReader& reader) {
-    if (const auto timer = timers_.find(reader.kindKey()); timer != timers_.end()) {
-        timer->second->invalidate();
+    const std::lock_guard lock(mutex_);
+    if (const auto ticks = ticks_.find(reader.kindKey()); ticks != ticks_.end()) {
+        ticks->second.timer->invalidate();
         if (reader.kind() == DataReader::Kind::distance)
             distanceTracking_.reset();
         else
@@ -98,16 +140,22 @@ void TrackingSessions::stop(const DataReader& reader) {
 }
 
 void TrackingSessions::stopAll() {
-    for (const auto& [kindKey, timer] : timers_)
-        timer->invalidate();
+    const std::lock_guard lock(mutex_);
+    for (const auto& [kindKey, ticks] : ticks_)
+        ticks.timer->invalidate();
     distanceTracking_.reset();
     ambientLightTracking_.reset();
     trackingInProgress_.clear();
 }
 
-bool TrackingSessions::isInProgress(const DataReader& kindKey) const {
+bool TrackingSessions::isMarkedInProgress(const DataReader& kindKey) const {
     const auto entry = trackingInProgress_.find(kindKey);
     return entry != trackingInProgress_.end() && entry->second;
+}
+
+bool TrackingSessions::isInProgress(const DataReader& kindKey) const {
+    const std::lock_guard lock(mutex_);
+    return isMarkedInProgress(kindKey);
 }
 
 bool TrackingSessions::hasConsented(const DataReader& kindKey) const {

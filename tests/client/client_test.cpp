@@ -66,8 +66,6 @@ TEST_F(ClientTest, TakesALightSampleFromTheSensorToTheBackendAndDeletesOnRequest
 
     client.startTracking({DataReader::ambientLight(1)}, nullptr, {});
     platform.timers->advance(3);
-    client.stopTracking();
-    platform.timers->advance(3);
     EXPECT_EQ(client.trackingDataCount(), 3);
     client.deleteTrackingData();
     EXPECT_EQ(client.trackingDataCount(), 0);

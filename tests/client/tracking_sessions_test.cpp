@@ -89,6 +89,18 @@ TEST_F(StartTracking, DistanceReportsTheFirstMissingPrecondition) {
     EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(distanceKey, true)));
 }
 
+TEST_F(StartTracking, WarnsOfRatesAtWhichAnEarlierRunsPauseEndsALaterRun) {
+    platform.writeInfoPlist("<key>NSCameraUsageDescription</key><string></string>");
+    allow(distanceKey);
+    installFaceTracking(true, 1);
+    for (const auto& [rate, lines] : {std::pair{0, 1}, {1, 1}, {2, 0}, {3, 1}, {4, 0}, {5, 0}}) {
+        ::testing::internal::CaptureStderr();
+        start({DataReader::distance(rate), DataReader::distance(rate)}, view);
+        EXPECT_EQ(std::ranges::count(::testing::internal::GetCapturedStderr(), '\n'), lines) << rate;
+        sessions->stopAll();
+    }
+}
+
 TEST_F(StartTracking, OneReadersFailureDoesNotStopTheOthersAndEachKindHasOneSession) {
     allow(lightKey);
     EXPECT_THAT(start({DataReader::distance(1), DataReader::distance(2), DataReader::ambientLight(10),
@@ -126,7 +138,7 @@ TEST_F(StartTracking, LimitsReportIntervalsToTheSensorsRange) {
     }
 }
 
-TEST_F(StartTracking, StoppingOneKindLeavesTheOtherRunning) {
+TEST_F(StartTracking, StoppingReleasesTheTrackersOfItsKindAlone) {
     platform.writeInfoPlist("<key>NSCameraUsageDescription</key><string></string>");
     allow(lightKey);
     allow(distanceKey);
@@ -136,20 +148,27 @@ TEST_F(StartTracking, StoppingOneKindLeavesTheOtherRunning) {
     EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(distanceKey, false), Pair(lightKey, true)));
     platform.timers->advance(1);
     EXPECT_EQ(records(), 1) << "light goes on";
+    platform.dispatchQueues->runMain();
     EXPECT_TRUE(faceTracking.views().front().expired()) << "the tracker was released";
     start({DataReader::distance(2)}, view);
     EXPECT_THAT(faceTracking.views(), SizeIs(2)) << "a new start has a new tracker";
+    sessions->stop(DataReader::ambientLight(99));
+    EXPECT_EQ(platform.sensor->deliveringCount(), 0U);
+    EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(distanceKey, true), Pair(lightKey, false)));
+    start({DataReader::ambientLight(1)});
+    sessions->stopAll();
+    platform.dispatchQueues->runMain();
+    EXPECT_EQ(platform.sensor->deliveringCount(), 0U);
+    EXPECT_TRUE(faceTracking.views().back().expired());
 }
 
-TEST_F(StartTracking, StoppingEverythingStopsSensorAndTimers) {
+TEST_F(StartTracking, StoppingEverythingStopsTimers) {
     sessions->stop(DataReader::ambientLight(1));
     EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(lightKey, false))) << "it never ran";
     allow(lightKey);
     start({DataReader::ambientLight(1)});
-    EXPECT_EQ(platform.sensor->deliveringCount(), 1U);
     sessions->stopAll();
     EXPECT_THAT(sessions->trackingInProgress(), IsEmpty());
-    EXPECT_EQ(platform.sensor->deliveringCount(), 0U);
     EXPECT_THAT(platform.timers->intervals(), IsEmpty());
     sessions->start({DataReader::ambientLight(1)}, nullptr, [this](auto&&...) { sessions->stopAll(); });
     EXPECT_THAT(sessions->trackingInProgress(), IsEmpty()) << "a completion may stop what was started";
