@@ -22,21 +22,13 @@ Clock::time_point deadlineAfter(std::chrono::nanoseconds delay) {
 
 }  // namespace
 
-/// Shared with the thread, which outlives the queues when one of its own blocks destroys them.
 class LinuxDispatchQueues::DelayedBlocks {
 public:
     void add(Clock::time_point deadline, std::function<void()> block) {
         const std::lock_guard lock(mutex_);
-        if (closed_ || !block) return;
+        if (!block) return;
         blocks_.emplace(deadline, std::move(block));
         changed_.notify_one();
-    }
-
-    void close() {
-        std::multimap<Clock::time_point, std::function<void()>> dropped;
-        const std::lock_guard lock(mutex_);
-        closed_ = true;
-        std::swap(dropped, blocks_);
     }
 
     void runUntil(const std::stop_token& stop) {
@@ -64,16 +56,11 @@ private:
     std::mutex mutex_;
     std::condition_variable_any changed_;
     std::multimap<Clock::time_point, std::function<void()>> blocks_;  // equal deadlines keep the order of the calls
-    bool closed_ = false;
 };
 
-LinuxDispatchQueues::LinuxDispatchQueues(RunLoop& main) : main_(main), delayed_(std::make_shared<DelayedBlocks>()) {}
+LinuxDispatchQueues::LinuxDispatchQueues(RunLoop& main) : main_(main), delayed_(std::make_unique<DelayedBlocks>()) {}
 
-LinuxDispatchQueues::~LinuxDispatchQueues() {
-    thread_.request_stop();
-    delayed_->close();
-    if (thread_.get_id() == std::this_thread::get_id()) thread_.detach();
-}
+LinuxDispatchQueues::~LinuxDispatchQueues() = default;
 
 void LinuxDispatchQueues::mainAsync(std::function<void()> block) {
     main_.perform(std::move(block));
@@ -83,9 +70,9 @@ void LinuxDispatchQueues::backgroundAfter(std::chrono::nanoseconds delay, std::f
     delayed_->add(deadlineAfter(delay), std::move(block));
     try {
         std::call_once(started_, [this] {
-            thread_ = std::jthread([delayed = delayed_](const std::stop_token& stop) {
+            thread_ = std::jthread([this](const std::stop_token& stop) {
                 beginLibraryThread("tarvex-delayed");
-                delayed->runUntil(stop);
+                delayed_->runUntil(stop);
             });
         });
     } catch (const std::system_error&) {

@@ -19,8 +19,8 @@ public:
     /// `main` outlives the queues.
     explicit LinuxDispatchQueues(RunLoop& main);
 
-    /// Drops the blocks that have not begun, and waits for the one that runs. May be called on any thread, also by a
-    /// block that runs here.
+    /// Drops the blocks that have not begun, and waits for the one that runs. Called on any thread but the background
+    /// one.
     ~LinuxDispatchQueues() override;
 
     LinuxDispatchQueues(const LinuxDispatchQueues&) = delete;
@@ -33,9 +33,9 @@ private:
     class DelayedBlocks;
 
     RunLoop& main_;
-    std::shared_ptr<DelayedBlocks> delayed_;
+    std::unique_ptr<DelayedBlocks> delayed_;
     std::once_flag started_;
-    std::jthread thread_;
+    std::jthread thread_;  // ends before what it uses
 };
 
 }  // namespace tarvex::platform

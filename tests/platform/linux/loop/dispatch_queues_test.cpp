@@ -51,18 +51,5 @@ TEST_F(DispatchQueuesTest, DestructionDropsWaitingBlocksAndWaitsForTheOneThatRun
     EXPECT_EQ(held.use_count(), 1);
 }
 
-TEST_F(DispatchQueuesTest, BlockMayDestroyTheQueues) {
-    std::promise<void> destroyed;
-    queues->backgroundAfter(0ms, [&] {
-        ready.acquire();
-        queues.reset();
-        destroyed.set_value();
-    });
-    queues->backgroundAfter(0ms, record(1));
-    ready.release();
-    destroyed.get_future().wait();
-    EXPECT_THAT(order, IsEmpty());
-}
-
 }  // namespace
 }  // namespace tarvex::platform
