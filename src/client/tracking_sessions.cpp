@@ -98,8 +98,6 @@ void TrackingSessions::startAmbientLightTracking(std::optional<std::int64_t> ref
                   [](TrackingSessions& sessions, SessionNumber session) { sessions.recordLight(session); });
 }
 
-// A tick may have waited for the lock while another thread ended its session, and began the next.
-
 void TrackingSessions::measureDistance(SessionNumber session, const std::shared_ptr<View>& view) {
     std::shared_ptr<DistanceTracking> tracking;
     {

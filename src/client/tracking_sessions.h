@@ -36,6 +36,7 @@ public:
     void stopAll();
 
 private:
+    // A tick may have waited for the lock while another thread ended its session and began the next.
     using SessionNumber = std::uint64_t;
     struct Ticks {
         SessionNumber session;

@@ -75,7 +75,7 @@ TEST(TrackingScenario, ConsentCallbacksStartAndStopSessionsWhileTheMainLoopTicks
             EXPECT_EQ(std::this_thread::get_id(), caller);
         });
         const auto before = client.trackingDataCount();
-        EXPECT_TRUE(test::eventually([&] { return client.trackingDataCount() >= before + 4; }));
+        EXPECT_TRUE(eventually([&] { return client.trackingDataCount() >= before + 4; }));
         std::binary_semaphore due(0);
         queues.backgroundAfter(0ms, [&] { due.release(); });
         EXPECT_TRUE(due.try_acquire_for(10s)) << "a deadline waits for no callback";

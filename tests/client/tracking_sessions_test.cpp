@@ -85,19 +85,12 @@ TEST_F(StartTracking, DistanceReportsTheFirstMissingPrecondition) {
     EXPECT_THAT(start({distance}, view), fails(Code::distanceTrackingIsNotAvailable));
     EXPECT_THAT(sessions->trackingInProgress(), IsEmpty());
     installFaceTracking(true, 1);
-    EXPECT_THAT(start({distance}, view), IsEmpty());
-    EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(distanceKey, true)));
-}
-
-TEST_F(StartTracking, WarnsOfRatesAtWhichAnEarlierRunsPauseEndsALaterRun) {
-    platform.writeInfoPlist("<key>NSCameraUsageDescription</key><string></string>");
-    allow(distanceKey);
-    installFaceTracking(true, 1);
-    for (const auto& [rate, lines] : {std::pair{0, 1}, {1, 1}, {2, 0}, {3, 1}, {4, 0}, {5, 0}}) {
-        ::testing::internal::CaptureStderr();
-        start({DataReader::distance(rate), DataReader::distance(rate)}, view);
-        EXPECT_EQ(std::ranges::count(::testing::internal::GetCapturedStderr(), '\n'), lines) << rate;
+    for (const auto& [rate, warnings] : {std::pair{0, 1}, {1, 1}, {2, 0}, {3, 1}, {4, 0}, {5, 0}}) {
         sessions->stopAll();
+        ::testing::internal::CaptureStderr();
+        EXPECT_THAT(start({DataReader::distance(rate), DataReader::distance(rate)}, view), IsEmpty());
+        EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(distanceKey, true)));
+        EXPECT_EQ(std::ranges::count(::testing::internal::GetCapturedStderr(), '\n'), warnings) << rate;
     }
 }
 
@@ -155,20 +148,19 @@ TEST_F(StartTracking, StoppingReleasesTheTrackersOfItsKindAlone) {
     sessions->stop(DataReader::ambientLight(99));
     EXPECT_EQ(platform.sensor->deliveringCount(), 0U);
     EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(distanceKey, true), Pair(lightKey, false)));
-    start({DataReader::ambientLight(1)});
     sessions->stopAll();
     platform.dispatchQueues->runMain();
-    EXPECT_EQ(platform.sensor->deliveringCount(), 0U);
     EXPECT_TRUE(faceTracking.views().back().expired());
 }
 
-TEST_F(StartTracking, StoppingEverythingStopsTimers) {
+TEST_F(StartTracking, StoppingEverythingStopsSensorAndTimers) {
     sessions->stop(DataReader::ambientLight(1));
     EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(lightKey, false))) << "it never ran";
     allow(lightKey);
     start({DataReader::ambientLight(1)});
     sessions->stopAll();
     EXPECT_THAT(sessions->trackingInProgress(), IsEmpty());
+    EXPECT_EQ(platform.sensor->deliveringCount(), 0U);
     EXPECT_THAT(platform.timers->intervals(), IsEmpty());
     sessions->start({DataReader::ambientLight(1)}, nullptr, [this](auto&&...) { sessions->stopAll(); });
     EXPECT_THAT(sessions->trackingInProgress(), IsEmpty()) << "a completion may stop what was started";

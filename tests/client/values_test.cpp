@@ -55,15 +55,16 @@ TEST(View, HasOneParentAndIsNeverItsOwn) {
     const auto second = makeHeadlessView();
     const auto child = makeHeadlessView();
     const auto other = makeHeadlessView();
-    for (const auto& [parent, added] : {std::pair{first, child},
-                                        {second, child},
-                                        {second, other},
-                                        {second, child},
-                                        {first, second},
-                                        {child, first},
-                                        {child, second},
-                                        {child, child},
-                                        {child, nullptr}})
+    using Views = std::vector<std::pair<std::shared_ptr<View>, std::shared_ptr<View>>>;
+    for (const auto& [parent, added] : Views{{first, child},
+                                             {second, child},
+                                             {second, other},
+                                             {second, child},
+                                             {first, second},
+                                             {child, first},
+                                             {child, second},
+                                             {child, child},
+                                             {child, nullptr}})
         parent->addSubview(added);
     EXPECT_THAT(first->subviews(), ElementsAre(second));
     EXPECT_THAT(second->subviews(), ElementsAre(other, child));

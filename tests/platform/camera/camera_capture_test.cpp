@@ -10,7 +10,6 @@ namespace tarvex::camera {
 namespace {
 
 using platform::RunOptions;
-using test::eventually;
 using test::ScriptedCamera;
 
 constexpr RunOptions startAfresh{.resetTracking = true, .removeExistingAnchors = true};

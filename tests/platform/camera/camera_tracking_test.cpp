@@ -13,7 +13,6 @@ namespace tarvex {
 namespace {
 
 using camera::Options;
-using test::eventually;
 using test::record;
 
 const std::filesystem::path models = TARVEX_FACE_MODELS;

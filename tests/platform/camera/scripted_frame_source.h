@@ -2,6 +2,7 @@
 
 #include "eventually.h"
 #include "platform/camera/capture/camera_capture.h"
+#include "prelude.h"
 
 namespace tarvex::test {
 

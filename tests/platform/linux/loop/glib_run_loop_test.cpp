@@ -60,15 +60,6 @@ TEST_F(GLibRunLoopTest, TakesEveryBlockOfOtherThreadsInTheirOrder) {
     }
 }
 
-TEST_F(GLibRunLoopTest, StopEndsTheRunAfterTheBlockThatIsRunning) {
-    performStop(1);
-    performStop(2);
-    loop->run();
-    EXPECT_THAT(order, ElementsAre(1));
-    loop->run();
-    EXPECT_THAT(order, ElementsAre(1, 2));
-}
-
 TEST_F(GLibRunLoopTest, AStopBeforeARunEndsThatRunAndNoOther) {
     loop->stop();
     performStop(1);

@@ -114,9 +114,8 @@ TEST_F(GLibTimerSchedulerTest, TicksOnTheThreadsOwnContext) {
     std::jthread worker([&] {
         GMainContext* context = g_main_context_new();
         g_main_context_push_thread_default(context);
-        timer = scheduler.scheduledTimer(0.001, tick());
+        EXPECT_TRUE(scheduler.scheduledTimer(0.001, tick()));  // goes on without its reference
         iterateUntil([&] { return ticks == 2; }, context);
-        timer->invalidate();
         g_main_context_pop_thread_default(context);
         g_main_context_unref(context);
     });
@@ -126,22 +125,20 @@ TEST_F(GLibTimerSchedulerTest, TicksOnTheThreadsOwnContext) {
 }
 
 TEST_F(GLibTimerSchedulerTest, TicksAndEndsOnTheMainLoopForThreadsWithoutALoop) {
-    const auto onOtherThread = [](const std::function<void()>& work) { std::jthread(work).join(); };
-    const auto invalidate = [&] { onOtherThread([&] { timer->invalidate(); }); };
+    const auto invalidate = [&] { std::jthread([&] { timer->invalidate(); }).join(); };
     const auto held = std::make_shared<int>(0);
     for (const bool duringATick : {false, true}) {
         ticks = 0;
-        onOtherThread([&] {
-            timer = scheduler.scheduledTimer(0.001, [&, held, count = tick()] {
-                count();
-                if (duringATick) invalidate();
-            });
-        });
+        const auto block = [&, held, count = tick()] {
+            count();
+            if (duringATick) invalidate();
+        };
+        std::jthread([&] { timer = scheduler.scheduledTimer(0.001, block); }).join();
         iterateUntil([&] { return ticks > 0; });
         if (!duringATick) invalidate();
-        EXPECT_EQ(held.use_count(), duringATick ? 1 : 2) << "the main loop alone releases the block";
+        EXPECT_EQ(held.use_count(), duringATick ? 2 : 3) << "the main loop alone releases the block";
         g_main_context_iteration(nullptr, FALSE);
-        EXPECT_EQ(held.use_count(), 1);
+        EXPECT_EQ(held.use_count(), 2);
         EXPECT_EQ(ticks, 1);
         EXPECT_EQ(thread, std::this_thread::get_id());
     }
