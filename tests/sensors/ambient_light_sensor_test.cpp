@@ -1,6 +1,5 @@
 #include "tarvex/ambient_light_sensor.h"
 
-#include "eventually.h"
 #include "platform/linux/sensor/iio_hid_event_system.h"
 #include "platform/linux/sensor/sensor_tree.h"
 #include "prelude.h"

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "eventually.h"
 #include "platform/camera/capture/camera_capture.h"
 #include "prelude.h"
 

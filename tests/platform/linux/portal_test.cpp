@@ -3,7 +3,6 @@
 
 #include <mutex>
 
-#include "eventually.h"
 #include "platform/linux/portal_application.h"
 #include "platform/linux/portal_capture_device.h"
 #include "prelude.h"
@@ -15,7 +14,6 @@
 namespace tarvex::platform {
 namespace {
 
-using test::eventually;
 using test::ScriptedPortal;
 using test::SessionBus;
 using Step = ScriptedPortal::Step;

@@ -172,7 +172,7 @@ void CurlTransferThreads::callHandlers() noexcept {
         transfer->deliver();
 }
 
-// Asleep while there is none; null when the thread has to end, also when there are some left.
+// Sleeps until a transfer has ended; null when the thread has to end, whatever is left then.
 std::unique_ptr<CurlTransfer> CurlTransferThreads::nextFinished() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return order_ != Order::run || !finished_.empty(); });

@@ -23,7 +23,7 @@ public:
     TransferPatience(Clock::duration timeout, Clock::time_point begin)
         : timeout_(timeout), lastLook_(begin), lastProgress_(begin) {}
 
-    /// Without a look the time does not count: curl's own connect time-out names what took too long.
+    /// No look before the connection stands: curl's own connect time-out, which names what took too long, counts then.
     Verdict judge(std::optional<Look> look, Clock::time_point now) {
         lastLook_ = now;
         if (!look || look->movedBytes != std::exchange(movedBytes_, look->movedBytes)) lastProgress_ = now;
