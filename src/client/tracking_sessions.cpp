@@ -126,24 +126,30 @@ void TrackingSessions::scheduleTicks(const DataReader& kindKey, std::int64_t ref
 }
 
 void TrackingSessions::stop(const DataReader& reader) {
-    const std::lock_guard lock(mutex_);
-    if (const auto ticks = ticks_.find(reader.kindKey()); ticks != ticks_.end()) {
-        ticks->second.timer->invalidate();
-        if (reader.kind() == DataReader::Kind::distance)
-            distanceTracking_.reset();
-        else
-            ambientLightTracking_.reset();
+    {
+        const std::lock_guard lock(mutex_);
+        if (const auto ticks = ticks_.find(reader.kindKey()); ticks != ticks_.end()) {
+            ticks->second.timer->invalidate();
+            if (reader.kind() == DataReader::Kind::distance)
+                distanceTracking_.reset();
+            else
+                ambientLightTracking_.reset();
+        }
+        trackingInProgress_[reader.kindKey()] = false;
     }
-    trackingInProgress_[reader.kindKey()] = false;
+    store_.savePending();  // no tick of this session will
 }
 
 void TrackingSessions::stopAll() {
-    const std::lock_guard lock(mutex_);
-    for (const auto& [kindKey, ticks] : ticks_)
-        ticks.timer->invalidate();
-    distanceTracking_.reset();
-    ambientLightTracking_.reset();
-    trackingInProgress_.clear();
+    {
+        const std::lock_guard lock(mutex_);
+        for (const auto& [kindKey, ticks] : ticks_)
+            ticks.timer->invalidate();
+        distanceTracking_.reset();
+        ambientLightTracking_.reset();
+        trackingInProgress_.clear();
+    }
+    store_.savePending();
 }
 
 bool TrackingSessions::isMarkedInProgress(const DataReader& kindKey) const {

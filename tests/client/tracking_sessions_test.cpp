@@ -1,5 +1,6 @@
 #include "client/tracking_sessions.h"
 
+#include "platform/linux/store/sample_store.h"
 #include "prelude.h"
 #include "tarvex/ambient_light_sensor.h"
 #include "test_platform.h"
@@ -166,9 +167,16 @@ TEST_F(StartTracking, StoppingEverythingStopsSensorAndTimers) {
     EXPECT_THAT(sessions->trackingInProgress(), IsEmpty()) << "a completion may stop what was started";
     platform.timers->advance(10);
     EXPECT_EQ(records(), 0);
-    start({DataReader::ambientLight(1)});
-    platform.timers->advance(1);
-    EXPECT_EQ(records(), 1) << "and can be started again";
+    test::OtherProgram other(platform.directory.path() / "data/TrackingDataContainer.sqlite");
+    for (const auto& stop : {std::function([this] { sessions->stop(lightKey); }), {[this] { sessions->stopAll(); }}}) {
+        start({DataReader::ambientLight(1)});  // again
+        other.beginToWrite();
+        platform.timers->advance(1);
+        other.end();
+        const int before = std::stoi(other.run("SELECT count(*) FROM DataEntry"));
+        stop();
+        EXPECT_EQ(other.run("SELECT count(*) FROM DataEntry"), std::to_string(before + 1)) << "what was pending";
+    }
 }
 
 }  // namespace tarvex
