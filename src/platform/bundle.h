@@ -34,7 +34,8 @@ public:
                                                                  std::string_view type) const = 0;
 
     /// The string under `key` of the Info.plist, localized for the process's message language where the bundle has
-    /// it; absent when the key is missing, the value is no string, or the list cannot be read.
+    /// it; absent when the key is missing, the value is no string (a localized one hides the list's), or the list
+    /// cannot be read.
     virtual std::optional<std::string> stringForInfoDictionaryKey(std::string_view key) const = 0;
 
     /// "CFBundleIdentifier" of the Info.plist.

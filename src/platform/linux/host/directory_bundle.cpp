@@ -3,6 +3,7 @@
 #include <glib.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <system_error>
 #include <vector>
 
@@ -11,9 +12,20 @@
 namespace tarvex::platform {
 namespace {
 
+// Messages in the locale "C" stay as they are, whatever LANGUAGE names: so does gettext.
+bool messagesStayUntranslated() {
+    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        const char* value = std::getenv(variable);
+        const std::string_view locale = value != nullptr ? value : "";
+        if (!locale.empty()) return locale == "C" || locale == "POSIX";
+    }
+    return true;
+}
+
 // "de_AT.UTF-8", "de_AT", "de.UTF-8", "de" for a process that speaks Austrian German.
 std::vector<std::string> messageLanguages() {
     std::vector<std::string> languages;
+    if (messagesStayUntranslated()) return languages;
     for (const gchar* const* name = g_get_language_names(); *name != nullptr; ++name) {
         std::string language(*name);
         if (language.contains('/')) continue;
@@ -38,21 +50,15 @@ std::optional<std::filesystem::path> DirectoryBundle::pathForResource(std::strin
 }
 
 std::optional<std::string> DirectoryBundle::stringForInfoDictionaryKey(std::string_view key) const {
-    auto localized = localizedString(key);
-    return localized ? localized : informationString(key);
+    for (const auto& language : messageLanguages()) {
+        const auto strings = PropertyList::withContentsOfFile(directory_ / (language + ".lproj") / "InfoPlist.strings");
+        if (strings && strings->contains(key)) return strings->stringForKey(key);
+    }
+    return informationString(key);
 }
 
 std::optional<std::string> DirectoryBundle::bundleIdentifier() const {
     return informationString("CFBundleIdentifier");
-}
-
-std::optional<std::string> DirectoryBundle::localizedString(std::string_view key) const {
-    for (const auto& language : messageLanguages()) {
-        const auto strings = PropertyList::withContentsOfFile(directory_ / (language + ".lproj") / "InfoPlist.strings");
-        auto value = strings ? strings->stringForKey(key) : std::nullopt;
-        if (value) return value;
-    }
-    return std::nullopt;
 }
 
 std::optional<std::string> DirectoryBundle::informationString(std::string_view key) const {

@@ -12,9 +12,10 @@ namespace tarvex::platform {
 
 /// A bundle whose resources are the files of one directory. Everything is read afresh on every call.
 ///
-/// A localized string comes from <language>.lproj/InfoPlist.strings, a property list too. The languages are those of
+/// A localized value comes from <language>.lproj/InfoPlist.strings, a property list too. The languages are those of
 /// the environment (LANGUAGE, else LC_ALL, LC_MESSAGES, LANG), in the order of preference that messages follow; for
-/// de_AT they are looked for in de_AT.lproj, de-AT.lproj and de.lproj.
+/// de_AT they are looked for in de_AT.lproj, de-AT.lproj and de.lproj. The locale "C" has none, as with gettext. The
+/// first language that has the key decides: a value there that is no string is absent, whatever others hold.
 class DirectoryBundle final : public Bundle {
 public:
     explicit DirectoryBundle(std::filesystem::path directory) : directory_(std::move(directory)) {}
@@ -25,7 +26,6 @@ public:
     std::optional<std::string> bundleIdentifier() const override;
 
 private:
-    std::optional<std::string> localizedString(std::string_view key) const;
     std::optional<std::string> informationString(std::string_view key) const;
 
     std::filesystem::path directory_;

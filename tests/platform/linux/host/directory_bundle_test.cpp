@@ -24,14 +24,19 @@ TEST(DirectoryBundle, PrefersTheLocalizedStringOfTheMessageLanguage) {
     writeFile(directory.path() / "outside/InfoPlist.strings", named("<string>Outside</string>"));
     const DirectoryBundle bundle(directory.path());
 
+    constexpr const char* noString = "absent";
     using Case = std::array<const char*, 3>;
     for (const auto& [language, locale, name] :
          {Case{"", "de_DE.UTF-8", "Licht"}, Case{"", "de_CH.UTF-8", "Liecht"}, Case{"", "C.UTF-8", "Light"},
-          Case{"de", "C.UTF-8", "Licht"}, Case{"sv:de_CH:en", "C.UTF-8", "Liecht"}, Case{"fr", "C.UTF-8", "Light"},
-          Case{"nl:de", "C.UTF-8", "Licht"}, Case{"../outside", "C.UTF-8", "Light"}}) {
+          Case{"de", "C.UTF-8", "Licht"}, Case{"sv:de_CH:en", "C.UTF-8", "Liecht"}, Case{"fr:de", "C.UTF-8", noString},
+          Case{"nl:de", "C.UTF-8", "Licht"}, Case{"../outside", "C.UTF-8", "Light"}, Case{"de", "C", "Light"},
+          Case{"de", "POSIX", "Light"}, Case{"de", "", "Light"}}) {
         ::setenv("LANGUAGE", language, 1);
         ::setenv("LC_ALL", locale, 1);
-        EXPECT_EQ(bundle.stringForInfoDictionaryKey("CFBundleName"), name) << language << "/" << locale;
+        for (const char* lesser : {"LC_MESSAGES", "LANG"})
+            ::unsetenv(lesser);
+        EXPECT_EQ(bundle.stringForInfoDictionaryKey("CFBundleName").value_or(noString), name)
+            << language << "/" << locale;
     }
 }
 
