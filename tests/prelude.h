@@ -18,6 +18,7 @@
 #include <fstream>
 #include <functional>
 #include <future>
+#include <iostream>
 #include <iterator>
 #include <latch>
 #include <limits>
@@ -41,14 +42,29 @@
 
 namespace tarvex {
 
+namespace test {
+// No test, nor any program that it starts, reaches the session bus of the person who runs it.
+inline const int noSessionBus = ::setenv("DBUS_SESSION_BUS_ADDRESS", "disabled:", 1);
+
+/// The seed of a test's random numbers: TARVEX_TEST_SEED of the environment, else `usual`. Printed, to be used again.
+inline std::uint32_t randomSeed(std::uint32_t usual) {
+    const char* chosen = std::getenv("TARVEX_TEST_SEED");
+    const auto seed = chosen == nullptr ? usual : static_cast<std::uint32_t>(std::stoul(chosen));
+    std::cout << "TARVEX_TEST_SEED=" << seed << '\n';
+    return seed;
+}
+}  // namespace test
+
 using namespace std::chrono_literals;
 using test::contentsOf;
+using test::randomSeed;
 using test::TemporaryDirectory;
 using test::writeFile;
 using ::testing::AnyOf;
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;

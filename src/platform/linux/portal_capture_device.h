@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 
 #include "platform/capture_device.h"
@@ -12,11 +13,12 @@ namespace tarvex::platform {
 ///
 /// Granted when the portal says so. Refused when the user or the portal refuses, when the portal replies with an error,
 /// when it or the bus goes away before it has answered, and when the system has no thread to ask it on. Where there is
-/// no portal to ask, what this user may do without one decides.
+/// no portal to ask, or the bus does not answer in time, what this user may do without one decides.
 class PortalCaptureDevice final : public CaptureDevice {
 public:
     /// `main` must outlive this. `mayUseCameraWithoutPortal` is called on any thread.
-    PortalCaptureDevice(RunLoop& main, std::function<bool()> mayUseCameraWithoutPortal);
+    PortalCaptureDevice(RunLoop& main, std::function<bool()> mayUseCameraWithoutPortal,
+                        std::chrono::milliseconds busTimeLimit = PortalRequest::usualBusTimeLimit);
 
     /// Answers on a thread of the request's own: no main loop needs to run, and the handler may take its time. Without
     /// a thread, answers on the main loop.
@@ -27,6 +29,7 @@ public:
 private:
     RunLoop& main_;
     std::function<bool()> mayUseCameraWithoutPortal_;
+    std::chrono::milliseconds busTimeLimit_;
     PortalConversations conversations_;
 };
 

@@ -25,16 +25,19 @@ struct Error {
     Error(const Error&) = delete;
     Error& operator=(const Error&) = delete;
 
+    bool is(GDBusError code) const { return g_error_matches(error, G_DBUS_ERROR, code) != 0; }
     bool saysThatTheMethodIsUnknown() const {
-        return g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_UNKNOWN_METHOD) != 0 ||
-               g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_UNKNOWN_INTERFACE) != 0 ||
-               g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_UNKNOWN_OBJECT) != 0;
+        return is(G_DBUS_ERROR_UNKNOWN_METHOD) || is(G_DBUS_ERROR_UNKNOWN_INTERFACE) || is(G_DBUS_ERROR_UNKNOWN_OBJECT);
     }
 };
 
 constexpr const char* portalName = "org.freedesktop.portal.Desktop";
 constexpr const char* portalPath = "/org/freedesktop/portal/desktop";
-constexpr int replyTimeoutInMilliseconds = 60'000;
+constexpr std::chrono::milliseconds replyTimeLimit{60'000};
+
+int inMilliseconds(std::chrono::milliseconds time) {
+    return static_cast<int>(time.count());
+}
 
 // The main context of one conversation: its signals come to this thread, whatever the host's loops do.
 class ThreadContext {
@@ -46,21 +49,47 @@ public:
 
     void wait() const { g_main_context_iteration(context_.get(), TRUE); }
     void wakeUp() const { g_main_context_wakeup(context_.get()); }
+    GMainContext* get() const { return context_.get(); }
 
 private:
     Context context_{g_main_context_new()};
 };
 
+// While it lives, cancels what has not ended in time; acts when the context's thread waits.
+class TimeLimit {
+public:
+    TimeLimit(const ThreadContext& context, std::chrono::milliseconds limit, GCancellable* cancellable)
+        : timer_(g_timeout_source_new(static_cast<guint>(limit.count()))) {
+        const auto cancel = [](gpointer data) -> gboolean {
+            g_cancellable_cancel(static_cast<GCancellable*>(data));
+            return G_SOURCE_REMOVE;
+        };
+        g_source_set_callback(timer_.get(), cancel, cancellable, nullptr);
+        g_source_attach(timer_.get(), context.get());
+    }
+    ~TimeLimit() { g_source_destroy(timer_.get()); }
+    TimeLimit(const TimeLimit&) = delete;
+    TimeLimit& operator=(const TimeLimit&) = delete;
+
+private:
+    std::unique_ptr<GSource, decltype([](GSource* source) { g_source_unref(source); })> timer_;
+};
+
 // A connection of the conversation's own: the process's shared one ends the process when the bus goes away.
 class Conversation {
 public:
-    explicit Conversation(GCancellable* cancellable) : cancellable_(cancellable) {
+    /// Waits for the bus, at most for its time limit: a socket may accept and never answer.
+    Conversation(const ThreadContext& context, GCancellable* cancellable, std::chrono::milliseconds busTimeLimit)
+        : cancellable_(cancellable), busTimeLimit_(busTimeLimit) {
         const Text address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable_, nullptr));
         if (!address) return;
         // NOLINTNEXTLINE(clang-analyzer-optin.core.EnumCastOutOfRange): an enumeration of bits
         const auto flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-        bus_.reset(g_dbus_connection_new_for_address_sync(address.get(), flags, nullptr, cancellable_, nullptr));
+        g_dbus_connection_new_for_address(address.get(), flags, nullptr, cancellable_, &Conversation::connected, this);
+        const TimeLimit limit(context, busTimeLimit_, cancellable_);
+        while (!connectionEnded_)
+            context.wait();
         if (bus_) closed_ = g_signal_connect(bus_.get(), "closed", G_CALLBACK(&Conversation::busClosed), this);
     }
 
@@ -78,10 +107,11 @@ public:
     /// Starts the portal where it can be started, and listens to it; false when there is none.
     bool reachPortal() {
         if (!bus_) return false;
-        Variant owner = callBus("GetNameOwner", g_variant_new("(s)", portalName));
-        if (!owner) {
-            callBus("StartServiceByName", g_variant_new("(su)", portalName, 0U));
-            owner = callBus("GetNameOwner", g_variant_new("(s)", portalName));
+        Error error;
+        Variant owner = callBus("GetNameOwner", g_variant_new("(s)", portalName), busTimeLimit_, &error);
+        if (!owner && error.is(G_DBUS_ERROR_NAME_HAS_NO_OWNER)) {
+            callBus("StartServiceByName", g_variant_new("(su)", portalName, 0U), replyTimeLimit);
+            owner = callBus("GetNameOwner", g_variant_new("(s)", portalName), busTimeLimit_);
         }
         if (!owner) return false;
         const char* name = nullptr;
@@ -108,7 +138,7 @@ public:
         const Variant reply(g_dbus_connection_call_sync(
             bus_.get(), portal_.c_str(), portalPath, request.interface.c_str(), request.method.c_str(),
             g_variant_builder_end(&arguments), G_VARIANT_TYPE("(o)"), G_DBUS_CALL_FLAGS_NONE,
-            replyTimeoutInMilliseconds, cancellable_, &error.error));
+            inMilliseconds(replyTimeLimit), cancellable_, &error.error));
         if (!reply) return std::nullopt;
         const char* handle = nullptr;
         g_variant_get(reply.get(), "(&o)", &handle);
@@ -125,10 +155,18 @@ public:
     }
 
 private:
-    Variant callBus(const char* method, GVariant* arguments) const {
-        return Variant(g_dbus_connection_call_sync(
-            bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", method, arguments,
-            nullptr, G_DBUS_CALL_FLAGS_NONE, replyTimeoutInMilliseconds, cancellable_, nullptr));
+    static void connected(GObject*, GAsyncResult* result, gpointer self) {
+        auto* conversation = static_cast<Conversation*>(self);
+        conversation->bus_.reset(g_dbus_connection_new_for_address_finish(result, nullptr));
+        conversation->connectionEnded_ = true;
+    }
+
+    Variant callBus(const char* method, GVariant* arguments, std::chrono::milliseconds limit,
+                    Error* error = nullptr) const {
+        return Variant(g_dbus_connection_call_sync(bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                   "org.freedesktop.DBus", method, arguments, nullptr,
+                                                   G_DBUS_CALL_FLAGS_NONE, inMilliseconds(limit), cancellable_,
+                                                   error != nullptr ? &error->error : nullptr));
     }
 
     static void responded(GDBusConnection*, const char*, const char* path, const char*, const char*,
@@ -149,6 +187,8 @@ private:
     }
 
     GCancellable* cancellable_;
+    std::chrono::milliseconds busTimeLimit_;
+    bool connectionEnded_ = false;
     GObjectPointer<GDBusConnection> bus_;
     gulong closed_ = 0;
     std::string portal_;
@@ -167,7 +207,7 @@ PortalAnswer PortalRequest::ask(const std::stop_token& stop) const {
         context.wakeUp();
     });
 
-    Conversation conversation(cancellable.get());
+    Conversation conversation(context, cancellable.get(), busTimeLimit);
     if (!conversation.reachPortal()) return PortalAnswer::unavailable;
     Error error;
     const auto handle = conversation.begin(*this, error);

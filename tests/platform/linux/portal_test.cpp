@@ -1,10 +1,12 @@
-#include <gio/gio.h>
 #include <pthread.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 #include <mutex>
 
 #include "platform/linux/portal_application.h"
 #include "platform/linux/portal_capture_device.h"
+#include "platform/posix/file_descriptor.h"
 #include "prelude.h"
 #include "scripted_portal.h"
 #include "session_bus.h"
@@ -42,9 +44,12 @@ private:
 };
 
 struct Camera {
+    explicit Camera(std::chrono::milliseconds busTimeLimit = PortalRequest::usualBusTimeLimit) {
+        device.emplace(loop, [this] { return ++looks > 0; }, busTimeLimit);
+    }
     testing::ManualRunLoop loop;
     std::atomic<int> looks = 0;  // where there is no portal
-    std::optional<PortalCaptureDevice> device{std::in_place, loop, [this] { return ++looks > 0; }};
+    std::optional<PortalCaptureDevice> device;
 };
 
 TEST(PortalCaptureDevice, AnswersOnceWhateverThePortalDoes) {
@@ -77,8 +82,8 @@ TEST(PortalCaptureDevice, AnswersOnceWhateverThePortalDoes) {
 }
 
 TEST(PortalCaptureDevice, LooksForItselfWhereThereIsNoPortalToAsk) {
-    const auto looks = [] {
-        Camera camera;
+    const auto looks = [](std::chrono::milliseconds busTimeLimit = PortalRequest::usualBusTimeLimit) {
+        Camera camera(busTimeLimit);
         Answers answers;
         camera.device->requestAccessForVideo(answers.handler());
         EXPECT_EQ(answers.only(), true);
@@ -89,22 +94,43 @@ TEST(PortalCaptureDevice, LooksForItselfWhereThereIsNoPortalToAsk) {
         ::setenv("DBUS_SESSION_BUS_ADDRESS", address, 1);
         looks();
     }
+    {
+        // A bus that takes connections in, and never sends a byte.
+        const TemporaryDirectory directory;
+        const std::string path = directory.path() / "bus";
+        sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+        path.copy(static_cast<char*>(address.sun_path), sizeof(address.sun_path) - 1);
+        const FileDescriptor bus(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        ASSERT_EQ(::bind(bus.number(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+        ASSERT_EQ(::listen(bus.number(), 8), 0);
+        ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + path).c_str(), 1);
+        looks(200ms);
+        Camera dropped;
+        dropped.device->requestAccessForVideo([](bool) { ADD_FAILURE() << "it was to be dropped"; });
+    }
     const SessionBus bus;
     looks();
     const ScriptedPortal withoutCamera({}, false);
     looks();
 }
 
-TEST(PortalCaptureDevice, RefusesWhenTheBusGoesAwayAndLeavesTheHostRunning) {
+TEST(PortalCaptureDevice, DropsWhatIsUnderWayWhenItGoesAndRefusesWhenTheBusGoes) {
     SessionBus bus;
     const ScriptedPortal portal({Step::reply});
-    Camera camera;
+    Answers dropped;
     Answers answers;
+    Camera camera;
+    {
+        Camera gone;
+        gone.device->requestAccessForVideo(dropped.handler());
+        EXPECT_TRUE(eventually([&] { return portal.requestCount() == 1; }));
+    }
     camera.device->requestAccessForVideo(answers.handler());
-    EXPECT_TRUE(eventually([&] { return portal.requestCount() == 1; }));
+    EXPECT_TRUE(eventually([&] { return portal.requestCount() == 2; }));
     EXPECT_TRUE(camera.device->isRequestInProgress());
     bus.stop();
     EXPECT_EQ(answers.only(), false);
+    EXPECT_TRUE(dropped.all().empty());
 }
 
 TEST(PortalCaptureDevice, KeepsTwoRequestsApart) {
@@ -162,18 +188,6 @@ TEST(PortalCaptureDevice, RefusesOnTheMainLoopWhenThereIsNoThreadToAskOn) {
     EXPECT_TRUE(eventually([&] { return answers.all() == std::vector{false, true}; }));
 }
 
-TEST(PortalCaptureDevice, DropsWhatIsUnderWayWhenItGoes) {
-    const SessionBus bus;
-    const ScriptedPortal portal({Step::reply});
-    Answers answers;
-    {
-        Camera camera;
-        camera.device->requestAccessForVideo(answers.handler());
-        EXPECT_TRUE(eventually([&] { return portal.requestCount() == 1; }));
-    }
-    EXPECT_TRUE(answers.all().empty());
-}
-
 TEST(PortalApplication, OpensUrlsThroughThePortalAndElseThroughTheFallback) {
     struct Case {
         const char* description;
@@ -192,7 +206,6 @@ TEST(PortalApplication, OpensUrlsThroughThePortalAndElseThroughTheFallback) {
         loop.runPending();
         EXPECT_EQ(fallback.openedUrls().size(), fallbackCalls);
     };
-    ::setenv("DBUS_SESSION_BUS_ADDRESS", "disabled:", 1);
     opens(1);
     const SessionBus bus;
     opens(1);
