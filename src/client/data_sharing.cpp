@@ -1,7 +1,10 @@
 #include "client/data_sharing.h"
 
+#include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <memory>
+#include <thread>
 #include <utility>
 
 #include "client/host_callback.h"
@@ -21,6 +24,26 @@ Client::Result outcome(const std::optional<platform::UrlResponse>& response,
     return {};
 }
 
+std::atomic<int> backgroundUploads = 0;
+
+// With the time that the transport gives a handler that runs, the exit takes less than a second.
+void awaitBackgroundUploads() {
+    constexpr std::chrono::milliseconds grace{450};
+    constexpr std::chrono::milliseconds step{5};
+    const auto deadline = std::chrono::steady_clock::now() + grace;
+    while (backgroundUploads > 0 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(step);
+}
+
+// Counts as one until the last copy is gone. A host whose last window closes goes to the background and ends at once:
+// its exit waits for the upload, before the transport's own exit handler, which was registered earlier, stops that.
+std::shared_ptr<const void> backgroundUpload() {
+    static const int registered = std::atexit(&awaitBackgroundUploads);
+    static_cast<void>(registered);
+    ++backgroundUploads;
+    return {&backgroundUploads, [](const void*) { --backgroundUploads; }};
+}
+
 }  // namespace
 
 DataSharing::DataSharing(platform::Platform& platform, PersistenceController& store, std::string_view endpoint)
@@ -34,11 +57,16 @@ DataSharing::~DataSharing() {
 void DataSharing::uploadInBackground() {
     didEnterBackgroundNotification_ = platform_.notificationCenter().addObserverForName(
         platform::applicationDidEnterBackground, [weakSelf = weak_from_this()] {
-            if (const auto self = weakSelf.lock()) self->share(true, {});
+            if (const auto self = weakSelf.lock()) self->upload(true, {}, backgroundUpload());
         });
 }
 
 void DataSharing::share(bool deleteIfSuccessfull, Client::ShareCompletion completion) {
+    upload(deleteIfSuccessfull, std::move(completion), nullptr);
+}
+
+void DataSharing::upload(bool deleteIfSuccessfull, Client::ShareCompletion completion,
+                         std::shared_ptr<const void> underWay) {
     auto document = store_.loadTrackingData();
     if (!document) return callHost(completion, std::unexpected(TarvexError::cannotLoadTrackingData()));
 
@@ -49,8 +77,8 @@ void DataSharing::share(bool deleteIfSuccessfull, Client::ShareCompletion comple
                                  .method = "POST",
                                  .headers = {{"Content-Type", "application/json"}},
                                  .body = std::make_shared<const platform::ByteBuffer>(std::move(*document))};
-    auto handler = [self = shared_from_this(), deleteIfSuccessfull, completion = std::move(completion)](
-                       const auto& response, const auto& error) {
+    auto handler = [self = shared_from_this(), deleteIfSuccessfull, completion = std::move(completion),
+                    underWay = std::move(underWay)](const auto& response, const auto& error) {
         self->handleUploadResponse(response, error, deleteIfSuccessfull, completion);
     };
     platform_.urlSession().dataTask(std::move(request), std::move(handler))->resume();

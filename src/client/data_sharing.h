@@ -22,7 +22,8 @@ public:
     DataSharing(const DataSharing&) = delete;
     DataSharing& operator=(const DataSharing&) = delete;
 
-    /// From now on every transition of the host to the background starts an upload with deletion.
+    /// From now on every transition of the host to the background starts an upload with deletion. One that is under way
+    /// when the process exits gets up to 450 ms to end.
     void uploadInBackground();
 
     /// See `Client::shareTrackingData`.
@@ -32,6 +33,8 @@ public:
     std::int64_t count();
 
 private:
+    /// `underWay` is kept until the outcome has been handled, or is known not to come.
+    void upload(bool deleteIfSuccessfull, Client::ShareCompletion completion, std::shared_ptr<const void> underWay);
     void handleUploadResponse(const std::optional<platform::UrlResponse>& response,
                               const std::optional<platform::TransportError>& error, bool deleteIfSuccessfull,
                               const Client::ShareCompletion& completion);
