@@ -19,10 +19,11 @@ namespace tarvex::gtk {
 /// Makes GTK the toolkit of `platform`, and watches the process's GTK windows for it.
 ///
 /// `applicationDidEnterBackground` is posted once each time every window was unmapped or minimised, or none was active
-/// for 5 seconds although one was before; the time in which the system asks the user about the camera or a link does
-/// not count. A host without GTK windows gets none.
-/// Does not initialise GTK: it may come before `gtk_init`. With another major version of GTK in the process, says so on
-/// standard error and leaves the platform as it is. Calling it again for the same platform has no effect.
+/// for 5 seconds although one was before; of these, the time in which the system asks the user about the camera or a
+/// link does not count, nor the time without any keyboard. It comes before the loop of a host ends whose user closes
+/// the last window, or whose GApplication ends. A host without GTK windows gets none. Does not initialise GTK: it may
+/// come before `gtk_init`. With another major version of GTK in the process, says so on standard error and leaves the
+/// platform as it is. Calling it again for the same platform has no effect.
 TARVEX_EXPORT void addTo(platform::Platform& platform);
 
 /// A view on top of which a reader may put its own: they lie over what `overlayHost`, a GtkOverlay, shows, and let

@@ -1,21 +1,26 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 
 namespace tarvex::gtk {
 
 /// Tells when the process's GTK windows have left the foreground: when all of them are unmapped or minimised, or none
-/// of them has been active for 5 seconds although one was before. Sleeps as long as no window changes, unless a dialog
-/// of the system's covers them: then it looks every 5 seconds whether that has gone.
+/// of them has been active for a while although one was before. The closing of the last window by its user and the end
+/// of the process's GApplication are told of before the host's loop can end. Sleeps as long as no window changes,
+/// unless a dialog of the system's covers them: then it looks once in that while whether the dialog has gone.
 class BackgroundDetector {
 public:
+    static constexpr std::chrono::milliseconds usualTimeWithoutFocus{5000};
+
     struct Callbacks {
         std::function<void()> didEnterBackground;       ///< once for each transition, on the main loop
-        std::function<bool()> isCoveredBySystemDialog;  ///< while it says so, time in the background does not count
+        std::function<bool()> isCoveredBySystemDialog;  ///< while it says so, time without the focus does not count
     };
 
-    explicit BackgroundDetector(Callbacks callbacks);
+    explicit BackgroundDetector(Callbacks callbacks,
+                                std::chrono::milliseconds timeWithoutFocus = usualTimeWithoutFocus);
     ~BackgroundDetector();
     BackgroundDetector(const BackgroundDetector&) = delete;
     BackgroundDetector& operator=(const BackgroundDetector&) = delete;

@@ -15,12 +15,13 @@ std::set<const platform::Platform*>& platformsWithToolkit() {
 
 }  // namespace
 
-std::unique_ptr<GtkViewToolkit> GtkViewToolkit::make(platform::Platform& platform) {
+std::unique_ptr<GtkViewToolkit> GtkViewToolkit::make(platform::Platform& platform,
+                                                     std::chrono::milliseconds timeWithoutFocus) {
     if (!platformsWithToolkit().insert(&platform).second) return nullptr;
-    return std::unique_ptr<GtkViewToolkit>(new GtkViewToolkit(platform));
+    return std::unique_ptr<GtkViewToolkit>(new GtkViewToolkit(platform, timeWithoutFocus));
 }
 
-GtkViewToolkit::GtkViewToolkit(platform::Platform& platform)
+GtkViewToolkit::GtkViewToolkit(platform::Platform& platform, std::chrono::milliseconds timeWithoutFocus)
     : platform_(platform),
       background_({.didEnterBackground =
                        [&platform] { platform.notificationCenter().post(platform::applicationDidEnterBackground); },
@@ -28,7 +29,8 @@ GtkViewToolkit::GtkViewToolkit(platform::Platform& platform)
                        [&platform] {
                            return platform.captureDevice().isRequestInProgress() ||
                                   platform.application().isOpeningUrl();
-                       }}) {}
+                       }},
+                  timeWithoutFocus) {}
 
 GtkViewToolkit::~GtkViewToolkit() {
     platformsWithToolkit().erase(&platform_);

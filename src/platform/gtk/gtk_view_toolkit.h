@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 
 #include "platform/gtk/background_detector.h"
@@ -12,7 +13,9 @@ namespace tarvex::gtk {
 class GtkViewToolkit final : public platform::ViewToolkit {
 public:
     /// Null when `platform`, which must outlive it, has such a toolkit already.
-    static std::unique_ptr<GtkViewToolkit> make(platform::Platform& platform);
+    static std::unique_ptr<GtkViewToolkit> make(
+        platform::Platform& platform,
+        std::chrono::milliseconds timeWithoutFocus = BackgroundDetector::usualTimeWithoutFocus);
 
     ~GtkViewToolkit() override;
     GtkViewToolkit(const GtkViewToolkit&) = delete;
@@ -21,7 +24,7 @@ public:
     std::shared_ptr<ViewController> makeHostingController(InformationView rootView) override;
 
 private:
-    explicit GtkViewToolkit(platform::Platform& platform);
+    GtkViewToolkit(platform::Platform& platform, std::chrono::milliseconds timeWithoutFocus);
 
     platform::Platform& platform_;
     BackgroundDetector background_;

@@ -1,6 +1,5 @@
 // What the consent screen looks like, in pictures below the build tree's "pictures", and what must hold in each.
 
-#include "catalogues.h"
 #include "consent_window.h"
 #include "prelude.h"
 #include "tarvex/client.h"
@@ -36,11 +35,6 @@ const Look looks[] = {
     {.name = "high-contrast", .theme = "Default-hc"},
     {.name = "high-contrast-dark", .theme = "Default-hc-dark"},
     {.name = "text-200", .textPercent = 200},
-    {.name = "short-german",
-     .language = "de",
-     .consent = "Ich willige ein",
-     .size = {360, 500},
-     .description = longGerman},
     {.name = "short-german-200",
      .language = "de",
      .consent = "Ich willige ein",

@@ -1,8 +1,12 @@
 #include "consent_window.h"
 
+#include <X11/Xlib.h>
 #include <gdk/x11/gdkx.h>
 
+#include <libintl.h>
+
 #include <cmath>
+#include <cstdlib>
 #include <stdexcept>
 
 namespace tarvex::test {
@@ -43,6 +47,13 @@ void runFor(std::chrono::milliseconds time) {
         static_cast<guint>(time.count()), [](gpointer flag) { *static_cast<bool*>(flag) = true; }, &over);
     while (!over)
         g_main_context_iteration(nullptr, TRUE);
+}
+
+void useLanguage(const char* language) {
+    ::setenv("LANGUAGE", language, 1);
+    bindtextdomain("host", TARVEX_TEST_CATALOGUES);
+    bind_textdomain_codeset("host", "UTF-8");
+    textdomain("host");
 }
 
 std::vector<GtkWidget*> widgetsOf(GtkWidget* root, GType type) {
@@ -148,6 +159,18 @@ void ConsentWindow::savePicture(const std::filesystem::path& file) const {
     GdkTexture* texture = picture();
     gdk_texture_save_to_png(texture, file.c_str());
     g_object_unref(texture);
+}
+
+OtherApplication::OtherApplication() : display_(XOpenDisplay(nullptr)) {
+    const Window window = XCreateSimpleWindow(display_, DefaultRootWindow(display_), 700, 100, 200, 100, 0, 0, 0);
+    XMapWindow(display_, window);
+    XFlush(display_);
+    runFor(200ms);
+    VirtualScreen::run({"xdotool", "windowactivate", std::to_string(window)});
+}
+
+OtherApplication::~OtherApplication() {
+    XCloseDisplay(display_);
 }
 
 }  // namespace tarvex::test

@@ -10,6 +10,8 @@
 
 #include "virtual_screen.h"
 
+struct _XDisplay;
+
 namespace tarvex::test {
 
 using std::chrono_literals::operator""s;
@@ -18,6 +20,9 @@ using std::chrono_literals::operator""ms;
 /// Runs the main loop until `holds`; false when it still does not after 20 s.
 bool runUntil(const std::function<bool()>& holds);
 void runFor(std::chrono::milliseconds time);
+
+/// Makes the test's catalogues the host's default domain, and `language` the one of its messages.
+void useLanguage(const char* language);
 
 /// All widgets below `root` of type `type`, in the order of the widget tree.
 std::vector<GtkWidget*> widgetsOf(GtkWidget* root, GType type);
@@ -59,6 +64,18 @@ private:
     std::string xid() const;
 
     GtkWindow* window_;
+};
+
+/// A window of another application, which takes the focus. Goes with the object.
+class OtherApplication {
+public:
+    OtherApplication();
+    ~OtherApplication();
+    OtherApplication(const OtherApplication&) = delete;
+    OtherApplication& operator=(const OtherApplication&) = delete;
+
+private:
+    ::_XDisplay* display_;
 };
 
 }  // namespace tarvex::test

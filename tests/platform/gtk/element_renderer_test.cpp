@@ -2,7 +2,6 @@
 
 #include "platform/gtk/element_renderer.h"
 
-#include "catalogues.h"
 #include "consent_window.h"
 #include "platform/gtk/wording.h"
 #include "prelude.h"

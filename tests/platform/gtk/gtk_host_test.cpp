@@ -11,19 +11,6 @@ namespace {
 
 using namespace test;
 
-struct Kill {
-    void operator()(GSubprocess* process) const {
-        g_subprocess_force_exit(process);
-        g_object_unref(process);
-    }
-};
-using Process = std::unique_ptr<GSubprocess, Kill>;
-
-template <typename... Words>
-Process start(Words... words) {
-    return Process(g_subprocess_new(G_SUBPROCESS_FLAGS_STDOUT_SILENCE, nullptr, words..., nullptr));
-}
-
 /// The study on its screen, and what it stores in `data`.
 class Study {
 public:
@@ -82,7 +69,7 @@ std::chrono::seconds measuringTime() {
     return seconds == nullptr ? 5s : std::chrono::seconds(std::stoi(seconds));
 }
 
-TEST(GtkHost, AsksMeasuresSharesDeletesAndUploadsWhenItIsMinimised) {
+TEST(GtkHost, AsksMeasuresSharesDeletesAndUploadsWhenItIsMinimisedOrClosed) {
     const VirtualScreen screen;
     const TemporaryDirectory directory;
     const std::string collector = directory.path() / "collector";
@@ -91,10 +78,11 @@ TEST(GtkHost, AsksMeasuresSharesDeletesAndUploadsWhenItIsMinimised) {
     const auto received = [&](int number) {
         return contentsOf(collector + "/document-" + std::to_string(number) + ".json");
     };
-    const Process backend = start(TARVEX_COLLECTOR, "--directory", collector.c_str());
+    const auto backend = VirtualScreen::start({TARVEX_COLLECTOR, "--directory", collector});
     ASSERT_TRUE(runUntil([&] { return !contentsOf(collector + "/port").empty(); }));
-    const Process host = start(TARVEX_GTK_HOST, "--data", data.c_str(), "--collector", collector.c_str(), "--recording",
-                               TARVEX_RECORDING, "--pictures", measuresDistances ? TARVEX_PHOTOGRAPHS : "");
+    const auto host =
+        VirtualScreen::start({TARVEX_GTK_HOST, "--data", data, "--collector", collector, "--recording",
+                              TARVEX_RECORDING, "--pictures", measuresDistances ? TARVEX_PHOTOGRAPHS : ""});
     const Study study(data);
     study.savePicture("consent");
     study.clickConsent();
@@ -125,9 +113,12 @@ TEST(GtkHost, AsksMeasuresSharesDeletesAndUploadsWhenItIsMinimised) {
     study.minimise();
     EXPECT_TRUE(runUntil([&] { return received(2).ends_with('}'); }));
     study.bringBack();
+    EXPECT_TRUE(runUntil([&] { return study.records() > 3; }));
     study.press({"alt+F4"});
     EXPECT_TRUE(runUntil([&] { return g_subprocess_get_identifier(host.get()) == nullptr; }));
     EXPECT_TRUE(g_subprocess_get_if_exited(host.get()) && g_subprocess_get_exit_status(host.get()) == 0);
+    EXPECT_LE(study.records(), 1) << "it waited for the upload; a measurement under way may follow";
+    EXPECT_THAT(received(3), EndsWith("}"));
 }
 
 }  // namespace

@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "session_bus.h"
+
 namespace tarvex::test {
 
 namespace {
@@ -27,8 +29,8 @@ void setEnvironment(const std::filesystem::path& home) {
                                                                     {"LC_ALL", "C.UTF-8"}})
         ::setenv(name, value.c_str(), 1);
     ::setenv("GTK_A11Y", "none", 0);
-    ::setenv("DBUS_SESSION_BUS_ADDRESS", "disabled:", 0);
-    ::unsetenv("WAYLAND_DISPLAY");
+    for (const char* name : {"AT_SPI_BUS_ADDRESS", "WAYLAND_DISPLAY"})
+        ::unsetenv(name);
 }
 
 GSubprocess* start(GSubprocessLauncher* launcher, const std::vector<std::string>& command) {
@@ -50,14 +52,15 @@ void VirtualScreen::Stop::operator()(GSubprocess* process) const {
 }
 
 VirtualScreen::VirtualScreen() {
+    requirePrograms({"Xvfb", "openbox", "xdotool"});
     setEnvironment(home_.path());
     std::array<int, 2> ends{};
     if (pipe(ends.data()) != 0) throw std::runtime_error("pipe");
     const Launcher launcher(g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDERR_SILENCE));
     g_subprocess_launcher_take_fd(launcher.get(), ends[1], 3);
     // Without -noreset the server starts anew whenever its last client leaves, and the next one may meet it then.
-    server_.reset(start(launcher.get(),
-                        {"Xvfb", "-displayfd", "3", "-screen", "0", "1280x1024x24", "-nolisten", "tcp", "-noreset"}));
+    server_.reset(test::start(
+        launcher.get(), {"Xvfb", "-displayfd", "3", "-screen", "0", "1280x1024x24", "-nolisten", "tcp", "-noreset"}));
     g_subprocess_launcher_close(launcher.get());
     std::string display = ":";
     for (char digit = 0; read(ends[0], &digit, 1) == 1 && digit != '\n';)
@@ -66,19 +69,23 @@ VirtualScreen::VirtualScreen() {
     if (display == ":") throw std::runtime_error("the X server gives no display");
     ::setenv("DISPLAY", display.c_str(), 1);
 
-    const Launcher silent(g_subprocess_launcher_new(
-        static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_SILENCE | G_SUBPROCESS_FLAGS_STDERR_SILENCE)));
-    windowManager_.reset(start(silent.get(), {"openbox", "--sm-disable"}));
+    windowManager_ = start({"openbox", "--sm-disable"});
     for (int tries = 0; tries < 200 && run({"xdotool", "get_num_desktops"}).empty(); ++tries)
         g_usleep(20'000);
 }
 
 VirtualScreen::~VirtualScreen() = default;
 
+VirtualScreen::Process VirtualScreen::start(const std::vector<std::string>& command) {
+    const Launcher silent(g_subprocess_launcher_new(
+        static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_SILENCE | G_SUBPROCESS_FLAGS_STDERR_SILENCE)));
+    return Process(test::start(silent.get(), command));
+}
+
 std::string VirtualScreen::run(const std::vector<std::string>& command) {
     const Launcher launcher(g_subprocess_launcher_new(
         static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_SILENCE)));
-    GSubprocess* process = start(launcher.get(), command);
+    GSubprocess* process = test::start(launcher.get(), command);
     struct Output {
         std::string text;
         bool complete = false;

@@ -22,12 +22,15 @@ public:
     /// Runs a program on the screen to its end while the main loop goes on; what it prints.
     static std::string run(const std::vector<std::string>& command);
 
-private:
     struct Stop {
         void operator()(GSubprocess* process) const;
     };
+    /// Killed at the end, unless it has ended.
     using Process = std::unique_ptr<GSubprocess, Stop>;
+    /// Starts a program on the screen, whose output is thrown away.
+    static Process start(const std::vector<std::string>& command);
 
+private:
     TemporaryDirectory home_;
     Process server_;
     Process windowManager_;
