@@ -65,7 +65,7 @@ std::vector<std::int32_t> storedNumbers(const TemporaryDirectory& directory) {
 
 TEST(Sigkill, LosesAndRepeatsNoSampleOfAHost) {
     const TemporaryDirectory directory;
-    std::mt19937 random(std::random_device{}());
+    std::mt19937 random(randomSeed(std::random_device{}()));
     std::vector<std::int32_t> acknowledged;
     for (int round = 0; round < rounds; ++round) {
         ChildProcess host([&](int output) { return sampleForever(directory, round * 1'000'000, output); });

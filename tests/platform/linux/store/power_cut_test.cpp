@@ -114,7 +114,7 @@ void expectNothingLost(const Cut& cut) {
 class PowerCut : public testing::TestWithParam<unsigned> {};
 
 TEST_P(PowerCut, LosesNoAcknowledgedSampleAndBringsNoDeletedOneBack) {
-    const auto cuts = Host(GetParam()).work(120);
+    const auto cuts = Host(randomSeed(GetParam())).work(120);
     ASSERT_GE(cuts.size(), 20U);
     for (std::size_t i = 0; i < cuts.size(); ++i) {
         SCOPED_TRACE(i);
