@@ -17,7 +17,7 @@ public:
     View() = default;
     /// Parent and children belong to one object: a copy has none, and an assignment leaves them as they are.
     View(const View& /*other*/) {}
-    View& operator=(const View& /*other*/) { return *this; }
+    View& operator=(const View& /*other*/) { return *this; }  // NOLINT(bugprone-unhandled-self-assignment)
     virtual ~View();
 
     /// Puts `child` on top of its siblings, taking it from the parent it had; adding it again only moves it to the

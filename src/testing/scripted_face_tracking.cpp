@@ -7,7 +7,7 @@ namespace tarvex::testing {
 ScriptedSceneView::ScriptedSceneView() = default;
 ScriptedSceneView::~ScriptedSceneView() = default;
 
-std::shared_ptr<platform::SceneNode> ScriptedSceneView::addAnchor(const platform::Anchor& anchor) {
+std::shared_ptr<platform::SceneNode> ScriptedSceneView::addAnchor(const platform::Anchor& anchor) const {
     const auto delegate = settings_.delegate.lock();
     if (!isRunning() || !delegate) return nullptr;
     auto node = delegate->nodeForAnchor(anchor);
@@ -15,7 +15,7 @@ std::shared_ptr<platform::SceneNode> ScriptedSceneView::addAnchor(const platform
     return node;
 }
 
-void ScriptedSceneView::updateAnchor(platform::SceneNode& node, const platform::Anchor& anchor) {
+void ScriptedSceneView::updateAnchor(platform::SceneNode& node, const platform::Anchor& anchor) const {
     const auto delegate = settings_.delegate.lock();
     if (!isRunning() || !delegate) return;
     node.setTransform(anchor.transform);

@@ -37,10 +37,10 @@ public:
 
     /// A new anchor: asks the delegate for its node and gives that the anchor's transform. The returned node is null
     /// where the delegate wanted none. Nothing happens while the session is paused.
-    std::shared_ptr<platform::SceneNode> addAnchor(const platform::Anchor& anchor);
+    std::shared_ptr<platform::SceneNode> addAnchor(const platform::Anchor& anchor) const;
 
     /// The anchor was seen again: gives `node` its transform and tells the delegate.
-    void updateAnchor(platform::SceneNode& node, const platform::Anchor& anchor);
+    void updateAnchor(platform::SceneNode& node, const platform::Anchor& anchor) const;
 
     const Settings& settings() const { return settings_; }
     std::vector<Run> runs() const;
