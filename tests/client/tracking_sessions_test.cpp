@@ -2,7 +2,6 @@
 
 #include "platform/linux/store/sample_store.h"
 #include "prelude.h"
-#include "tarvex/ambient_light_sensor.h"
 #include "test_platform.h"
 #include "testing/scripted_face_tracking.h"
 

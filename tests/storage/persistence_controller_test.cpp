@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdlib>
 
 #include "child_process.h"
 #include "platform/linux/store/sample_store.h"

@@ -1,10 +1,8 @@
 // What the library's own tests, which use all doubles, do not show of them.
 
-#include "platform/linux/network/posted_request.h"
 #include "prelude.h"
 #include "testing/manual_dispatch_queues.h"
 #include "testing/manual_timer_scheduler.h"
-#include "testing/recording_url_session.h"
 
 namespace tarvex::testing {
 namespace {
@@ -53,21 +51,6 @@ TEST(ManualDispatchQueues, RunsWhatIsDueInTheOrderOfTimes) {
     EXPECT_EQ(queues.runMain(), 1U);
     queues.advance(1ms);
     EXPECT_EQ(order, "abmc");
-}
-
-TEST(RecordingUrlSession, KeepsWhatWasResumedAndAnswersEachRequestOnce) {
-    RecordingUrlSession session;
-    test::PostedRequest first(session, test::request(test::bodyOf("{1}")));
-    test::PostedRequest second(session, test::request(test::bodyOf("{2}")));
-    const auto task = session.dataTask(test::request(test::bodyOf("{3}")), {});
-    ASSERT_THAT(session.requests(), SizeIs(2)) << "one was not resumed";
-    EXPECT_EQ(session.requests()[1].body, "{2}");
-    EXPECT_TRUE(session.respond(1, UrlResponse{.statusCode = 204}, std::nullopt));
-    EXPECT_TRUE(session.respond(0, UrlResponse{.statusCode = 200}, std::nullopt));
-    EXPECT_FALSE(session.respond(0, UrlResponse{.statusCode = 200}, std::nullopt)) << "was answered";
-    EXPECT_FALSE(session.respond(2, UrlResponse{.statusCode = 200}, std::nullopt)) << "there is no such request";
-    EXPECT_EQ(first.outcome().status, 200);
-    EXPECT_EQ(second.outcome().status, 204);
 }
 
 }  // namespace
