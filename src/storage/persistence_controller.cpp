@@ -5,7 +5,8 @@
 #include <mutex>
 #include <utility>
 
-#include "storage/diagnostics.h"
+#include "platform/diagnostics.h"
+#include "storage/fatal_stop.h"
 #include "tarvex/data_entry.h"
 
 namespace tarvex {
@@ -117,7 +118,7 @@ std::expected<void, platform::StoreError> PersistenceController::save(Millisecon
 void PersistenceController::commit(Milliseconds wait) {
     auto saved = save(wait);
     for (int tries = 1; !saved; ++tries) {
-        printLine("[ ERROR ] Could not save data " + saved.error().description);
+        platform::writeOutputLine("[ ERROR ] Could not save data " + saved.error().description);
         // A store that somebody removed or replaced is made again at once.
         if (saved.error().cause != platform::StoreError::Cause::moved || tries > 1) return;
         saved = save(wait);

@@ -1,6 +1,5 @@
 #include "platform/camera/camera_face_tracking.h"
 
-#include <iostream>
 #include <utility>
 
 #include "platform/camera/calibrated_finder.h"
@@ -8,6 +7,7 @@
 #include "platform/camera/capture/camera_scene_view.h"
 #include "platform/camera/vision/face_locator.h"
 #include "platform/camera/vision/face_models.h"
+#include "platform/diagnostics.h"
 
 namespace tarvex::camera {
 namespace {
@@ -63,7 +63,8 @@ CameraFaceTracking::~CameraFaceTracking() {
 bool CameraFaceTracking::isSupported() const {
     const auto usable = checkOptions(*options_);
     if (usable) return true;
-    if (!saidWhyNot_.exchange(true)) std::cerr << "Tarvex: distances cannot be measured: " + usable.error() + "\n";
+    if (!saidWhyNot_.exchange(true))
+        platform::writeErrorLine("Tarvex: distances cannot be measured: " + usable.error());
     return false;
 }
 

@@ -3,10 +3,11 @@
 #include <gtk/gtk.h>
 #include <link.h>
 
-#include <iostream>
 #include <set>
 #include <string>
 #include <string_view>
+
+#include "tarvex/platform/diagnostics.h"
 
 namespace tarvex::gtk {
 
@@ -26,7 +27,7 @@ bool otherMajorVersionIsLoaded() {
 
 void sayOnce(const std::string& reason) {
     static std::set<std::string> said;
-    if (said.insert(reason).second) std::cerr << "Tarvex: GTK 4 cannot be used: " + reason + "\n";
+    if (said.insert(reason).second) platform::writeErrorLine("Tarvex: GTK 4 cannot be used: " + reason);
 }
 
 }  // namespace

@@ -3,10 +3,10 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <iostream>
 #include <system_error>
 #include <utility>
 
+#include "platform/diagnostics.h"
 #include "platform/posix/library_thread.h"
 
 namespace tarvex::camera {
@@ -20,7 +20,7 @@ constexpr auto stall = 2s;
 constexpr auto exitGrace = 2s;
 
 void sayThatNothingIsMeasured(const std::string& why) {
-    std::cerr << "Tarvex: no distance is measured: " + why + "\n";
+    platform::writeErrorLine("Tarvex: no distance is measured: " + why);
 }
 
 }  // namespace

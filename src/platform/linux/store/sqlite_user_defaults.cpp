@@ -1,8 +1,8 @@
 #include "platform/linux/store/sqlite_user_defaults.h"
 
-#include <iostream>
 #include <utility>
 
+#include "platform/diagnostics.h"
 #include "platform/linux/store/sqlite_transaction.h"
 #include "platform/linux/store/truth_of_text.h"
 
@@ -210,7 +210,7 @@ void SqliteUserDefaults::finish(const std::expected<void, StoreError>& outcome) 
     // By the next use the file may be writable. Otherwise it stays open: what it holds can be read.
     if (connection_ && connection_->readOnly()) connection_.reset();
     if (!std::exchange(reported_, true))
-        std::cerr << "Tarvex: user defaults are kept in memory for now: " + outcome.error().description + "\n";
+        writeErrorLine("Tarvex: user defaults are kept in memory for now: " + outcome.error().description);
 }
 
 }  // namespace tarvex::platform

@@ -1,15 +1,14 @@
-#include "storage/diagnostics.h"
+#include "platform/diagnostics.h"
 
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <ctime>
-#include <iostream>
 #include <string_view>
+#include <utility>
 
-namespace tarvex {
+namespace tarvex::platform {
 
 namespace {
 
@@ -38,21 +37,24 @@ private:
     bool wasPending_ = false;
 };
 
-}  // namespace
-
-void fatalStop(const std::string& message) {
-    std::cerr << "Fatal error: " + message + ": file PersistenceController\n" << std::flush;
-    std::abort();
-}
-
-void printLine(std::string line) noexcept {
+void write(int descriptor, std::string line) {
     const NoBrokenPipeSignal silence;
     line += '\n';
     for (std::string_view rest = line; !rest.empty();) {
-        const ssize_t written = ::write(STDOUT_FILENO, rest.data(), rest.size());
+        const ssize_t written = ::write(descriptor, rest.data(), rest.size());
         if (written < 0 && errno != EINTR) return;
         if (written > 0) rest.remove_prefix(static_cast<std::size_t>(written));
     }
 }
 
-}  // namespace tarvex
+}  // namespace
+
+void writeOutputLine(std::string line) noexcept {
+    write(STDOUT_FILENO, std::move(line));
+}
+
+void writeErrorLine(std::string line) noexcept {
+    write(STDERR_FILENO, std::move(line));
+}
+
+}  // namespace tarvex::platform
