@@ -82,7 +82,7 @@ public:
     Conversation(const ThreadContext& context, GCancellable* cancellable, std::chrono::milliseconds busTimeLimit)
         : cancellable_(cancellable), busTimeLimit_(busTimeLimit) {
         const Text address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable_, nullptr));
-        if (!address) return;
+        if (!address || g_dbus_is_supported_address(address.get(), nullptr) == 0) return;
         // NOLINTNEXTLINE(clang-analyzer-optin.core.EnumCastOutOfRange): an enumeration of bits
         const auto flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
