@@ -44,8 +44,10 @@ std::optional<LightReading> IioLightSensor::read() {
 
 std::optional<IioLightSensor::Device> IioLightSensor::deviceAt(const std::filesystem::path& path) {
     std::unique_ptr<DIR, CloseDirectory> directory(opendir(path.c_str()));
+    if (!directory) return std::nullopt;
+    const int file = dirfd(directory.get());
     struct stat status{};
-    if (!directory || fstat(dirfd(directory.get()), &status) != 0) return std::nullopt;
+    if (file < 0 || fstat(file, &status) != 0) return std::nullopt;
     LightSensorLayout::Names names;
     while (const dirent* entry = readdir(directory.get()))
         if (const std::string_view name = entry->d_name; name.starts_with("in_")) names.emplace(name);
