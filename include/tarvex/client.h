@@ -111,8 +111,8 @@ public:
     void shareTrackingData(bool deleteIfSuccessfull, ShareCompletion completion);
 
     /// Deletes every stored sample, for good: no byte of one stays in the store's files. While another process holds
-    /// the store open, those bytes go as soon as it lets them. Samples that wait for a commit that works are not stored
-    /// yet: they stay.
+    /// the store open, those bytes go as soon as it lets them, and on a full disk nothing is deleted until then.
+    /// Samples that wait for a commit that works are not stored yet: they stay.
     void deleteTrackingData();
 
     /// How many samples are stored, those included that wait for a commit that works; 0 when counting fails.

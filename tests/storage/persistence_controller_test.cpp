@@ -195,8 +195,8 @@ TEST_F(PersistenceControllerTest, StoresNothingIntoFilesThatWereRemovedOrReplace
             stored.push_back(sample.data.at("lux"));
         EXPECT_EQ(stored, found);
         happens();
-        EXPECT_EQ(store.countTrackingData(), found.size() - 1);
         EXPECT_THAT(test::documentOf(store).trackingData, SizeIs(found.size() - 1));
+        EXPECT_EQ(store.countTrackingData(), found.size() - 1);
     }
 }
 

@@ -120,7 +120,6 @@ std::expected<SqliteManagedObjectContext::Subject, StoreError> SqliteManagedObje
     const FetchRequest& request) {
     const auto entity = entityNamed(request.entityName);
     if (!entity) return std::unexpected(StoreError{.description = "no entity " + request.entityName, .userInfo = "[]"});
-    if (database_ && database_->connection->hasMoved()) leave();
     auto opened = database();
     if (!opened) return std::unexpected(std::move(opened.error()));
     return Subject{**opened, *entity};
@@ -131,6 +130,12 @@ std::optional<std::size_t> SqliteManagedObjectContext::entityNamed(std::string_v
         std::ranges::find(model_.entities, name, [](const auto& entity) { return std::string_view(entity.name); });
     if (found == model_.entities.end()) return std::nullopt;
     return static_cast<std::size_t>(found - model_.entities.begin());
+}
+
+/// Before records are read or deleted: those of a file that somebody has removed are nobody's. A count, which is made
+/// all the time, notices with the next sample.
+void SqliteManagedObjectContext::leaveIfMoved() {
+    if (database_ && database_->connection->hasMoved()) leave();
 }
 
 /// Closes a database whose files are no longer the store's, and touches nothing that lies in their place.
@@ -189,6 +194,7 @@ std::expected<void, StoreError> SqliteManagedObjectContext::write(const Pending&
 
 std::expected<void, StoreError> SqliteManagedObjectContext::fetch(const FetchRequest& request,
                                                                   const RowVisitor& visit) {
+    leaveIfMoved();
     const auto from = subject(request);
     if (!from) return std::unexpected(from.error());
     const std::vector<std::size_t> wanted = wantedAttributes(request, model_.entities[from->entity]);
@@ -235,6 +241,7 @@ std::size_t SqliteManagedObjectContext::fetchSizeBound(const FetchRequest& reque
     std::size_t bound = 0;
     for (const Pending& record : pending_)
         bound += byteCount(*record.object);
+    leaveIfMoved();
     const auto from = subject(request);
     if (!from) return bound;
     const auto pages =
@@ -262,6 +269,7 @@ std::expected<SqliteManagedObjectContext::Stored, StoreError> SqliteManagedObjec
 }
 
 std::expected<void, StoreError> SqliteManagedObjectContext::batchDelete(const FetchRequest& request) {
+    leaveIfMoved();
     const auto from = subject(request);
     if (!from) return std::unexpected(from.error());
     auto deleted = deleteStored(*from);

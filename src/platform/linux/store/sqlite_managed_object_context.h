@@ -75,6 +75,7 @@ private:
     std::expected<Database*, StoreError> database();
     std::expected<Subject, StoreError> subject(const FetchRequest& request);
     std::optional<std::size_t> entityNamed(std::string_view name) const;
+    void leaveIfMoved();
     void leave();
 
     static std::expected<void, StoreError> write(const Pending& record, Database& database);
