@@ -25,11 +25,9 @@ constexpr Milliseconds exitPatience = 250ms;
 }  // namespace
 
 PersistenceController& PersistenceController::shared() {
-    static PersistenceController& instance = [] -> PersistenceController& {
-        static auto& controller = *new PersistenceController(platform::Platform::current());
-        std::atexit([] { controller.savePending(exitPatience); });
-        return controller;
-    }();
+    static PersistenceController& instance = *new PersistenceController(platform::Platform::current());
+    static const int registered = std::atexit([] { instance.savePending(exitPatience); });
+    static_cast<void>(registered);
     return instance;
 }
 
