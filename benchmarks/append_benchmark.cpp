@@ -9,9 +9,9 @@
 #include <cstring>
 
 #include "benchmark_store.h"
-#include "platform/platform.h"
 #include "sensors/ambient_light_tracking.h"
 #include "storage/persistence_controller.h"
+#include "tarvex/platform/platform.h"
 
 namespace tarvex::benchmarks {
 

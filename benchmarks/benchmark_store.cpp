@@ -7,8 +7,8 @@
 #include <iostream>
 #include <sstream>
 
-#include "platform/platform.h"
 #include "storage/persistence_controller.h"
+#include "tarvex/platform/platform.h"
 
 namespace tarvex::benchmarks {
 

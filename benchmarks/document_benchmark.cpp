@@ -7,8 +7,8 @@
 
 #include "benchmark_memory.h"
 #include "benchmark_store.h"
-#include "platform/platform.h"
 #include "storage/persistence_controller.h"
+#include "tarvex/platform/platform.h"
 
 namespace tarvex::benchmarks {
 

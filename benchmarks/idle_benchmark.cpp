@@ -8,9 +8,9 @@
 #include <string>
 
 #include "benchmark_store.h"
-#include "platform/platform.h"
 #include "process_figures.h"
 #include "tarvex/client.h"
+#include "tarvex/platform/platform.h"
 
 namespace tarvex::benchmarks {
 

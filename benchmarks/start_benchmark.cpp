@@ -11,9 +11,9 @@
 #include <optional>
 
 #include "benchmark_store.h"
-#include "platform/platform.h"
 #include "process_figures.h"
 #include "tarvex/client.h"
+#include "tarvex/platform/platform.h"
 
 namespace tarvex::benchmarks {
 

@@ -8,8 +8,8 @@
 #include <string>
 
 #include "benchmark_store.h"
-#include "platform/platform.h"
 #include "storage/persistence_controller.h"
+#include "tarvex/platform/platform.h"
 
 namespace tarvex::benchmarks {
 

@@ -9,8 +9,8 @@
 
 #include "benchmark_memory.h"
 #include "benchmark_store.h"
-#include "platform/linux/network/curl_url_session.h"
-#include "platform/linux/network/scripted_tls_server.h"
+#include "platform/curl/curl_url_session.h"
+#include "platform/curl/scripted_tls_server.h"
 #include "self_signed_certificate.h"
 
 namespace tarvex::benchmarks {

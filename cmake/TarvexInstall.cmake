@@ -18,10 +18,6 @@ endfunction()
 
 install(DIRECTORY include/tarvex TYPE INCLUDE FILES_MATCHING PATTERN "*.h")
 install(FILES "${PROJECT_BINARY_DIR}/include/tarvex/version.h" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tarvex")
-foreach(folder platform testing)
-    file(GLOB headers CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/src/${folder}/*.h")
-    install(FILES ${headers} DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tarvex/${folder}")
-endforeach()
 install(FILES src/storage/TrackingDataContainer.momd DESTINATION "${CMAKE_INSTALL_DATADIR}/tarvex")
 
 install(TARGETS tarvex EXPORT TarvexTargets)

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "platform/linux/host/property_list.h"
+#include "platform/plist/property_list.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto list = tarvex::platform::PropertyList::parse({reinterpret_cast<const char*>(data), size});

@@ -10,8 +10,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/linux/sensor/light_sensor_layout.h"
-#include "platform/linux/sensor/sensor_attribute.h"
+#include "platform/iio/light_sensor_layout.h"
+#include "platform/iio/sensor_attribute.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "platform/linux/simdjson_coder.h"
+#include "platform/json/simdjson_coder.h"
 #include "storage/tracking_data.h"
 
 namespace {

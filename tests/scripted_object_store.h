@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/object_store.h"
 #include "prelude.h"
 #include "tarvex/data_entry.h"
+#include "tarvex/platform/object_store.h"
 
 namespace tarvex::test {
 

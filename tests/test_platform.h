@@ -1,15 +1,15 @@
 #pragma once
 
-#include "platform/platform.h"
 #include "prelude.h"
 #include "storage/persistence_controller.h"
 #include "storage/tracking_data.h"
-#include "testing/manual_clock.h"
-#include "testing/manual_dispatch_queues.h"
-#include "testing/manual_timer_scheduler.h"
-#include "testing/memory_user_defaults.h"
-#include "testing/recording_url_session.h"
-#include "testing/scripted_light_sensor.h"
+#include "tarvex/platform/platform.h"
+#include "tarvex/testing/manual_clock.h"
+#include "tarvex/testing/manual_dispatch_queues.h"
+#include "tarvex/testing/manual_timer_scheduler.h"
+#include "tarvex/testing/memory_user_defaults.h"
+#include "tarvex/testing/recording_url_session.h"
+#include "tarvex/testing/scripted_light_sensor.h"
 
 namespace tarvex::test {
 

@@ -9,7 +9,7 @@
 
 #include "benchmark_memory.h"
 #include "platform/camera/camera_face_tracking.h"
-#include "platform/linux/glm_scene_graph.h"
+#include "platform/portable/glm_scene_graph.h"
 
 namespace tarvex::benchmarks {
 namespace {

@@ -8,8 +8,8 @@
 #include "client/tracking_sessions.h"
 #include "client/user_identifier.h"
 #include "consent/view_factories.h"
-#include "platform/platform.h"
 #include "storage/persistence_controller.h"
+#include "tarvex/platform/platform.h"
 
 namespace tarvex {
 

@@ -7,7 +7,7 @@
 #include <thread>
 #include <utility>
 
-#include "client/host_callback.h"
+#include "values/host_callback.h"
 
 namespace tarvex {
 

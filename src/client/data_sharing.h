@@ -5,9 +5,9 @@
 #include <optional>
 #include <string_view>
 
-#include "platform/platform.h"
 #include "storage/persistence_controller.h"
 #include "tarvex/client.h"
+#include "tarvex/platform/platform.h"
 
 namespace tarvex {
 

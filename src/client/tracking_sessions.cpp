@@ -9,9 +9,9 @@
 #include <utility>
 
 #include "client/consent_key.h"
-#include "client/host_callback.h"
-#include "platform/diagnostics.h"
 #include "tarvex/ambient_light_sensor.h"
+#include "tarvex/platform/diagnostics.h"
+#include "values/host_callback.h"
 
 namespace tarvex {
 

@@ -9,11 +9,11 @@
 #include <unordered_map>
 #include <vector>
 
-#include "platform/platform.h"
 #include "sensors/ambient_light_tracking.h"
 #include "sensors/distance_tracking.h"
 #include "storage/persistence_controller.h"
 #include "tarvex/client.h"
+#include "tarvex/platform/platform.h"
 
 namespace tarvex {
 

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/platform.h"
+#include "tarvex/platform/platform.h"
 
 namespace tarvex {
 

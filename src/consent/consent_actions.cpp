@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "client/consent_key.h"
-#include "client/host_callback.h"
+#include "values/host_callback.h"
 
 namespace tarvex {
 

@@ -3,10 +3,10 @@
 #include <functional>
 #include <vector>
 
-#include "platform/application.h"
-#include "platform/capture_device.h"
-#include "platform/user_defaults.h"
 #include "tarvex/data_reader.h"
+#include "tarvex/platform/application.h"
+#include "tarvex/platform/capture_device.h"
+#include "tarvex/platform/user_defaults.h"
 #include "tarvex/url.h"
 
 namespace tarvex {

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "consent/consent_actions.h"
-#include "platform/platform.h"
+#include "tarvex/platform/platform.h"
 
 namespace tarvex {
 namespace {

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/platform.h"
 #include "tarvex/data_reader.h"
 #include "tarvex/information_view.h"
+#include "tarvex/platform/platform.h"
 #include "tarvex/url.h"
 #include "tarvex/view.h"
 

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/platform.h"
+#include "tarvex/platform/platform.h"
 
 namespace tarvex {
 

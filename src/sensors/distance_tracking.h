@@ -3,8 +3,8 @@
 #include <memory>
 #include <optional>
 
-#include "platform/platform.h"
 #include "storage/persistence_controller.h"
+#include "tarvex/platform/platform.h"
 #include "tarvex/view.h"
 
 namespace tarvex {

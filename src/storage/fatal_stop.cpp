@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "platform/diagnostics.h"
+#include "tarvex/platform/diagnostics.h"
 
 namespace tarvex {
 

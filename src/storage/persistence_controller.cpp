@@ -5,9 +5,9 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/diagnostics.h"
 #include "storage/fatal_stop.h"
 #include "tarvex/data_entry.h"
+#include "tarvex/platform/diagnostics.h"
 
 namespace tarvex {
 

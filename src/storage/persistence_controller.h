@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/platform.h"
 #include "storage/fair_mutex.h"
 #include "storage/tracking_data.h"
 #include "tarvex/data_reader.h"
+#include "tarvex/platform/platform.h"
 #include "tarvex/uuid.h"
 
 namespace tarvex {

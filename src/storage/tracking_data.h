@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/byte_buffer.h"
-#include "platform/json.h"
+#include "tarvex/platform/byte_buffer.h"
+#include "tarvex/platform/json.h"
 
 namespace tarvex {
 

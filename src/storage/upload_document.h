@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/byte_buffer.h"
-#include "platform/json.h"
+#include "tarvex/platform/byte_buffer.h"
+#include "tarvex/platform/json.h"
 
 namespace tarvex {
 

@@ -1,8 +1,8 @@
-#include "testing/loopback_url_session.h"
+#include "tarvex/testing/loopback_url_session.h"
 
 #include <utility>
 
-#include "platform/linux/network/curl_url_session.h"
+#include "platform/curl/curl_url_session.h"
 
 namespace tarvex::testing {
 

@@ -1,9 +1,9 @@
-#include "testing/manual_dispatch_queues.h"
+#include "tarvex/testing/manual_dispatch_queues.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "platform/linux/loop/saturating_sum.h"
+#include "platform/glib/saturating_sum.h"
 
 namespace tarvex::testing {
 

@@ -1,4 +1,4 @@
-#include "testing/manual_run_loop.h"
+#include "tarvex/testing/manual_run_loop.h"
 
 #include <utility>
 

@@ -1,11 +1,11 @@
-#include "testing/manual_timer_scheduler.h"
+#include "tarvex/testing/manual_timer_scheduler.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <utility>
 
-#include "platform/linux/loop/saturating_sum.h"
+#include "platform/glib/saturating_sum.h"
 
 namespace tarvex::testing {
 

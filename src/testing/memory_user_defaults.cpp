@@ -1,6 +1,6 @@
-#include "testing/memory_user_defaults.h"
+#include "tarvex/testing/memory_user_defaults.h"
 
-#include "platform/linux/store/truth_of_text.h"
+#include "platform/sqlite/truth_of_text.h"
 
 namespace tarvex::testing {
 

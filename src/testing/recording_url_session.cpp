@@ -1,4 +1,4 @@
-#include "testing/recording_url_session.h"
+#include "tarvex/testing/recording_url_session.h"
 
 #include <atomic>
 #include <mutex>

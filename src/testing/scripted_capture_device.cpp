@@ -1,4 +1,4 @@
-#include "testing/scripted_capture_device.h"
+#include "tarvex/testing/scripted_capture_device.h"
 
 #include <utility>
 

@@ -1,4 +1,4 @@
-#include "testing/scripted_face_tracking.h"
+#include "tarvex/testing/scripted_face_tracking.h"
 
 #include <utility>
 

@@ -1,4 +1,4 @@
-#include "testing/scripted_light_sensor.h"
+#include "tarvex/testing/scripted_light_sensor.h"
 
 #include <algorithm>
 #include <mutex>

@@ -1,8 +1,8 @@
 #include "client/data_sharing.h"
 
 #include "client/user_identifier.h"
-#include "platform/linux/store/sample_store.h"
-#include "platform/linux/store/sqlite_user_defaults.h"
+#include "platform/sqlite/sample_store.h"
+#include "platform/sqlite/sqlite_user_defaults.h"
 #include "prelude.h"
 #include "scripted_object_store.h"
 #include "test_platform.h"

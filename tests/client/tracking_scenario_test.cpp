@@ -2,9 +2,9 @@
 
 #include "platform/camera/capture/camera_scene_view.h"
 #include "platform/camera/scripted_frame_source.h"
-#include "platform/linux/loop/glib_timer_scheduler.h"
-#include "platform/linux/portal_capture_device.h"
-#include "platform/linux/sensor/sensor_tree.h"
+#include "platform/glib/glib_timer_scheduler.h"
+#include "platform/iio/sensor_tree.h"
+#include "platform/portal/portal_capture_device.h"
 #include "prelude.h"
 #include "tarvex/client.h"
 #include "test_platform.h"

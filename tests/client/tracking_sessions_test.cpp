@@ -1,9 +1,9 @@
 #include "client/tracking_sessions.h"
 
-#include "platform/linux/store/sample_store.h"
+#include "platform/sqlite/sample_store.h"
 #include "prelude.h"
+#include "tarvex/testing/scripted_face_tracking.h"
 #include "test_platform.h"
-#include "testing/scripted_face_tracking.h"
 
 namespace tarvex {
 

@@ -1,11 +1,11 @@
 #include "consent/consent_actions.h"
 #include "consent/view_factories.h"
-#include "platform/linux/headless_view_toolkit.h"
-#include "platform/linux/host/plist_bundles.h"
+#include "platform/plist/plist_bundles.h"
+#include "platform/portable/headless_view_toolkit.h"
 #include "prelude.h"
-#include "testing/memory_user_defaults.h"
-#include "testing/recording_application.h"
-#include "testing/scripted_capture_device.h"
+#include "tarvex/testing/memory_user_defaults.h"
+#include "tarvex/testing/recording_application.h"
+#include "tarvex/testing/scripted_capture_device.h"
 
 namespace tarvex {
 namespace {

@@ -1,7 +1,7 @@
 #include "tarvex/ambient_light_sensor.h"
 
-#include "platform/linux/sensor/iio_hid_event_system.h"
-#include "platform/linux/sensor/sensor_tree.h"
+#include "platform/iio/iio_hid_event_system.h"
+#include "platform/iio/sensor_tree.h"
 #include "prelude.h"
 #include "sensors/ambient_light_tracking.h"
 #include "test_platform.h"

@@ -1,8 +1,8 @@
 #include "sensors/distance_tracking.h"
 
 #include "prelude.h"
+#include "tarvex/testing/scripted_face_tracking.h"
 #include "test_platform.h"
-#include "testing/scripted_face_tracking.h"
 
 namespace tarvex {
 

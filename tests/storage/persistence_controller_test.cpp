@@ -5,7 +5,7 @@
 #include <csignal>
 
 #include "child_process.h"
-#include "platform/linux/store/sample_store.h"
+#include "platform/sqlite/sample_store.h"
 #include "prelude.h"
 #include "scripted_object_store.h"
 #include "tarvex/data_entry.h"

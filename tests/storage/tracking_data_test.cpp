@@ -1,6 +1,6 @@
 #include "storage/tracking_data.h"
 
-#include "platform/linux/simdjson_coder.h"
+#include "platform/json/simdjson_coder.h"
 #include "prelude.h"
 
 namespace tarvex {

@@ -1,9 +1,9 @@
 // The example collector and the transport that hosts reach it with, end to end.
 
-#include "testing/loopback_url_session.h"
+#include "tarvex/testing/loopback_url_session.h"
 
 #include "collector.h"
-#include "platform/linux/network/posted_request.h"
+#include "platform/curl/posted_request.h"
 #include "prelude.h"
 
 namespace tarvex::testing {

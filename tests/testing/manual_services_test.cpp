@@ -1,8 +1,8 @@
 // What the library's own tests, which use all doubles, do not show of them.
 
 #include "prelude.h"
-#include "testing/manual_dispatch_queues.h"
-#include "testing/manual_timer_scheduler.h"
+#include "tarvex/testing/manual_dispatch_queues.h"
+#include "tarvex/testing/manual_timer_scheduler.h"
 
 namespace tarvex::testing {
 namespace {

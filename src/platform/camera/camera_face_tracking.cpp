@@ -7,7 +7,7 @@
 #include "platform/camera/capture/camera_scene_view.h"
 #include "platform/camera/vision/face_locator.h"
 #include "platform/camera/vision/face_models.h"
-#include "platform/diagnostics.h"
+#include "tarvex/platform/diagnostics.h"
 
 namespace tarvex::camera {
 namespace {

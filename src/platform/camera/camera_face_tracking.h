@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "platform/camera/capture/camera_capture.h"
-#include "platform/face_tracking.h"
 #include "tarvex/camera.h"
+#include "tarvex/platform/face_tracking.h"
 
 namespace tarvex::camera {
 

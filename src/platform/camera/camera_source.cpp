@@ -6,7 +6,7 @@
 
 #include "platform/camera/capture/camera_name.h"
 #include "platform/camera/capture/gst_frame_source.h"
-#include "platform/posix/video_devices.h"
+#include "platform/portal/video_devices.h"
 
 namespace tarvex::camera {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/diagnostics.h"
+#include "tarvex/platform/diagnostics.h"
 
 #include <unistd.h>
 

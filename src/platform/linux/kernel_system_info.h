@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "platform/system_info.h"
+#include "tarvex/platform/system_info.h"
 
 namespace tarvex::platform {
 

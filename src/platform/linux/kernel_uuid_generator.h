@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/uuid_generator.h"
+#include "tarvex/platform/uuid_generator.h"
 
 namespace tarvex::platform {
 

@@ -2,7 +2,7 @@
 
 #include "platform/camera/capture/camera_scene_view.h"
 #include "platform/camera/scripted_frame_source.h"
-#include "platform/linux/glm_scene_graph.h"
+#include "platform/portable/glm_scene_graph.h"
 #include "prelude.h"
 
 namespace tarvex::camera {

@@ -1,12 +1,12 @@
 #include "platform/camera/recorded_video.h"
 #include "platform/camera/scripted_frame_source.h"
-#include "platform/linux/glm_scene_graph.h"
+#include "platform/portable/glm_scene_graph.h"
 #include "prelude.h"
 #include "sensors/distance_tracking.h"
 #include "storage/persistence_controller.h"
 #include "storage/tracking_data.h"
 #include "tarvex/camera.h"
-#include "testing/manual_dispatch_queues.h"
+#include "tarvex/testing/manual_dispatch_queues.h"
 
 namespace tarvex {
 

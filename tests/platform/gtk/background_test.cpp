@@ -5,9 +5,9 @@
 #include "platform/gtk/gtk_view_toolkit.h"
 #include "prelude.h"
 #include "tarvex/gtk.h"
+#include "tarvex/testing/recording_application.h"
+#include "tarvex/testing/scripted_capture_device.h"
 #include "test_platform.h"
-#include "testing/recording_application.h"
-#include "testing/scripted_capture_device.h"
 
 namespace tarvex {
 namespace {

@@ -1,14 +1,14 @@
 // The consent screen under real clicks and keys.
 
 #include "consent_window.h"
-#include "platform/linux/scripted_portal.h"
+#include "platform/portal/scripted_portal.h"
 #include "prelude.h"
 #include "session_bus.h"
 #include "tarvex/client.h"
 #include "tarvex/gtk.h"
+#include "tarvex/testing/recording_application.h"
+#include "tarvex/testing/scripted_capture_device.h"
 #include "test_platform.h"
-#include "testing/recording_application.h"
-#include "testing/scripted_capture_device.h"
 
 namespace tarvex {
 namespace {

@@ -1,9 +1,9 @@
 // The study application as a process of its own, driven like a person does it, sharing with the collector.
 
 #include "consent_window.h"
-#include "platform/platform.h"
 #include "prelude.h"
 #include "tarvex/data_entry.h"
+#include "tarvex/platform/platform.h"
 #include "virtual_screen.h"
 
 namespace tarvex {

@@ -6,8 +6,8 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/diagnostics.h"
-#include "platform/posix/library_thread.h"
+#include "platform/shared/library_thread.h"
+#include "tarvex/platform/diagnostics.h"
 
 namespace tarvex::camera {
 namespace {

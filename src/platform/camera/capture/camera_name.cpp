@@ -7,7 +7,7 @@
 #include <cstring>
 #include <system_error>
 
-#include "platform/posix/file_descriptor.h"
+#include "platform/shared/file_descriptor.h"
 
 namespace tarvex::camera {
 namespace {

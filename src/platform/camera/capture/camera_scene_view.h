@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "platform/camera/capture/camera_capture.h"
-#include "platform/face_tracking.h"
+#include "tarvex/platform/face_tracking.h"
 
 namespace tarvex::camera {
 

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "platform/face_tracking.h"
+#include "tarvex/platform/face_tracking.h"
 
 namespace tarvex::camera {
 

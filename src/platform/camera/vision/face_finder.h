@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "platform/camera/vision/frame.h"
-#include "platform/face_tracking.h"
+#include "tarvex/platform/face_tracking.h"
 
 namespace tarvex::camera {
 

@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "platform/camera/vision/face_mesh.h"
-#include "platform/face_tracking.h"
+#include "tarvex/platform/face_tracking.h"
 
 namespace tarvex::camera {
 

@@ -1,0 +1,150 @@
+#pragma once
+
+#include <atomic>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "tarvex/export.h"
+#include "tarvex/platform/application.h"
+#include "tarvex/platform/bundle.h"
+#include "tarvex/platform/capture_device.h"
+#include "tarvex/platform/clock.h"
+#include "tarvex/platform/dispatch.h"
+#include "tarvex/platform/face_tracking.h"
+#include "tarvex/platform/hid_event_system.h"
+#include "tarvex/platform/json.h"
+#include "tarvex/platform/notification_center.h"
+#include "tarvex/platform/object_store.h"
+#include "tarvex/platform/run_loop.h"
+#include "tarvex/platform/scene.h"
+#include "tarvex/platform/system_info.h"
+#include "tarvex/platform/timer.h"
+#include "tarvex/platform/url_session.h"
+#include "tarvex/platform/user_defaults.h"
+#include "tarvex/platform/uuid_generator.h"
+#include "tarvex/platform/view_toolkit.h"
+
+namespace tarvex::platform {
+
+/// What `Platform::makeLinux` does not take from the system; a relative path is made absolute at once.
+struct LinuxOptions {
+    /// Where the samples and the user defaults lie; default: the XDG data home's folder that the host's bundle names.
+    std::optional<std::filesystem::path> dataDirectory = std::nullopt;
+
+    /// Where Info.plist lies; default: the directory of the executable, else ../share/<executable's name>/ beside it.
+    std::optional<std::filesystem::path> bundleDirectory = std::nullopt;
+
+    /// The tree of the light sensors; default: the kernel's, /sys/bus/iio/devices.
+    std::optional<std::filesystem::path> sensorRoot = std::nullopt;
+};
+
+/// The services that the library is built on: all that it knows of the system it runs on.
+///
+/// A host that is content with Linux as it finds it never meets this class. One that brings a service of its own
+/// makes a platform, sets the service, and installs it before anything uses the library:
+///
+///     auto platform = Platform::makeLinux();
+///     platform->setUrlSession(std::make_unique<MyUrlSession>());
+///     if (!Platform::install(std::move(platform))) …
+///
+/// The services are owned by the platform and live as long as the process once it is installed. Those that `makeLinux`
+/// built on one another stay so: its dispatch queues use its own main loop and its data directory its own bundles, also
+/// when these are replaced. Getters may be called from any thread; setters only while nothing else uses the platform.
+class TARVEX_EXPORT Platform {
+public:
+    /// The services as Linux has them, for `install`. Nothing is opened or written before one of them is used.
+    static std::unique_ptr<Platform> makeLinux(LinuxOptions options = {});
+
+    /// The platform of the process: the installed one, else `makeLinux()`. Thread-safe.
+    static Platform& current();
+
+    /// Makes `platform` the current one; false, and nothing changed, once any service of the current one was used.
+    [[nodiscard]] static bool install(std::unique_ptr<Platform> platform);
+
+    Platform() = default;
+    ~Platform();
+    Platform(const Platform&) = delete;
+    Platform& operator=(const Platform&) = delete;
+
+    UserDefaults& userDefaults() { return use(userDefaults_); }
+    NotificationCenter& notificationCenter() { return use(notificationCenter_); }
+    RunLoop& mainRunLoop() { return use(mainRunLoop_); }
+    TimerScheduler& timerScheduler() { return use(timerScheduler_); }
+    DispatchQueues& dispatchQueues() { return use(dispatchQueues_); }
+    Bundles& bundles() { return use(bundles_); }
+    UrlSession& urlSession() { return use(urlSession_); }
+    HidEventSystem& hidEventSystem() { return use(hidEventSystem_); }
+    ObjectStore& objectStore() { return use(objectStore_); }
+    JsonCoder& jsonCoder() { return use(jsonCoder_); }
+    SystemInfo& systemInfo() { return use(systemInfo_); }
+    Clock& clock() { return use(clock_); }
+    UuidGenerator& uuidGenerator() { return use(uuidGenerator_); }
+    FaceTracking& faceTracking() { return use(faceTracking_); }
+    SceneGraph& sceneGraph() { return use(sceneGraph_); }
+    Application& application() { return use(application_); }
+    CaptureDevice& captureDevice() { return use(captureDevice_); }
+    ViewToolkit& viewToolkit() { return use(viewToolkit_); }
+
+    void setUserDefaults(std::unique_ptr<UserDefaults> service) { replace(userDefaults_, std::move(service)); }
+    void setNotificationCenter(std::unique_ptr<NotificationCenter> service) {
+        replace(notificationCenter_, std::move(service));
+    }
+    void setMainRunLoop(std::unique_ptr<RunLoop> service) { replace(mainRunLoop_, std::move(service)); }
+    void setTimerScheduler(std::unique_ptr<TimerScheduler> service) { replace(timerScheduler_, std::move(service)); }
+    void setDispatchQueues(std::unique_ptr<DispatchQueues> service) { replace(dispatchQueues_, std::move(service)); }
+    void setBundles(std::unique_ptr<Bundles> service) { replace(bundles_, std::move(service)); }
+    void setUrlSession(std::unique_ptr<UrlSession> service) { replace(urlSession_, std::move(service)); }
+    void setHidEventSystem(std::unique_ptr<HidEventSystem> service) { replace(hidEventSystem_, std::move(service)); }
+    void setObjectStore(std::unique_ptr<ObjectStore> service) { replace(objectStore_, std::move(service)); }
+    void setJsonCoder(std::unique_ptr<JsonCoder> service) { replace(jsonCoder_, std::move(service)); }
+    void setSystemInfo(std::unique_ptr<SystemInfo> service) { replace(systemInfo_, std::move(service)); }
+    void setClock(std::unique_ptr<Clock> service) { replace(clock_, std::move(service)); }
+    void setUuidGenerator(std::unique_ptr<UuidGenerator> service) { replace(uuidGenerator_, std::move(service)); }
+    void setFaceTracking(std::unique_ptr<FaceTracking> service) { replace(faceTracking_, std::move(service)); }
+    void setSceneGraph(std::unique_ptr<SceneGraph> service) { replace(sceneGraph_, std::move(service)); }
+    void setApplication(std::unique_ptr<Application> service) { replace(application_, std::move(service)); }
+    void setCaptureDevice(std::unique_ptr<CaptureDevice> service) { replace(captureDevice_, std::move(service)); }
+    void setViewToolkit(std::unique_ptr<ViewToolkit> service) { replace(viewToolkit_, std::move(service)); }
+
+private:
+    template <typename Service>
+    Service& use(const std::unique_ptr<Service>& service) {
+        used_.store(true, std::memory_order_relaxed);
+        return *service;
+    }
+
+    // A replaced service stays alive: another one may have been built on it.
+    template <typename Service>
+    void replace(std::unique_ptr<Service>& slot, std::unique_ptr<Service> service) {
+        if (slot) replaced_.push_back(std::shared_ptr<Service>(std::move(slot)));
+        slot = std::move(service);
+    }
+
+    std::atomic<bool> used_ = false;
+    std::vector<std::shared_ptr<void>> replaced_;
+
+    std::unique_ptr<UserDefaults> userDefaults_;
+    std::unique_ptr<NotificationCenter> notificationCenter_;
+    std::unique_ptr<RunLoop> mainRunLoop_;
+    std::unique_ptr<TimerScheduler> timerScheduler_;
+    std::unique_ptr<DispatchQueues> dispatchQueues_;
+    std::unique_ptr<Bundles> bundles_;
+    std::unique_ptr<UrlSession> urlSession_;
+    std::unique_ptr<HidEventSystem> hidEventSystem_;
+    std::unique_ptr<ObjectStore> objectStore_;
+    std::unique_ptr<JsonCoder> jsonCoder_;
+    std::unique_ptr<SystemInfo> systemInfo_;
+    std::unique_ptr<Clock> clock_;
+    std::unique_ptr<UuidGenerator> uuidGenerator_;
+    std::unique_ptr<SceneGraph> sceneGraph_;
+    std::unique_ptr<Application> application_;
+    std::unique_ptr<CaptureDevice> captureDevice_;
+    std::unique_ptr<ViewToolkit> viewToolkit_;
+    // Last, so that it goes first: its thread uses the others until then.
+    std::unique_ptr<FaceTracking> faceTracking_;
+};
+
+}  // namespace tarvex::platform

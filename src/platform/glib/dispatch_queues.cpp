@@ -1,0 +1,84 @@
+#include "platform/glib/dispatch_queues.h"
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <system_error>
+#include <utility>
+
+#include "platform/glib/saturating_sum.h"
+#include "platform/shared/library_thread.h"
+#include "tarvex/platform/run_loop.h"
+
+namespace tarvex::platform {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+Clock::time_point deadlineAfter(std::chrono::nanoseconds delay) {
+    return Clock::time_point(saturatingSum(Clock::now().time_since_epoch(), delay));
+}
+
+}  // namespace
+
+class LinuxDispatchQueues::DelayedBlocks {
+public:
+    void add(Clock::time_point deadline, std::function<void()> block) {
+        const std::lock_guard lock(mutex_);
+        if (!block) return;
+        blocks_.emplace(deadline, std::move(block));
+        changed_.notify_one();
+    }
+
+    void runUntil(const std::stop_token& stop) {
+        while (const std::function<void()> block = waitForNext(stop))
+            block();
+    }
+
+private:
+    /// The block whose deadline came; empty once `stop` is requested.
+    std::function<void()> waitForNext(const std::stop_token& stop) {
+        std::unique_lock lock(mutex_);
+        while (!stop.stop_requested()) {
+            if (blocks_.empty()) {
+                changed_.wait(lock, stop, [this] { return !blocks_.empty(); });
+                continue;
+            }
+            const Clock::time_point deadline = blocks_.begin()->first;
+            if (deadline <= Clock::now()) return std::move(blocks_.extract(blocks_.begin()).mapped());
+            changed_.wait_until(lock, stop, deadline,
+                                [&] { return blocks_.empty() || blocks_.begin()->first < deadline; });
+        }
+        return nullptr;
+    }
+
+    std::mutex mutex_;
+    std::condition_variable_any changed_;
+    std::multimap<Clock::time_point, std::function<void()>> blocks_;  // equal deadlines keep the order of the calls
+};
+
+LinuxDispatchQueues::LinuxDispatchQueues(RunLoop& main) : main_(main), delayed_(std::make_unique<DelayedBlocks>()) {}
+
+LinuxDispatchQueues::~LinuxDispatchQueues() = default;
+
+void LinuxDispatchQueues::mainAsync(std::function<void()> block) {
+    main_.perform(std::move(block));
+}
+
+void LinuxDispatchQueues::backgroundAfter(std::chrono::nanoseconds delay, std::function<void()> block) {
+    delayed_->add(deadlineAfter(delay), std::move(block));
+    try {
+        std::call_once(started_, [this] {
+            thread_ = std::jthread([this](const std::stop_token& stop) {
+                beginLibraryThread("tarvex-delayed");
+                delayed_->runUntil(stop);
+            });
+        });
+    } catch (const std::system_error&) {
+        // No thread is to be had: the block waits for the next call, which tries again.
+        return;
+    }
+}
+
+}  // namespace tarvex::platform

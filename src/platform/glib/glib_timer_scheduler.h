@@ -1,0 +1,19 @@
+#pragma once
+
+#include "tarvex/platform/timer.h"
+
+namespace tarvex::platform {
+
+/// Repeating timers on GLib: on the calling thread's thread-default context, else on the default one, which the main
+/// thread iterates.
+///
+/// Deadlines lie on the grid `start + n × interval` of the monotonic clock, whatever time the blocks take: a deadline
+/// that passes while the block runs, or while the loop is held up, is skipped. Intervals below a millisecond are
+/// limited to it. A tick does not interrupt itself: while its block runs the loop, the timer pauses. A block that
+/// throws ends the process.
+class GLibTimerScheduler final : public TimerScheduler {
+public:
+    [[nodiscard]] std::shared_ptr<Timer> scheduledTimer(double interval, std::function<void()> block) override;
+};
+
+}  // namespace tarvex::platform

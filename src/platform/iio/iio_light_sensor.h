@@ -1,0 +1,51 @@
+#pragma once
+
+#include <dirent.h>
+#include <sys/types.h>
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "platform/iio/light_reading.h"
+#include "platform/iio/light_sensor_layout.h"
+
+namespace tarvex::platform {
+
+/// An ambient light sensor of the kernel's industrial I/O tree: a directory of attribute files. Thread-bound.
+///
+/// An attribute that appears counts from the next reading on. One that goes away, with no other in its place, leaves
+/// the sensor without a reading until it is back: the 0 of a number that a device never had would pass for darkness. A
+/// device that goes away and comes back, also as one of another driver, is read again; in between there is no reading.
+class IioLightSensor {
+public:
+    explicit IioLightSensor(std::filesystem::path directory);
+
+    /// Whether the directory has an attribute that a reading is made of; reads none of them.
+    [[nodiscard]] static bool isLightSensor(const std::filesystem::path& directory);
+
+    /// Reads every attribute anew. Absent when the device is gone, or any of its attributes is gone, fails or holds no
+    /// number. All of a reading is of one device and one layout. May block for as long as the driver takes.
+    [[nodiscard]] std::optional<LightReading> read();
+
+private:
+    struct CloseDirectory {
+        void operator()(DIR* directory) const { closedir(directory); }
+    };
+
+    /// A device as it was found. Its directory is kept open: what is read there is its own, also when another device
+    /// has taken its path, and no other one gets its inode.
+    struct Device {
+        std::unique_ptr<DIR, CloseDirectory> directory;
+        std::pair<dev_t, ino_t> inode;
+        LightSensorLayout layout;
+    };
+
+    static std::optional<Device> deviceAt(const std::filesystem::path& path);
+
+    std::filesystem::path directory_;
+    std::optional<Device> device_;
+};
+
+}  // namespace tarvex::platform

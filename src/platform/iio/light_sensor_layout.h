@@ -1,0 +1,54 @@
+#pragma once
+
+#include <array>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "platform/iio/light_reading.h"
+
+namespace tarvex::platform {
+
+/// Which attributes of a device its readings are made of. Drivers differ in what they expose:
+///
+/// | Reading          | Attributes, in the order of preference                                                       |
+/// |------------------|-----------------------------------------------------------------------------------------------|
+/// | lux              | `in_illuminance_input`; (`in_illuminance_raw` + `…_offset`) × `…_scale`; none: 0             |
+/// | channels 0 to 3  | `in_intensity_{red,green,blue,clear}_raw` when the device has any of them                     |
+/// | channels 0 and 1 | otherwise `in_intensity_both_raw`, else `in_intensity_raw`; and `in_intensity_ir_raw`         |
+///
+/// Names may carry an index (`in_illuminance0_input`): the one without an index counts first, then the lowest. A scale
+/// that is missing is 1, an offset 0; either may be shared by all indexes.
+class LightSensorLayout {
+public:
+    using Names = std::set<std::string, std::less<>>;
+    using ReadNumber = std::function<std::optional<double>(const std::string& name)>;
+
+    /// Absent when none of the names is the level or a channel of a light sensor.
+    static std::optional<LightSensorLayout> of(const Names& names);
+
+    /// Whether every number of `earlier` is still made of as much: a level with the scale and the offset that it had,
+    /// each channel. If not, the device has lost an attribute, which must not pass for one it never had.
+    [[nodiscard]] bool hasAllOf(const LightSensorLayout& earlier) const;
+
+    /// Absent when any of the layout's attributes cannot be read or does not fit: half a reading is none.
+    [[nodiscard]] std::optional<LightReading> read(const ReadNumber& number) const;
+
+    friend bool operator==(const LightSensorLayout&, const LightSensorLayout&) = default;
+
+private:
+    using Channels = std::array<std::optional<std::string>, 4>;
+
+    LightSensorLayout() = default;
+
+    [[nodiscard]] std::optional<double> readLux(const ReadNumber& number) const;
+
+    std::optional<std::string> level_;
+    bool levelIsRaw_ = false;
+    std::optional<std::string> offset_;
+    std::optional<std::string> scale_;
+    Channels channels_;
+};
+
+}  // namespace tarvex::platform

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <memory>
+
+#include "tarvex/platform/face_tracking.h"
+
+namespace tarvex::platform {
+
+/// What a host without a face-tracking module can do about faces: nothing.
+class NoFaceTracking final : public FaceTracking {
+public:
+    bool isSupported() const override { return false; }
+    int supportedNumberOfTrackedFaces() const override { return 0; }
+    std::shared_ptr<FaceTrackingSceneView> makeSceneView() override { return nullptr; }
+};
+
+}  // namespace tarvex::platform

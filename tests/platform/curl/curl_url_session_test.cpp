@@ -1,0 +1,388 @@
+#include "platform/curl/curl_url_session.h"
+
+#include <pthread.h>
+
+#include <csignal>
+
+#include "platform/curl/posted_request.h"
+#include "platform/curl/scripted_tls_server.h"
+#include "platform/curl/transfer_patience.h"
+#include "prelude.h"
+
+namespace tarvex::platform {
+namespace {
+
+using collector::SelfSignedCertificate;
+using std::chrono::milliseconds;
+using test::bodyOf;
+using test::certificate;
+using test::PostedRequest;
+using test::request;
+using test::ScriptedTlsServer;
+using test::TlsConnection;
+using ::testing::ContainsRegex;
+using Kind = ScriptedTlsServer::Kind;
+using Script = ScriptedTlsServer::Script;
+
+constexpr std::size_t megabyte = 1'000'000;
+constexpr const char* okay = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
+
+std::unique_ptr<CurlUrlSession> sessionFor(std::uint16_t port, std::optional<std::string> trusted) {
+    return std::make_unique<CurlUrlSession>(CurlTransportOptions{
+        .trustedCertificatesPem = std::move(trusted),
+        .connectTo = CurlTransportOptions::ConnectTo{
+            .host = "backend.example", .port = 443, .targetHost = "127.0.0.1", .targetPort = port}});
+}
+
+std::unique_ptr<CurlUrlSession> sessionFor(const ScriptedTlsServer& server) {
+    return sessionFor(server.port(), certificate().pem());
+}
+
+PostedRequest::Outcome outcomeOf(CurlUrlSession& session, UrlRequest request = test::request(bodyOf("{}"))) {
+    return PostedRequest(session, std::move(request)).outcome();
+}
+
+UrlRequest refusedRequest() {
+    return request(bodyOf("{}"), 60s, "http://backend.example/tracking");
+}
+
+// Takes in a request whose body is the two bytes that most tests send.
+void readRequest(TlsConnection& client) {
+    client.readHead();
+    client.read(2);
+}
+
+Script answering(std::string text) {
+    return [text = std::move(text)](TlsConnection& client) {
+        readRequest(client);
+        client.write(text);
+        client.close();
+    };
+}
+
+// Sends the piece again and again, until the client goes away.
+Script repeating(std::string first, std::string piece, milliseconds pause) {
+    return [=](TlsConnection& client) {
+        readRequest(client);
+        client.write(first);
+        while (client.write(piece))
+            std::this_thread::sleep_for(pause);
+    };
+}
+
+std::shared_ptr<const ByteBuffer> largeBody(std::size_t size) {
+    auto body = std::make_shared<ByteBuffer>();
+    std::uint32_t noise = 1;
+    for (char& byte : body->spare(size).first(size))
+        byte = static_cast<char>((noise = noise * 1664525U + 1013904223U) >> 24U);
+    body->extend(size);
+    return body;
+}
+
+}  // namespace
+
+TEST(CurlUrlSession, SendsTheRequestByteForByteAndNothingElse) {
+    for (const auto& body : {bodyOf("{}"), bodyOf(""), largeBody(64 * megabyte)}) {
+        std::string head;
+        bool identical = false;
+        const ScriptedTlsServer server(certificate(), [&](TlsConnection& client) {
+            head = client.readHead();
+            identical = client.read(body->size()) == body->view();
+            client.write(okay);
+        });
+        EXPECT_EQ(outcomeOf(*sessionFor(server), request(body)).status, 200);
+        EXPECT_TRUE(identical);
+        EXPECT_EQ(head,
+                  "POST /tracking HTTP/1.1\r\n"
+                  "Host: backend.example\r\n"
+                  "Content-Type: application/json\r\n"
+                  "Content-Length: " +
+                      std::to_string(body->size()) + "\r\n\r\n");
+    }
+}
+
+TEST(CurlUrlSession, DeliversTheStatusOfTheFinalAnswer) {
+    using Case = std::pair<const char*, int>;
+    for (const auto& [answer, status] :
+         {Case{"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello", 200},
+          Case{"HTTP/1.1 200 OK\r\n\r\nas long as the connection", 200},
+          Case{"HTTP/1.1 201 Created\r\nContent-Length: 0\r\n\r\n", 201},
+          Case{"HTTP/1.1 301 Moved\r\nLocation: https://backend.example/else\r\n\r\n", 301},
+          Case{"HTTP/1.1 401 No\r\nWWW-Authenticate: Basic\r\nContent-Length: 0\r\n\r\n", 401},
+          Case{"HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 204 No Content\r\n\r\n", 204},
+          Case{"HTTP/1.1 103 Early Hints\r\n\r\nHTTP/1.1 500 Oops\r\nContent-Length: 0\r\n\r\n", 500}}) {
+        SCOPED_TRACE(answer);
+        const ScriptedTlsServer server(certificate(), answering(answer));
+        const auto outcome = outcomeOf(*sessionFor(server));
+        EXPECT_EQ(outcome.status, status);
+        EXPECT_THAT(outcome.error, IsEmpty());
+        EXPECT_EQ(server.clients(), 1) << "nothing is followed, and nothing is sent twice";
+    }
+}
+
+TEST(CurlUrlSession, ReportsAnAnswerThatIsNoneInCurlsWords) {
+    using Case = std::tuple<const char*, Script, const char*>;
+    for (const auto& [what, script, error] :
+         {Case{"broken off before the answer", readRequest, "Empty reply from server"},
+          Case{"broken off while the body is sent", [](TlsConnection& client) { client.readHead(); }, ""},
+          Case{"not HTTP", answering("220 mail.example ESMTP\r\n"), "Received HTTP/0.9 when not allowed"},
+          Case{"an interim answer only", answering("HTTP/1.1 100 Continue\r\n\r\n"), "Empty reply from server"},
+          Case{"another protocol", answering("HTTP/1.1 101 Switching Protocols\r\n\r\nhello"),
+               "Server returned nothing (no headers, no data)"},
+          Case{"a body that is too short", answering("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n1234"),
+               "transfer closed with 5 bytes remaining to read"},
+          Case{"a head without an end",
+               repeating("HTTP/1.1 200 OK\r\n", "X-Filler: " + std::string(1000, 'x') + "\r\n", 0ms), ""}}) {
+        SCOPED_TRACE(what);
+        const ScriptedTlsServer server(certificate(), script);
+        const auto outcome = outcomeOf(*sessionFor(server));
+        EXPECT_FALSE(outcome.hasResponse);
+        EXPECT_THAT(outcome.error, HasSubstr(error));
+        EXPECT_THAT(outcome.error, Not(IsEmpty()));
+    }
+}
+
+TEST(CurlUrlSession, TalksOnlyToAServerAndAProxyWhoseCertificateAndProtocolAreRight) {
+    struct Case {
+        const char* what;
+        bool named;
+        SelfSignedCertificate::Validity validity;
+        bool trusted;
+        Kind kind;
+        const char* error;
+    };
+    const TemporaryDirectory directory;
+    const auto file = directory.path() / "certificate.pem";
+    for (const bool proxy : {false, true}) {
+        for (const Case& c :
+             {Case{"right", true, {}, true, Kind::current, ""},
+              Case{"wrong name", false, {}, true, Kind::current, "no alternative certificate subject name"},
+              Case{"expired", true, {-48h, -24h}, true, Kind::current, "certificate has expired"},
+              Case{"from tomorrow", true, {24h, 48h}, true, Kind::current, "not yet valid"},
+              Case{"trusted by variables only", true, {}, false, Kind::current, "self-signed certificate"},
+              Case{"old TLS", true, {}, true, Kind::onlyTls11, "protocol version|unsupported protocol"}}) {
+            SCOPED_TRACE(std::string(c.what) + (proxy ? ", a proxy" : ", a server"));
+            const std::string host = proxy ? "localhost" : "backend.example";
+            const SelfSignedCertificate presented(c.named ? host : "other.example", c.validity);
+            writeFile(file, presented.pem());
+            for (const char* variable : {"SSL_CERT_FILE", "CURL_CA_BUNDLE"})
+                setenv(variable, file.c_str(), 1);
+            setenv("SSL_CERT_DIR", directory.path().c_str(), 1);
+            const auto trusted = c.trusted ? std::optional(presented.pem()) : std::nullopt;
+            std::string received;
+            PostedRequest::Outcome outcome;
+            {
+                const auto script = [&](TlsConnection& client) {
+                    received = client.readHead();
+                    client.write(okay);
+                };
+                const ScriptedTlsServer server(presented, script, c.kind);
+                setenv("https_proxy", ("https://localhost:" + std::to_string(server.port())).c_str(), 1);
+                auto session = sessionFor(server.port(), trusted);
+                if (proxy) session = std::make_unique<CurlUrlSession>(CurlTransportOptions{trusted, std::nullopt});
+                outcome = outcomeOf(*session, request(bodyOf("")));
+            }
+            const bool right = std::string_view(c.error).empty();
+            EXPECT_EQ(outcome.hasResponse, right && !proxy) << "this proxy's tunnel leads nowhere";
+            EXPECT_THAT(outcome.error, ContainsRegex(c.error));
+            EXPECT_EQ(received.substr(0, received.find("\r\n")), !right  ? ""
+                                                                 : proxy ? "CONNECT backend.example:443 HTTP/1.1"
+                                                                         : "POST /tracking HTTP/1.1")
+                << "who is not trusted gets to see nothing";
+        }
+    }
+}
+
+TEST(CurlUrlSession, AnEarlyAnswerCountsUnlessItIsSuccess) {
+    const auto body = largeBody(60 * megabyte);
+    const auto outcomeOfEarly = [&](const std::string& answer) {
+        const ScriptedTlsServer server(certificate(), [&](TlsConnection& client) {
+            client.readHead();
+            client.read(20'000);
+            client.write(answer);
+            client.close();
+            client.waitForEnd();
+        });
+        return outcomeOf(*sessionFor(server), request(body));
+    };
+    const auto accepted = outcomeOfEarly("HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+    EXPECT_FALSE(accepted.hasResponse);
+    EXPECT_EQ(accepted.error, "The server answered before the whole body was sent");
+    EXPECT_EQ(outcomeOfEarly("HTTP/1.1 413 Too Large\r\nContent-Length: 0\r\n\r\n").status, 413);
+    EXPECT_EQ(outcomeOfEarly("HTTP/1.1 201 Created\r\nContent-Length: 0\r\nConnection: close\r\n\r\n").status, 201);
+}
+
+TEST(CurlUrlSession, EndsWhenNothingMoves) {
+    const auto waits = [](TlsConnection& client) { client.waitForEnd(); };
+    // An answer that trickles in does not keep the upload alive.
+    const auto tricklesBeforeTheBody = [](TlsConnection& client) {
+        client.readHead();
+        while (client.write("HTTP/1.1 102 Processing\r\n\r\n"))
+            std::this_thread::sleep_for(50ms);
+    };
+    const auto stopsWithinTheAnswer = [](TlsConnection& client) {
+        readRequest(client);
+        client.write("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n12");
+        client.waitForEnd();
+    };
+    struct Case {
+        const char* what;
+        Kind kind;
+        Script script;
+        std::size_t bodySize;
+        const char* error;
+    };
+    for (const Case& c : {Case{"a handshake", Kind::silent, waits, 2, "SSL connection timeout"},
+                          Case{"an answer", Kind::current, waits, 8 * megabyte, "Timeout was reached"},
+                          Case{"a body", Kind::current, tricklesBeforeTheBody, 8 * megabyte, "Timeout was reached"},
+                          Case{"the rest of an answer", Kind::current, stopsWithinTheAnswer, 2, "Timeout was reached"},
+                          Case{"a final answer", Kind::current, repeating("", "HTTP/1.1 102 Processing\r\n\r\n", 50ms),
+                               2, "Timeout was reached"}}) {
+        SCOPED_TRACE(c.what);
+        const ScriptedTlsServer server(certificate(), c.script, c.kind);
+        const auto outcome = outcomeOf(*sessionFor(server), request(largeBody(c.bodySize), 300ms));
+        EXPECT_FALSE(outcome.hasResponse);
+        EXPECT_THAT(outcome.error, HasSubstr(c.error));
+    }
+}
+
+// The kernel's buffer holds most of this body: only what the server acknowledges tells that it still moves.
+TEST(CurlUrlSession, GoesOnAsLongAsTheServerTakesInTheBody) {
+    const auto body = largeBody(4 * megabyte);
+    const ScriptedTlsServer server(certificate(), [&](TlsConnection& client) {
+        client.readHead();
+        for (std::size_t taken = 0; taken < body->size(); taken += 64'000) {
+            client.read(std::min<std::size_t>(64'000, body->size() - taken));
+            std::this_thread::sleep_for(50ms);
+        }
+        client.write(okay);
+    });
+    EXPECT_EQ(outcomeOf(*sessionFor(server), request(body, 1s)).status, 200);
+}
+
+TEST(CurlUrlSession, CutsOffAnAnswerThatDoesNotEnd) {
+    const std::string piece(100'000, 'x');
+    std::size_t sent = 0;
+    {
+        const ScriptedTlsServer flood(certificate(), [&](TlsConnection& client) {
+            readRequest(client);
+            client.write("HTTP/1.1 200 OK\r\n\r\n");
+            while (client.write(piece))
+                sent += piece.size();
+        });
+        EXPECT_EQ(outcomeOf(*sessionFor(flood), request(bodyOf("{}"), 10min)).status, 200);
+    }
+    EXPECT_LT(sent, 20 * megabyte) << "a mebibyte, and what the kernel's buffers hold";
+    const ScriptedTlsServer trickle(certificate(), repeating("HTTP/1.1 200 OK\r\n\r\n", "x", 20ms));
+    EXPECT_EQ(outcomeOf(*sessionFor(trickle), request(bodyOf("{}"), 1s)).status, 200);
+}
+
+TEST(TransferPatience, EndsInTimeWhateverTheMomentOfTheLastProgress) {
+    using Verdict = TransferPatience::Verdict;
+    for (auto last = 0ms; last < 3s; last += 100ms) {
+        const TransferPatience::Clock::time_point begin;
+        auto now = begin;
+        TransferPatience patience(60s, begin);
+        while (patience.judge({{now < begin + last ? 0U : 1U, false}}, now) == Verdict::goOn)
+            now = patience.nextLook();
+        EXPECT_TRUE(now - begin >= last + 60s && now - begin <= last + 61s) << last.count();
+        const auto answered = now;
+        for (std::uint64_t moved = 2; patience.judge({{moved, true}}, now) != Verdict::answerTooLong; ++moved)
+            now = patience.nextLook();
+        EXPECT_TRUE(now - answered >= 120s && now - answered <= 121s) << last.count();
+    }
+}
+
+// One thread drives the transfers, and another one calls the handlers: what the server sees while a handler runs.
+TEST(CurlUrlSession, TransfersGoOnWhileAHandlerRunsAndEndWithTheSession) {
+    std::counting_semaphore<> stalled(0);
+    std::counting_semaphore<> closed(0);
+    const ScriptedTlsServer server(certificate(), [&](TlsConnection& client) {
+        if (client.readHead().starts_with("POST /stall ")) {
+            stalled.release();
+        } else {
+            client.read(megabyte);
+            client.write(okay);
+        }
+        client.waitForEnd();
+        closed.release();
+    });
+    auto session = sessionFor(server);
+    const auto body = largeBody(megabyte);
+    const auto stallFor = [&](milliseconds timeout) { return request(body, timeout, "https://backend.example/stall"); };
+    PostedRequest waiting(*session, stallFor(10min));
+    stalled.acquire();
+
+    std::promise<std::thread::id> entered;
+    std::latch left(1);
+    std::deque<PostedRequest> fromTheHandler;
+    const auto task = session->dataTask(request(body), [&](const auto&, const auto&) {
+        fromTheHandler.emplace_back(*session, stallFor(500ms));
+        fromTheHandler.emplace_back(*session, request(body));
+        entered.set_value(std::this_thread::get_id());
+        left.wait();
+    });
+    task->resume();
+    task->resume();
+    const std::thread::id delivery = entered.get_future().get();
+    for (int transfers = 0; transfers < 3; ++transfers)
+        EXPECT_TRUE(closed.try_acquire_for(1min)) << "each connection is closed as soon as its transfer is over";
+    for (const PostedRequest& other : fromTheHandler)
+        EXPECT_FALSE(other.isOver()) << "one handler at a time";
+    left.count_down();
+    const auto late = fromTheHandler[0].outcome();
+    EXPECT_THAT(late.error, HasSubstr("Timeout was reached"));
+    EXPECT_EQ(late.thread, delivery);
+    EXPECT_EQ(fromTheHandler[1].outcome().status, 200);
+
+    EXPECT_FALSE(waiting.isOver());
+    const auto tooLate = session->dataTask(request(body), [](const auto&, const auto&) { FAIL(); });
+    session.reset();
+    tooLate->resume();
+    EXPECT_THROW(waiting.outcome(), std::future_error) << "released without a call";
+    EXPECT_EQ(server.clients(), 4);
+}
+
+TEST(CurlUrlSession, CallsAndReleasesHandlersOnAThreadThatTheHostsSignalsDoNotReach) {
+    CurlUrlSession session;
+    const auto outcome = outcomeOf(session, refusedRequest());
+    EXPECT_THAT(outcome.error, HasSubstr("\"http\" not supported or disabled"));
+    EXPECT_NE(outcome.thread, std::this_thread::get_id());
+
+    bool blocked = false;
+    std::promise<std::thread::id> released;
+    auto refused = refusedRequest();
+    const std::weak_ptr<const ByteBuffer> body = refused.body;
+    std::shared_ptr<void> token(nullptr, [&](void*) { released.set_value(std::this_thread::get_id()); });
+    auto look = [&blocked, token = std::move(token)](const auto&, const auto&) {
+        sigset_t signals;
+        pthread_sigmask(SIG_BLOCK, nullptr, &signals);
+        blocked = sigismember(&signals, SIGTERM) == 1 && sigismember(&signals, SIGPIPE) == 1 &&
+                  sigismember(&signals, SIGSEGV) == 0;
+    };
+    session.dataTask(std::move(refused), std::move(look))->resume();
+    EXPECT_EQ(released.get_future().get(), outcome.thread);
+    EXPECT_TRUE(blocked);
+    EXPECT_TRUE(body.expired());
+}
+
+TEST(CurlUrlSession, AnswersAtOnceWhenTheSystemRefusesAThread) {
+    pthread_attr_t usual;
+    pthread_attr_t impossible;
+    pthread_getattr_default_np(&usual);
+    pthread_attr_init(&impossible);
+    pthread_attr_setstacksize(&impossible, std::size_t{1} << 46U);  // more than an address space holds
+
+    CurlUrlSession session;
+    pthread_setattr_default_np(&impossible);
+    PostedRequest refused(session, request(bodyOf("{}")));
+    pthread_setattr_default_np(&usual);
+    pthread_attr_destroy(&impossible);
+    pthread_attr_destroy(&usual);
+    ASSERT_TRUE(refused.isOver());
+    const auto outcome = refused.outcome();
+    EXPECT_EQ(outcome.thread, std::this_thread::get_id());
+    EXPECT_THAT(outcome.error, HasSubstr("unavailable"));
+}
+
+}  // namespace tarvex::platform

@@ -1,0 +1,112 @@
+// The services that need no more than a few lines.
+
+#include "platform/linux/kernel_uuid_generator.h"
+#include "platform/portable/glm_scene_graph.h"
+#include "platform/portable/local_notification_center.h"
+#include "prelude.h"
+#include "tarvex/platform/byte_buffer.h"
+#include "tarvex/platform/platform.h"
+#include "tarvex/url.h"
+
+namespace tarvex::platform {
+
+TEST(LocalNotificationCenter, CallsTheObserversOfANameInTheirOrderAlsoWhenTheyChange) {
+    LocalNotificationCenter center;
+    std::string calls;
+    NotificationCenter::ObserverToken first{};
+    first = center.addObserverForName("sunset", [&] {
+        calls += 'a';
+        center.removeObserver(first);
+        center.removeObserver(first);
+        std::ignore = center.addObserverForName("sunset", [&] { calls += 'c'; });
+    });
+    std::ignore = center.addObserverForName("sunset", [&] { calls += 'b'; });
+    std::ignore = center.addObserverForName("sunrise", [&] { calls += 'x'; });
+    center.post("sunset");
+    EXPECT_EQ(calls, "ab");
+    center.post("sunset");
+    EXPECT_EQ(calls, "abbc");
+}
+
+TEST(KernelUuidGenerator, MakesDistinctRandomUuids) {
+    const Uuid uuid{{0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
+    EXPECT_EQ(uuid.uuidString(), "00112233-4455-6677-8899-AABBCCDDEEFF");
+    KernelUuidGenerator generator;
+    std::set<std::string> seen;
+    for (int i = 0; i < 1000; ++i) {
+        const std::string text = generator.makeUuid().uuidString();
+        EXPECT_THAT(text, MatchesRegex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}"));
+        EXPECT_TRUE(seen.insert(text).second);
+    }
+}
+
+TEST(Url, TakesAbsoluteUrlsOnly) {
+    for (const char* text :
+         {"https://backend.example/tracking", "mailto:study@example.org", "https://[::1]:8443/a?b#c"})
+        EXPECT_EQ(Url::parse(text).value().string(), text);
+    for (const std::string_view text : {"", "tracking", "/tracking", "//host/path", "https://a b/", "1http://a",
+                                        "https://host:port/", "https://ex\xc3\xa4mple.org/", "https://a/#b#c"})
+        EXPECT_FALSE(Url::parse(text).has_value()) << text;
+    EXPECT_FALSE(Url::parse(std::string_view("https://a/\0b", 12)).has_value());
+}
+
+TEST(ByteBuffer, KeepsItsContentsWhileItGrows) {
+    ByteBuffer buffer;
+    std::string expected;
+    for (int i = 0; i < 5000; ++i) {
+        buffer.append(std::to_string(i));
+        expected += std::to_string(i);
+    }
+    EXPECT_EQ(buffer.view(), expected);
+    buffer.reserve(std::size_t{64} << 20U);
+    EXPECT_EQ(buffer.view(), expected);
+    EXPECT_THROW(buffer.reserve(std::size_t{1} << 62U), std::bad_alloc);
+    EXPECT_EQ(buffer.view(), expected);
+}
+
+TEST(GlmSceneGraph, PlacesNodesInTheWorldThroughTheirParents) {
+    GlmSceneGraph graph;
+    const auto parent = graph.makeReferenceNode();
+    const auto child = graph.makeNode();
+    Transform alongX = Transform::identity();
+    alongX.columns[12] = 5;
+    parent->setTransform({{0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1, 0, 1, 2, 3, 1}});  // a quarter turn, and by (1, 2, 3)
+    child->setTransform(alongX);
+    EXPECT_EQ(child->worldPosition().x, 5);
+
+    parent->addChildNode(child);
+    parent->addChildNode(child);
+    const Position turned = child->worldPosition();
+    EXPECT_FLOAT_EQ(turned.x, 1);
+    EXPECT_FLOAT_EQ(turned.y, 7);
+    EXPECT_FLOAT_EQ(turned.z, 3);
+
+    graph.makeNode()->addChildNode(child);
+    EXPECT_EQ(child->worldPosition().x, 5) << "the new parent alone counts, and it is gone";
+}
+
+TEST(Platform, IsInstalledOnlyBeforeAServiceWasUsed) {
+    const TemporaryDirectory directory;
+    const LinuxOptions options{.dataDirectory = directory.path()};
+    auto first = Platform::makeLinux(options);
+    first->clock();  // not the current one yet: does not count
+    Platform* installed = first.get();
+    EXPECT_TRUE(Platform::install(std::move(first)));
+    EXPECT_EQ(&Platform::current(), installed);
+    EXPECT_FALSE(Platform::install(Platform::makeLinux(options))) << "its clock was used";
+    EXPECT_EQ(&Platform::current(), installed);
+}
+
+TEST(Platform, ReplacesACurrentOneThatNobodyUsed) {
+    Platform& before = Platform::current();
+    auto wanted = Platform::makeLinux();
+    Platform* expected = wanted.get();
+    EXPECT_TRUE(Platform::install(std::move(wanted)));
+    EXPECT_EQ(&Platform::current(), expected);
+    EXPECT_THAT(before.systemInfo().machine(), MatchesRegex("[ -~]+")) << "a reference taken before stays good";
+    const double time = before.clock().secondsSince1970();
+    EXPECT_GT(time, 1.7e9);
+    EXPECT_NE(time, std::floor(time)) << "the fraction of a second is kept";
+}
+
+}  // namespace tarvex::platform
