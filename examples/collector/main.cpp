@@ -4,12 +4,12 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <array>
 #include <csignal>
 #include <exception>
 #include <iostream>
 
-#include "arguments.h"
 #include "collector.h"
 
 namespace {
@@ -42,21 +42,32 @@ void waitForTheEnd(int signals, bool untilEndOfInput) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const auto arguments = collector::Arguments::parse({argv, static_cast<std::size_t>(argc)});
-    if (!arguments) {
-        std::cerr << "collector: " << arguments.error() << '\n' << collector::Arguments::usage;
-        return 2;
+    collector::Collector::Options options{.directory = {}, .host = TARVEX_BACKEND_HOST};
+    bool untilEndOfInput = false;
+    CLI::App app("Plays the research backend on this machine: receives documents over HTTPS, one file for each.");
+    app.add_option("--directory", options.directory, "Directory for certificate.pem, port and documents (required)")
+        ->option_text("DIRECTORY")
+        ->required();
+    app.add_option("--host", options.host, "Backend that the certificate names (" TARVEX_BACKEND_HOST ")")
+        ->option_text("NAME");
+    app.add_option("--status", options.status, "HTTP status that answers a document, 200 to 599 (200)")
+        ->option_text("NUMBER")
+        ->check(CLI::Range(200, 599));
+    app.add_flag("--until-eof", untilEndOfInput, "Ends when standard input ends");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
     }
     const int signals = openSignals();  // before any thread starts: all of them block the signals
     try {
-        const collector::Collector receiver(arguments->collector, [](const auto& document) {
+        const collector::Collector receiver(options, [](const auto& document) {
             std::cout << document.file.filename().string() << ": " << document.bytes << " bytes, " << document.samples
                       << " samples\n"
                       << std::flush;
         });
-        std::cout << "Receiving for " << arguments->collector.host << " on 127.0.0.1:" << receiver.port() << '\n'
-                  << std::flush;
-        waitForTheEnd(signals, arguments->untilEndOfInput);
+        std::cout << "Receiving for " << options.host << " on 127.0.0.1:" << receiver.port() << '\n' << std::flush;
+        waitForTheEnd(signals, untilEndOfInput);
     } catch (const std::exception& error) {
         std::cerr << "collector: " << error.what() << '\n';
         return 1;

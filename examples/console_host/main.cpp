@@ -8,9 +8,11 @@
 #include <tarvex/testing/loopback_url_session.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
@@ -21,7 +23,6 @@
 #include <string>
 #include <vector>
 
-#include "arguments.h"
 #include "light_player.h"
 #include "photographs.h"
 #include "terminal_consent.h"
@@ -35,6 +36,14 @@ using tarvex::DataReader;
 using tarvex::platform::LinuxOptions;
 using tarvex::platform::Platform;
 using tarvex::platform::RunLoop;
+
+struct Arguments {
+    int seconds = 10;
+    std::optional<std::filesystem::path> dataDirectory;
+    std::optional<std::filesystem::path> recording;
+    std::optional<std::filesystem::path> pictureDirectory;
+    std::optional<std::filesystem::path> collectorDirectory;
+};
 
 const std::vector readers{DataReader::ambientLight(1), DataReader::distance(2)};
 
@@ -157,13 +166,27 @@ int run(const Arguments& arguments) {
 }  // namespace console_host
 
 int main(int argc, char** argv) {
-    const auto arguments = console_host::Arguments::parse({argv, static_cast<std::size_t>(argc)});
-    if (!arguments) {
-        std::cerr << arguments.error() << '\n' << console_host::Arguments::usage;
-        return 2;
+    console_host::Arguments arguments;
+    CLI::App app("Samples ambient light and viewing distance, and shares what it stored.");
+    app.add_option("--seconds", arguments.seconds, "Duration of the sampling, 1 to 86400 (10)")
+        ->option_text("NUMBER")
+        ->check(CLI::Range(1, 24 * 60 * 60));
+    app.add_option("--data", arguments.dataDirectory, "Directory for samples and consent (the user's data directory)")
+        ->option_text("DIRECTORY");
+    app.add_option("--recording", arguments.recording, "Day of light to play where the machine has no light sensor")
+        ->option_text("FILE");
+    app.add_option("--pictures", arguments.pictureDirectory, "Photographs to show where the machine has no camera")
+        ->option_text("DIRECTORY");
+    app.add_option("--collector", arguments.collectorDirectory,
+                   "Directory of a running collector, which takes the research backend's place")
+        ->option_text("DIRECTORY");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
     }
     try {
-        return console_host::run(*arguments);
+        return console_host::run(arguments);
     } catch (const std::exception& error) {
         std::cerr << error.what() << '\n';
         return 1;

@@ -7,6 +7,7 @@
 #include <tarvex/platform/platform.h>
 #include <tarvex/testing/loopback_url_session.h>
 
+#include <CLI/CLI.hpp>
 #include <chrono>
 #include <exception>
 #include <filesystem>
@@ -30,45 +31,10 @@ using tarvex::platform::LinuxOptions;
 using tarvex::platform::Platform;
 
 struct Options {
-    std::optional<std::string> data;
-    std::optional<std::string> recording;
-    std::optional<std::string> pictures;
-    std::optional<std::string> collector;
-
-    static Options parse(int argc, char** argv) {
-        char* data = nullptr;
-        char* recording = nullptr;
-        char* pictures = nullptr;
-        char* collector = nullptr;
-        const GOptionEntry entries[] = {
-            {"data", 0, 0, G_OPTION_ARG_FILENAME, static_cast<void*>(&data), "Where samples and consent are kept",
-             "DIRECTORY"},
-            {"recording", 0, 0, G_OPTION_ARG_FILENAME, static_cast<void*>(&recording),
-             "A day of light to play instead of the sensor", "FILE"},
-            {"pictures", 0, 0, G_OPTION_ARG_FILENAME, static_cast<void*>(&pictures),
-             "Photographs of faces to look at where there is no camera", "DIRECTORY"},
-            {"collector", 0, 0, G_OPTION_ARG_FILENAME, static_cast<void*>(&collector),
-             "Post to the collector on this machine that runs on that directory", "DIRECTORY"},
-            {}};
-        GOptionContext* context = g_option_context_new("– a small study of light and viewing distance");
-        g_option_context_add_main_entries(context, entries, nullptr);
-        GError* error = nullptr;
-        const bool parsed = g_option_context_parse(context, &argc, &argv, &error) != 0;
-        g_option_context_free(context);
-        if (!parsed) throw std::runtime_error(error->message);
-        return {.data = taken(data),
-                .recording = taken(recording),
-                .pictures = taken(pictures),
-                .collector = taken(collector)};
-    }
-
-private:
-    static std::optional<std::string> taken(char* text) {
-        if (text == nullptr) return std::nullopt;
-        std::string words = text;
-        g_free(text);
-        return words;
-    }
+    std::optional<std::filesystem::path> data;
+    std::optional<std::filesystem::path> recording;
+    std::optional<std::filesystem::path> pictures;
+    std::optional<std::filesystem::path> collector;
 };
 
 std::string contents(const std::filesystem::path& path) {
@@ -78,16 +44,15 @@ std::string contents(const std::filesystem::path& path) {
 }
 
 void installPlatform(const Options& options, const light_player::LightPlayer* player) {
-    LinuxOptions places;
-    if (options.data) places.dataDirectory = *options.data;
+    LinuxOptions places{.dataDirectory = options.data};
     if (player != nullptr) places.sensorRoot = player->root();
     auto platform = Platform::makeLinux(std::move(places));
     tarvex::gtk::addTo(*platform);
     tarvex::camera::addTo(*platform, photographs::cameraOrPhotographs(options.pictures));
     if (options.collector) {
-        const std::filesystem::path directory = *options.collector;
-        const auto port = static_cast<std::uint16_t>(std::stoi(contents(directory / "port")));
-        platform->setUrlSession(tarvex::testing::makeLoopbackUrlSession(port, contents(directory / "certificate.pem")));
+        const auto port = static_cast<std::uint16_t>(std::stoi(contents(*options.collector / "port")));
+        platform->setUrlSession(
+            tarvex::testing::makeLoopbackUrlSession(port, contents(*options.collector / "certificate.pem")));
     }
     if (!Platform::install(std::move(platform)))
         throw std::runtime_error("Something used the library before its platform was installed.");
@@ -108,8 +73,7 @@ void useIcon() {
                                    (ownResources() / "icons").c_str());
 }
 
-int run(int argc, char** argv) {
-    const Options options = Options::parse(argc, argv);
+int run(const Options& options) {
     std::unique_ptr<light_player::LightPlayer> player;
     if (options.recording)
         player = std::make_unique<light_player::LightPlayer>(*options.recording, std::chrono::minutes(2));
@@ -140,8 +104,24 @@ int run(int argc, char** argv) {
 }  // namespace gtk_host
 
 int main(int argc, char** argv) {
+    gtk_host::Options options;
+    CLI::App app("A small study of light and viewing distance, in a window.");
+    app.add_option("--data", options.data, "Directory for samples and consent (the user's data directory)")
+        ->option_text("DIRECTORY");
+    app.add_option("--recording", options.recording, "Day of light to play instead of reading the light sensor")
+        ->option_text("FILE");
+    app.add_option("--pictures", options.pictures, "Photographs to show where the machine has no camera")
+        ->option_text("DIRECTORY");
+    app.add_option("--collector", options.collector,
+                   "Directory of a running collector, which takes the research backend's place")
+        ->option_text("DIRECTORY");
     try {
-        return gtk_host::run(argc, argv);
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
+    try {
+        return gtk_host::run(options);
     } catch (const std::exception& error) {
         std::cerr << error.what() << '\n';
         return 1;

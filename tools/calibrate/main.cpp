@@ -1,12 +1,9 @@
 // Calibrates a camera: a person holds still at a known distance, and what the camera reads is set right from then on.
 
-#include <charconv>
+#include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
-#include <optional>
-#include <span>
 #include <string>
-#include <string_view>
 
 #include "calibrate/calibration.h"
 #include "platform/camera/calibrated_finder.h"
@@ -18,42 +15,11 @@
 namespace tarvex::camera {
 namespace {
 
-constexpr const char* usage =
-    "usage: tarvex-calibrate --distance-cm NUMBER [--seconds N] [--device NODE]\n"
-    "  --distance-cm NUMBER  how far the eyes are from the camera, by a ruler (10 to 200)\n"
-    "  --seconds N           how long to measure (5)\n"
-    "  --device NODE         the camera (the first one)\n"
-    "Look at the camera from that distance and hold still. The factor is stored for this user,\n"
-    "for the camera and the size of its frames.\n";
-
 struct Arguments {
     double centimetres = 0;
     int seconds = 5;
     CameraDevice device;
 };
-
-template <typename Number>
-bool read(std::string_view text, Number least, Number most, Number& number) {
-    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return failure == std::errc() && end == text.data() + text.size() && number >= least && number <= most;
-}
-
-std::optional<Arguments> parse(std::span<char*> words) {
-    Arguments arguments;
-    if (words.size() % 2 != 1) return std::nullopt;
-    for (std::size_t place = 1; place < words.size(); place += 2) {
-        const std::string_view name = words[place];
-        const std::string_view value = words[place + 1];
-        if (name == "--device") {
-            arguments.device.node = value;
-        } else if (name == "--distance-cm") {
-            if (!read(value, 10.0, 200.0, arguments.centimetres)) return std::nullopt;
-        } else if (name != "--seconds" || !read(value, 1, 60, arguments.seconds)) {
-            return std::nullopt;
-        }
-    }
-    return arguments.centimetres > 0 ? std::optional(arguments) : std::nullopt;
-}
 
 int fail(const std::string& why) {
     std::fprintf(stderr, "Not calibrated: %s\n", why.c_str());
@@ -96,10 +62,26 @@ int calibrate(const Arguments& arguments) {
 }  // namespace tarvex::camera
 
 int main(int argc, char** argv) {
-    const auto arguments = tarvex::camera::parse({argv, static_cast<std::size_t>(argc)});
-    if (!arguments) {
-        std::fputs(tarvex::camera::usage, stderr);
-        return 2;
+    tarvex::camera::Arguments arguments;
+    CLI::App app(
+        "Calibrates a camera: look at it from a known distance and hold still.\n"
+        "The factor is stored for this user, for the camera and the size of its frames.");
+    app.add_option("--distance-cm", arguments.centimetres,
+                   "Distance of the eyes from the camera, by a ruler, 10 to 200 (required)")
+        ->option_text("NUMBER")
+        ->required();
+    app.add_option("--seconds", arguments.seconds, "Duration of the measurement, 1 to 60 (5)")
+        ->option_text("NUMBER")
+        ->check(CLI::Range(1, 60));
+    app.add_option("--device", arguments.device.node, "Device node of the camera (the first camera)")
+        ->option_text("NODE");
+    try {
+        app.parse(argc, argv);
+        // Not by a range check, which takes "nan".
+        if (!(arguments.centimetres >= 10 && arguments.centimetres <= 200))
+            throw CLI::ValidationError("--distance-cm", "the number must be from 10 to 200");
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
     }
-    return tarvex::camera::calibrate(*arguments);
+    return tarvex::camera::calibrate(arguments);
 }
