@@ -26,7 +26,8 @@ gboolean countReleases(GtkEventControllerLegacy*, GdkEvent* event, gpointer) {
 void actAndWait(const std::vector<std::string>& command) {
     const int before = releases;
     VirtualScreen::run(command);
-    runUntil([before] { return releases != before; });
+    if (!runUntil([before] { return releases != before; }))
+        throw std::runtime_error("no window received: " + command.back());
     runFor(50ms);
 }
 

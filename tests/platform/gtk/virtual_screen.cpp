@@ -69,9 +69,12 @@ VirtualScreen::VirtualScreen() {
     if (display == ":") throw std::runtime_error("the X server gives no display");
     ::setenv("DISPLAY", display.c_str(), 1);
 
-    windowManager_ = start({"openbox", "--sm-disable"});
-    for (int tries = 0; tries < 200 && run({"xdotool", "get_num_desktops"}).empty(); ++tries)
+    // Until its start is complete, it takes the focus from windows that are shown meanwhile.
+    const std::filesystem::path started = home_.path() / "started";
+    windowManager_ = start({"openbox", "--sm-disable", "--startup", "touch " + started.string()});
+    for (int tries = 0; tries < 1000 && !std::filesystem::exists(started); ++tries)
         g_usleep(20'000);
+    if (!std::filesystem::exists(started)) throw std::runtime_error("the window manager does not start");
 }
 
 VirtualScreen::~VirtualScreen() = default;
