@@ -9,7 +9,6 @@
 
 #include "benchmark_memory.h"
 #include "platform/camera/camera_face_tracking.h"
-#include "platform/portable/glm_scene_graph.h"
 
 namespace tarvex::benchmarks {
 namespace {
@@ -22,7 +21,7 @@ public:
     explicit FirstFace(platform::FaceTrackingSession& session) : session_(session) {}
 
     std::shared_ptr<platform::SceneNode> nodeForAnchor(const platform::Anchor& /*anchor*/) override {
-        return graph_.makeNode();
+        return std::make_shared<platform::SceneNode>();
     }
 
     void didUpdateNode(platform::SceneNode& /*node*/, const platform::Anchor& /*anchor*/) override {
@@ -35,7 +34,6 @@ public:
 
 private:
     platform::FaceTrackingSession& session_;
-    platform::GlmSceneGraph graph_;
     std::promise<std::int64_t> memory_;
 };
 

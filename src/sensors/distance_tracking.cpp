@@ -50,7 +50,7 @@ void DistanceTracking::beginMeasurement(const std::shared_ptr<View>& view) {
 
 std::shared_ptr<platform::SceneNode> DistanceTracking::nodeForAnchor(const platform::Anchor& anchor) {
     if (!anchor.face) return nullptr;
-    contentNode_ = platform_.sceneGraph().makeReferenceNode();
+    contentNode_ = std::make_shared<platform::SceneNode>();
     contentNode_->addChildNode(rightEyeNode());
     contentNode_->addChildNode(leftEyeNode());
     return contentNode_;
@@ -74,12 +74,12 @@ void DistanceTracking::recordEyeDistances() {
 }
 
 const std::shared_ptr<platform::SceneNode>& DistanceTracking::rightEyeNode() {
-    if (!rightEyeNode_) rightEyeNode_ = platform_.sceneGraph().makeNode();
+    if (!rightEyeNode_) rightEyeNode_ = std::make_shared<platform::SceneNode>();
     return rightEyeNode_;
 }
 
 const std::shared_ptr<platform::SceneNode>& DistanceTracking::leftEyeNode() {
-    if (!leftEyeNode_) leftEyeNode_ = platform_.sceneGraph().makeNode();
+    if (!leftEyeNode_) leftEyeNode_ = std::make_shared<platform::SceneNode>();
     return leftEyeNode_;
 }
 

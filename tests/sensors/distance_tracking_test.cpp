@@ -111,7 +111,8 @@ TEST_F(DistanceTrackingTest, IgnoresAnchorsThatAreNoFaceAndPausesThreeSecondsAft
     tracking->beginMeasurement(hostView);
     const Anchor wall{.transform = at(0, 0, -2), .face = std::nullopt};
     EXPECT_EQ(scene->addAnchor(wall), nullptr);
-    scene->updateAnchor(*platform->sceneGraph().makeNode(), wall);
+    platform::SceneNode node;
+    scene->updateAnchor(node, wall);
     platform.dispatchQueues->advance(2999ms);
     EXPECT_TRUE(scene->isRunning());
     tracking->beginMeasurement(hostView);

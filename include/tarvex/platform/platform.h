@@ -19,7 +19,6 @@
 #include "tarvex/platform/notification_center.h"
 #include "tarvex/platform/object_store.h"
 #include "tarvex/platform/run_loop.h"
-#include "tarvex/platform/scene.h"
 #include "tarvex/platform/system_info.h"
 #include "tarvex/platform/timer.h"
 #include "tarvex/platform/url_session.h"
@@ -83,7 +82,6 @@ public:
     Clock& clock() { return use(clock_); }
     UuidGenerator& uuidGenerator() { return use(uuidGenerator_); }
     FaceTracking& faceTracking() { return use(faceTracking_); }
-    SceneGraph& sceneGraph() { return use(sceneGraph_); }
     Application& application() { return use(application_); }
     CaptureDevice& captureDevice() { return use(captureDevice_); }
     ViewToolkit& viewToolkit() { return use(viewToolkit_); }
@@ -104,7 +102,6 @@ public:
     void setClock(std::unique_ptr<Clock> service) { replace(clock_, std::move(service)); }
     void setUuidGenerator(std::unique_ptr<UuidGenerator> service) { replace(uuidGenerator_, std::move(service)); }
     void setFaceTracking(std::unique_ptr<FaceTracking> service) { replace(faceTracking_, std::move(service)); }
-    void setSceneGraph(std::unique_ptr<SceneGraph> service) { replace(sceneGraph_, std::move(service)); }
     void setApplication(std::unique_ptr<Application> service) { replace(application_, std::move(service)); }
     void setCaptureDevice(std::unique_ptr<CaptureDevice> service) { replace(captureDevice_, std::move(service)); }
     void setViewToolkit(std::unique_ptr<ViewToolkit> service) { replace(viewToolkit_, std::move(service)); }
@@ -139,7 +136,6 @@ private:
     std::unique_ptr<SystemInfo> systemInfo_;
     std::unique_ptr<Clock> clock_;
     std::unique_ptr<UuidGenerator> uuidGenerator_;
-    std::unique_ptr<SceneGraph> sceneGraph_;
     std::unique_ptr<Application> application_;
     std::unique_ptr<CaptureDevice> captureDevice_;
     std::unique_ptr<ViewToolkit> viewToolkit_;

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <memory>
+#include <vector>
 
 #include "tarvex/export.h"
 
@@ -22,28 +23,27 @@ struct Position {
 };
 
 /// A node of a scene without content of its own: a coordinate system within its parent's.
+/// Reentrant, a node and all its relatives being one object.
 class TARVEX_EXPORT SceneNode {
 public:
-    virtual ~SceneNode() = default;
+    SceneNode() = default;
+    ~SceneNode();
+    SceneNode(const SceneNode&) = delete;
+    SceneNode& operator=(const SceneNode&) = delete;
 
     /// Makes `child` a child of this node, taking it from the parent it had. The node shares ownership of the child.
-    virtual void addChildNode(const std::shared_ptr<SceneNode>& child) = 0;
+    void addChildNode(const std::shared_ptr<SceneNode>& child);
 
     /// Sets the transform relative to the parent; the identity before.
-    virtual void setTransform(const Transform& transform) = 0;
+    void setTransform(const Transform& transform) { transform_ = transform; }
 
-    /// The node's position in the coordinates of the root it hangs under.
-    virtual Position worldPosition() const = 0;
-};
+    /// The node's position in the coordinates of its root.
+    Position worldPosition() const;
 
-/// Makes the nodes of 3-D scenes. Thread-safe; a node and its relatives are used by one thread at a time.
-class TARVEX_EXPORT SceneGraph {
-public:
-    virtual ~SceneGraph() = default;
-
-    [[nodiscard]] virtual std::shared_ptr<SceneNode> makeNode() = 0;
-    /// An empty node of the kind that can refer to content elsewhere.
-    [[nodiscard]] virtual std::shared_ptr<SceneNode> makeReferenceNode() = 0;
+private:
+    Transform transform_ = Transform::identity();
+    SceneNode* parent_ = nullptr;  // cleared by the parent when it goes
+    std::vector<std::shared_ptr<SceneNode>> children_;
 };
 
 }  // namespace tarvex::platform

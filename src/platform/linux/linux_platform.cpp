@@ -13,7 +13,6 @@
 #include "platform/linux/kernel_system_info.h"
 #include "platform/linux/kernel_uuid_generator.h"
 #include "platform/plist/plist_bundles.h"
-#include "platform/portable/glm_scene_graph.h"
 #include "platform/portable/headless_view_toolkit.h"
 #include "platform/portable/local_notification_center.h"
 #include "platform/portable/no_face_tracking.h"
@@ -71,7 +70,6 @@ std::unique_ptr<Platform> Platform::makeLinux(LinuxOptions options) {
     platform->setClock(std::make_unique<SystemClock>());
     platform->setUuidGenerator(std::make_unique<KernelUuidGenerator>());
     platform->setFaceTracking(std::make_unique<NoFaceTracking>());
-    platform->setSceneGraph(std::make_unique<GlmSceneGraph>());
     platform->setViewToolkit(std::make_unique<HeadlessViewToolkit>());
     return platform;
 }

@@ -2,7 +2,6 @@
 
 #include "platform/camera/capture/camera_scene_view.h"
 #include "platform/camera/scripted_frame_source.h"
-#include "platform/portable/glm_scene_graph.h"
 #include "prelude.h"
 
 namespace tarvex::camera {
@@ -19,7 +18,7 @@ struct RecordingDelegate final : platform::FaceTrackingDelegate {
     std::shared_ptr<platform::SceneNode> nodeForAnchor(const platform::Anchor& /*anchor*/) override {
         threads.insert(std::this_thread::get_id());
         ++nodes;
-        return platform::GlmSceneGraph().makeNode();
+        return std::make_shared<platform::SceneNode>();
     }
     void didUpdateNode(platform::SceneNode& node, const platform::Anchor& /*anchor*/) override {
         threads.insert(std::this_thread::get_id());

@@ -1,6 +1,5 @@
 #include "platform/camera/recorded_video.h"
 #include "platform/camera/scripted_frame_source.h"
-#include "platform/portable/glm_scene_graph.h"
 #include "prelude.h"
 #include "sensors/distance_tracking.h"
 #include "storage/persistence_controller.h"
@@ -145,7 +144,7 @@ TEST(CameraTracking, ThePlatformMayGoWhileAFaceIsReported) {
     /// Pauses again and again, so that the platform goes while the view is at it.
     struct Pausing final : platform::FaceTrackingDelegate {
         std::shared_ptr<platform::SceneNode> nodeForAnchor(const platform::Anchor& /*anchor*/) override {
-            return platform::GlmSceneGraph().makeNode();
+            return std::make_shared<platform::SceneNode>();
         }
         void didUpdateNode(platform::SceneNode& /*node*/, const platform::Anchor& /*anchor*/) override {
             reported.set_value();

@@ -1,7 +1,6 @@
 // The services that need no more than a few lines.
 
 #include "platform/linux/kernel_uuid_generator.h"
-#include "platform/portable/glm_scene_graph.h"
 #include "platform/portable/local_notification_center.h"
 #include "prelude.h"
 #include "tarvex/platform/byte_buffer.h"
@@ -64,10 +63,9 @@ TEST(ByteBuffer, KeepsItsContentsWhileItGrows) {
     EXPECT_EQ(buffer.view(), expected);
 }
 
-TEST(GlmSceneGraph, PlacesNodesInTheWorldThroughTheirParents) {
-    GlmSceneGraph graph;
-    const auto parent = graph.makeReferenceNode();
-    const auto child = graph.makeNode();
+TEST(SceneNode, PlacesNodesInTheWorldThroughTheirParents) {
+    const auto parent = std::make_shared<SceneNode>();
+    const auto child = std::make_shared<SceneNode>();
     Transform alongX = Transform::identity();
     alongX.columns[12] = 5;
     parent->setTransform({{0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1, 0, 1, 2, 3, 1}});  // a quarter turn, and by (1, 2, 3)
@@ -81,7 +79,7 @@ TEST(GlmSceneGraph, PlacesNodesInTheWorldThroughTheirParents) {
     EXPECT_FLOAT_EQ(turned.y, 7);
     EXPECT_FLOAT_EQ(turned.z, 3);
 
-    graph.makeNode()->addChildNode(child);
+    std::make_shared<SceneNode>()->addChildNode(child);
     EXPECT_EQ(child->worldPosition().x, 5) << "the new parent alone counts, and it is gone";
 }
 
