@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <expected>
-#include <string>
 #include <utility>
 
 namespace tarvex::camera {
@@ -133,17 +131,6 @@ std::vector<ImageRegion> squaresOver(const Frame& frame, float side, int columns
 }
 
 }  // namespace
-
-std::expected<FaceDetector, std::string> FaceDetector::make(NeuralNetwork network) {
-    FaceDetector detector(std::move(network));
-    const NeuralNetwork& made = detector.network_;
-    const std::size_t anchors = detector.anchors_.size();
-    const bool fits = made.inputHeight() == inputSize && made.inputWidth() == inputSize &&
-                      detector.network_.input().size() == inputSize * inputSize * 3 && made.outputCount() == 2 &&
-                      made.output(0).size() == anchors * numbersPerAnchor && made.output(1).size() == anchors;
-    if (!fits) return std::unexpected("its input and outputs are not those of a face detector");
-    return detector;
-}
 
 FaceDetector::FaceDetector(NeuralNetwork network) : network_(std::move(network)), anchors_(anchorPlaces()) {}
 

@@ -13,8 +13,8 @@ namespace tarvex::camera {
 /// Bazarevsky et al., "BlazeFace: Sub-millisecond Neural Face Detection on Mobile GPUs", 2019.
 class FaceDetector {
 public:
-    /// The network as compiled from its model; one sentence when it is not a detector's.
-    static std::expected<FaceDetector, std::string> make(NeuralNetwork network);
+    /// `network`: that of `detectorModel`.
+    explicit FaceDetector(NeuralNetwork network);
 
     /// The square around the nearest face, upright by its eyes; absent where no face is.
     std::optional<ImageRegion> nearestFace(ImagePyramid& pyramid);
@@ -22,13 +22,11 @@ public:
     /// The same for a part of the picture.
     std::optional<ImageRegion> nearestFaceIn(ImagePyramid& pyramid, const ImageRegion& region);
 
-    /// Blackens what the network was shown last.
+    /// Blackens the network's input.
     void forget() { std::ranges::fill(network_.input(), 0.0F); }
 
 private:
     struct Detection;
-
-    explicit FaceDetector(NeuralNetwork network);
 
     std::optional<Detection> largestFaceIn(ImagePyramid& pyramid, const ImageRegion& region);
     std::optional<Detection> detect(ImagePyramid& pyramid);

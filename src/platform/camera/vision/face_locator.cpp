@@ -50,32 +50,29 @@ private:
     FaceGeometry geometry_;
 };
 
-/// A part of the locator from its model's file.
-template <typename Part>
-std::expected<Part, std::string> load(const std::filesystem::path& directory, const FaceModelFile& file) {
+std::expected<NeuralNetwork, std::string> load(const std::filesystem::path& directory, const FaceModelFile& file) {
     const auto bytes = readFaceModel(directory, file);
     if (!bytes) return std::unexpected(bytes.error());
     const auto why = [&](const std::string& reason) {
         return std::unexpected((directory / file.name).string() + " cannot be used: " + reason);
     };
-    const auto model = TfliteModel::parse(*bytes);
+    const auto model = TfliteModel::parse(std::as_bytes(std::span(*bytes)));
     if (!model) return why(model.error());
     auto network = NeuralNetwork::compile(*model);
     if (!network) return why(network.error());
-    auto part = Part::make(std::move(*network));
-    if (!part) return why(part.error());
-    return part;
+    return network;
 }
 
 }  // namespace
 
 std::expected<FaceFinder, std::string> loadFaceFinder(const std::filesystem::path& modelDirectory,
                                                       const FaceGeometry& geometry) {
-    auto detector = load<FaceDetector>(modelDirectory, detectorModel);
+    auto detector = load(modelDirectory, detectorModel);
     if (!detector) return std::unexpected(detector.error());
-    auto mesh = load<FaceMesh>(modelDirectory, meshModel);
+    auto mesh = load(modelDirectory, meshModel);
     if (!mesh) return std::unexpected(mesh.error());
-    const auto locator = std::make_shared<FaceLocator>(std::move(*detector), std::move(*mesh), geometry);
+    const auto locator =
+        std::make_shared<FaceLocator>(FaceDetector(std::move(*detector)), FaceMesh(std::move(*mesh)), geometry);
     return [locator](const Frame& frame) { return locator->locate(frame); };
 }
 

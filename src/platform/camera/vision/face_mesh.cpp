@@ -52,16 +52,6 @@ bool areNearlyTheSame(const ImageRegion& one, const ImageRegion& other) {
 
 }  // namespace
 
-std::expected<FaceMesh, std::string> FaceMesh::make(NeuralNetwork network) {
-    FaceMesh mesh(std::move(network));
-    const NeuralNetwork& made = mesh.network_;
-    const bool fits = made.inputHeight() == inputSize && made.inputWidth() == inputSize &&
-                      mesh.network_.input().size() == inputSize * inputSize * 3 && made.outputCount() == 2 &&
-                      made.output(0).size() == FacePoints().size() * coordinates && made.output(1).size() == 1;
-    if (!fits) return std::unexpected("its input and outputs are not those of a face mesh");
-    return mesh;
-}
-
 FaceMesh::FaceMesh(NeuralNetwork network) : network_(std::move(network)) {}
 
 std::optional<FacePoints> FaceMesh::pointsIn(ImagePyramid& pyramid, ImageRegion region) {

@@ -1,14 +1,12 @@
 #pragma once
 
-#include <cstddef>
 #include <expected>
 #include <filesystem>
 #include <string>
-#include <vector>
 
 namespace tarvex::camera {
 
-/// A network's file in the models' directory, known by what it must contain.
+/// A network's file in the models' directory, and the sum of the only contents that are accepted.
 struct FaceModelFile {
     const char* name;
     const char* sha256;
@@ -18,11 +16,11 @@ constexpr FaceModelFile detectorModel{.name = "face_detector.tflite",
 constexpr FaceModelFile meshModel{.name = "face_mesh.tflite",
                                   .sha256 = "c603fa6149219a3e9487dc9abd7a0c24474c77263273d24868378cdf40aa26d1"};
 
-/// Whether both files are there; opens neither.
+/// True when both files exist; opens neither.
 bool faceModelsArePresent(const std::filesystem::path& directory);
 
-/// The file's bytes, when they are the ones its sha256 stands for; else one sentence on why not.
-std::expected<std::vector<std::byte>, std::string> readFaceModel(const std::filesystem::path& directory,
-                                                                 const FaceModelFile& file);
+/// The file's bytes when its sha256 matches, else one sentence on the reason.
+std::expected<std::string, std::string> readFaceModel(const std::filesystem::path& directory,
+                                                      const FaceModelFile& file);
 
 }  // namespace tarvex::camera

@@ -3,15 +3,18 @@
 
 #include <xnnpack.h>
 
+#include <Eigen/Core>
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstring>
-#include <glm/gtc/packing.hpp>
 #include <limits>
 #include <map>
 #include <optional>
 #include <set>
 #include <utility>
+
+#include "platform/shared/handle.h"
 
 namespace tarvex::camera {
 namespace {
@@ -19,14 +22,8 @@ namespace {
 using Kind = TfliteModel::Kind;
 using Failure = std::unexpected<std::string>;
 
-struct SubgraphDeleter {
-    void operator()(xnn_subgraph_t subgraph) const { xnn_delete_subgraph(subgraph); }
-};
-struct RuntimeDeleter {
-    void operator()(xnn_runtime_t runtime) const { xnn_delete_runtime(runtime); }
-};
-using Subgraph = std::unique_ptr<xnn_subgraph, SubgraphDeleter>;
-using Runtime = std::unique_ptr<xnn_runtime, RuntimeDeleter>;
+using Subgraph = platform::Handle<xnn_subgraph, xnn_delete_subgraph>;
+using Runtime = platform::Handle<xnn_runtime, xnn_delete_runtime>;
 
 constexpr float unbounded = std::numeric_limits<float>::infinity();
 // XNNPACK reads some bytes past the end of what it is given.
@@ -56,19 +53,19 @@ Numbers numbersOf(const TfliteModel::Tensor& constant) {
         std::uint16_t half = 0;
         std::memcpy(&half, constant.constant.data() + position, sizeof(half));
         position += sizeof(half);
-        value = glm::unpackHalf1x16(half);
+        value = Eigen::half_impl::half_to_float(Eigen::half_impl::raw_uint16_to_half(half));
     }
     return numbers;
 }
 
-/// Where an output is read from: a part of an external value for each input of a concatenation, else one.
+/// The source of an output: an external value for each input of a concatenation, else one.
 struct External {
     std::uint32_t id = 0;
     std::size_t output = 0;  ///< place of the output that it belongs to
     std::size_t offset = 0;  ///< of its first number in that output
 };
 
-/// Tells XNNPACK of a model, tensor by tensor and operator by operator. The constants must outlive the runtime.
+/// Describes a model to XNNPACK, tensor by tensor and operator by operator. The constants must outlive the runtime.
 class SubgraphBuilder {
 public:
     SubgraphBuilder(const TfliteModel& model, std::vector<Numbers>& constants) : model_(model), constants_(constants) {}
@@ -77,7 +74,7 @@ public:
         findExternalValues();
         xnn_subgraph_t subgraph = nullptr;
         if (xnn_create_subgraph(1 + static_cast<std::uint32_t>(externals_.size()), 0, &subgraph) != xnn_status_success)
-            return Failure("there is no memory for it");
+            return Failure("memory is exhausted");
         subgraph_.reset(subgraph);
         if (!defineExternalValues()) return Failure("its inputs or outputs cannot be computed");
         for (std::size_t place = 0; place < model_.operators.size(); ++place) {
@@ -91,7 +88,7 @@ public:
     const std::vector<External>& externals() const { return externals_; }
 
 private:
-    /// A concatenation that only makes an output is left out: its inputs are written to where they lie in that output.
+    /// A concatenation that only makes an output is left out: its inputs are written to their places in that output.
     bool isExported(const TfliteModel::Operator& oper) const {
         return oper.kind == Kind::concatenation && exported_.contains(oper.output);
     }
@@ -205,7 +202,7 @@ private:
                        xnn_status_success;
             case Kind::add: {
                 const auto second = valueOf(oper.inputs[1]);
-                return second && xnn_define_add2(subgraph, least(oper), unbounded, *input, *second, *output, 0) ==
+                return second && xnn_define_add2(subgraph, -unbounded, unbounded, *input, *second, *output, 0) ==
                                      xnn_status_success;
             }
             case Kind::concatenation:
@@ -215,7 +212,6 @@ private:
         return false;
     }
 
-    static float least(const TfliteModel::Operator& oper) { return oper.reluAfter ? 0 : -unbounded; }
     static std::uint32_t paddingFlag(const TfliteModel::Window& window) {
         return window.samePadding ? XNN_FLAG_TENSORFLOW_SAME_PADDING : 0;
     }
@@ -226,39 +222,50 @@ private:
         const auto& shape = model_.tensors[oper.inputs[1]].shape;
         const TfliteModel::Window& window = oper.window;
         return filter && bias &&
-               xnn_define_convolution_2d(subgraph_.get(), 0, 0, 0, 0, window.height, window.width, window.strideHeight,
-                                         window.strideWidth, 1, 1, 1, shape[3], shape[0], least(oper), unbounded, input,
-                                         *filter, *bias, output, paddingFlag(window)) == xnn_status_success;
+               xnn_define_convolution_2d(subgraph_.get(), 0, 0, 0, 0, static_cast<std::uint32_t>(shape[1]),
+                                         static_cast<std::uint32_t>(shape[2]), window.strideHeight, window.strideWidth,
+                                         1, 1, 1, shape[3], shape[0], -unbounded, unbounded, input, *filter, *bias,
+                                         output, paddingFlag(window)) == xnn_status_success;
     }
 
     bool defineDepthwise(const TfliteModel::Operator& oper, std::uint32_t input, std::uint32_t output) {
         const auto filter = valueOf(oper.inputs[1]);
         const auto bias = valueOf(oper.inputs[2]);
         const std::size_t channels = model_.tensors[oper.inputs[0]].shape[3];
-        const auto multiplier = static_cast<std::uint32_t>(model_.tensors[oper.inputs[1]].shape[3] / channels);
+        const auto& shape = model_.tensors[oper.inputs[1]].shape;
+        const auto multiplier = static_cast<std::uint32_t>(shape[3] / channels);
         const TfliteModel::Window& window = oper.window;
         return filter && bias &&
-               xnn_define_depthwise_convolution_2d(subgraph_.get(), 0, 0, 0, 0, window.height, window.width,
-                                                   window.strideHeight, window.strideWidth, 1, 1, multiplier, channels,
-                                                   least(oper), unbounded, input, *filter, *bias, output,
+               xnn_define_depthwise_convolution_2d(subgraph_.get(), 0, 0, 0, 0, static_cast<std::uint32_t>(shape[1]),
+                                                   static_cast<std::uint32_t>(shape[2]), window.strideHeight,
+                                                   window.strideWidth, 1, 1, multiplier, channels, -unbounded,
+                                                   unbounded, input, *filter, *bias, output,
                                                    paddingFlag(window)) == xnn_status_success;
     }
 
     bool definePooling(const TfliteModel::Operator& oper, std::uint32_t input, std::uint32_t output) {
         const TfliteModel::Window& window = oper.window;
         return xnn_define_max_pooling_2d(subgraph_.get(), 0, 0, 0, 0, window.height, window.width, window.strideHeight,
-                                         window.strideWidth, 1, 1, least(oper), unbounded, input, output,
+                                         window.strideWidth, 1, 1, -unbounded, unbounded, input, output,
                                          paddingFlag(window)) == xnn_status_success;
     }
 
     bool definePad(const TfliteModel::Operator& oper, std::uint32_t input, std::uint32_t output) {
-        const auto padding = paddingOf(model_.tensors[oper.inputs[1]]);
-        return padding && xnn_define_static_constant_pad(subgraph_.get(), padding->before.data(), padding->after.data(),
-                                                         0, input, output, 0) == xnn_status_success;
+        std::array<std::array<std::int32_t, 2>, 4> amounts{};  // for each dimension, before and after
+        const auto constant = model_.tensors[oper.inputs[1]].constant;
+        std::memcpy(amounts.data(), constant.data(), std::min(constant.size(), sizeof(amounts)));
+        std::array<std::size_t, 4> before{};
+        std::array<std::size_t, 4> after{};
+        for (std::size_t dimension = 0; dimension < amounts.size(); ++dimension) {
+            before.at(dimension) = static_cast<std::size_t>(amounts.at(dimension)[0]);
+            after.at(dimension) = static_cast<std::size_t>(amounts.at(dimension)[1]);
+        }
+        return xnn_define_static_constant_pad(subgraph_.get(), before.data(), after.data(), 0, input, output, 0) ==
+               xnn_status_success;
     }
 
     bool definePrelu(const TfliteModel::Operator& oper, std::uint32_t input, std::uint32_t output) {
-        // The file has the slopes as [1, 1, channels]; XNNPACK takes them as a plain list.
+        // The file has the slopes as [1, 1, channels]; XNNPACK expects a plain list.
         const std::size_t channels = model_.tensors[oper.inputs[0]].shape[3];
         std::uint32_t slopes = XNN_INVALID_VALUE_ID;
         return xnn_define_tensor_value(subgraph_.get(), xnn_datatype_fp32, 1, &channels, constantOf(oper.inputs[1]),
@@ -280,9 +287,6 @@ private:
 
 struct NeuralNetwork::Compiled {
     explicit Compiled(const TfliteModel& model) : input(model.tensors[model.input].elementCount()) {
-        const auto& shape = model.tensors[model.input].shape;
-        inputHeight = shape[1];
-        inputWidth = shape[2];
         for (const std::size_t output : model.outputs)
             outputs.emplace_back(model.tensors[output].elementCount());
     }
@@ -290,8 +294,6 @@ struct NeuralNetwork::Compiled {
     std::vector<Numbers> constants;
     Numbers input;
     std::vector<Numbers> outputs;
-    std::size_t inputHeight = 0;
-    std::size_t inputWidth = 0;
     Runtime runtime;
 };
 
@@ -323,24 +325,12 @@ std::span<float> NeuralNetwork::input() {
     return compiled_->input.values();
 }
 
-std::size_t NeuralNetwork::inputHeight() const {
-    return compiled_->inputHeight;
-}
-
-std::size_t NeuralNetwork::inputWidth() const {
-    return compiled_->inputWidth;
-}
-
 bool NeuralNetwork::run() {
     return xnn_invoke_runtime(compiled_->runtime.get()) == xnn_status_success;
 }
 
 std::span<const float> NeuralNetwork::output(std::size_t place) const {
     return compiled_->outputs[place].values();
-}
-
-std::size_t NeuralNetwork::outputCount() const {
-    return compiled_->outputs.size();
 }
 
 }  // namespace tarvex::camera

@@ -11,26 +11,24 @@
 
 namespace tarvex::camera {
 
-/// A network ready to be computed, on the calling thread. It keeps nothing of the model's file.
+/// A network ready to be computed, on the calling thread. It keeps nothing of the model's file. Reentrant.
 class NeuralNetwork {
 public:
-    /// The network of `model`, or one sentence on why it cannot be computed.
+    /// The network of `model`, or one sentence on why it cannot be computed. Relies on the model's shapes, as a file
+    /// whose sha256 has been verified deserves.
     static std::expected<NeuralNetwork, std::string> compile(const TfliteModel& model);
 
     NeuralNetwork(NeuralNetwork&&) noexcept;
     NeuralNetwork& operator=(NeuralNetwork&&) noexcept;
     ~NeuralNetwork();
 
-    /// To be filled before `run`: the input tensor's numbers, in the order of its shape.
+    /// The input tensor's numbers, in the order of its shape; to be filled before `run`.
     std::span<float> input();
-    std::size_t inputHeight() const;
-    std::size_t inputWidth() const;
 
     [[nodiscard]] bool run();
 
-    /// What the last run computed for the output at `place` of the model's list.
+    /// The last run's result for the output at `place` of the model's list.
     std::span<const float> output(std::size_t place) const;
-    std::size_t outputCount() const;
 
 private:
     struct Compiled;
