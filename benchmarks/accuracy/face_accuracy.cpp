@@ -18,7 +18,7 @@
 #include "accuracy/printed_face.h"
 #include "accuracy/seen_eyes.h"
 #include "benchmark_memory.h"
-#include "platform/camera/vision/face_locator.h"
+#include "platform/camera/vision/face_finder.h"
 #include "platform/camera/vision/face_models.h"
 #include "platform/camera/vision/neural_network.h"
 #include "process_figures.h"
@@ -137,7 +137,7 @@ double median(std::vector<double> values) {
 
 camera::NeuralNetwork bareNetwork(const std::filesystem::path& directory, const camera::FaceModelFile& file) {
     const auto bytes = camera::readFaceModel(directory, file).value();
-    return camera::NeuralNetwork::compile(camera::TfliteModel::parse(bytes).value()).value();
+    return camera::NeuralNetwork::compile(camera::TfliteModel::parse(std::as_bytes(std::span(bytes))).value()).value();
 }
 
 /// The mean of the medians of the faces that are found, since one that is hard to see takes longer, beside a bare run

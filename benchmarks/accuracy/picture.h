@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/camera/vision/frame.h"
+#include "platform/camera/vision/face_finder.h"
 
 namespace tarvex::benchmarks {
 

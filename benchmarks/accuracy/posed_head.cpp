@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "accuracy/seen_eyes.h"
-#include "platform/camera/vision/canonical_face.h"
 #include "platform/camera/vision/head_pose.h"
 
 namespace tarvex::benchmarks {

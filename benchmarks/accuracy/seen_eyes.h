@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/camera/vision/eye_place.h"
+#include "platform/camera/vision/face_finder.h"
 
 namespace tarvex::benchmarks {
 

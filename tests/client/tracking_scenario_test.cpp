@@ -4,7 +4,7 @@
 #include "platform/camera/scripted_frame_source.h"
 #include "platform/glib/glib_timer_scheduler.h"
 #include "platform/iio/sensor_tree.h"
-#include "platform/portal/portal_capture_device.h"
+#include "platform/portal/portal_services.h"
 #include "prelude.h"
 #include "tarvex/client.h"
 #include "test_platform.h"

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/camera/calibration_file.h"
-#include "platform/camera/vision/eye_place.h"
+#include "platform/glib/calibration_file.h"
 
 namespace tarvex::camera {
 namespace {
@@ -58,7 +57,7 @@ std::expected<double, std::string> factorOf(const Readings& readings, double tru
     const double spread = (quantile(readings.centimetres, 0.75) - quantile(readings.centimetres, 0.25)) / median;
     if (spread > widestSpread) return std::unexpected("the readings are too far apart: hold the head still");
     const double factor = trueCentimetres / median;
-    if (!canBeFactor(factor))
+    if (!platform::canBeFactor(factor))
         return std::unexpected("the camera reads " + std::to_string(median) + " cm: check the distance");
     return factor;
 }

@@ -6,11 +6,8 @@
 #include <string>
 
 #include "calibrate/calibration.h"
-#include "platform/camera/calibrated_finder.h"
-#include "platform/camera/calibration_file.h"
-#include "platform/camera/camera_face_tracking.h"
+#include "platform/camera/camera_options.h"
 #include "platform/camera/camera_source.h"
-#include "platform/camera/vision/face_locator.h"
 
 namespace tarvex::camera {
 namespace {
@@ -50,7 +47,7 @@ int calibrate(const Arguments& arguments) {
     if (!readings) return fail(readings.error());
     const auto factor = factorOf(*readings, arguments.centimetres);
     if (!factor) return fail(factor.error());
-    const CalibrationFile file;
+    const platform::CalibrationFile file;
     if (const auto stored = file.store(camera, readings->width, readings->height, *factor); !stored)
         return fail(stored.error());
     std::printf("Factor %.4f for frames of %d×%d, stored in %s\n", *factor, readings->width, readings->height,

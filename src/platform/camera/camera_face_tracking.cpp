@@ -2,17 +2,16 @@
 
 #include <utility>
 
-#include "platform/camera/calibrated_finder.h"
+#include "platform/camera/camera_options.h"
 #include "platform/camera/camera_source.h"
 #include "platform/camera/capture/camera_scene_view.h"
-#include "platform/camera/vision/face_locator.h"
-#include "platform/camera/vision/face_models.h"
 #include "tarvex/platform/diagnostics.h"
 
 namespace tarvex::camera {
 namespace {
 
-/// Opens what a run needs. The networks are loaded by the first run and kept; the calibration is read by each.
+/// Opens source and networks for a run. The networks are loaded by the first run and kept; the calibration is read by
+/// each.
 class RunOpener {
 public:
     explicit RunOpener(std::shared_ptr<const Options> options)
@@ -27,7 +26,7 @@ public:
         auto source = source_.open();
         if (!source) return std::unexpected(source.error());
         return OpenCapture{.source = std::move(source->frames),
-                           .finder = calibratedFinder(finder_, *options_, source->camera, CalibrationFile())};
+                           .finder = calibratedFinder(finder_, *options_, source->camera, platform::CalibrationFile())};
     }
 
 private:
@@ -35,17 +34,6 @@ private:
     CameraSource source_;
     FaceFinder finder_;
 };
-
-std::expected<void, std::string> checkOptions(const Options& options) {
-    const bool possible = options.horizontalFieldOfView > 1 && options.horizontalFieldOfView < 179 &&
-                          options.interpupillaryDistance > 0.01 && options.interpupillaryDistance < 0.2 &&
-                          (!options.calibrationFactor || canBeFactor(*options.calibrationFactor));
-    if (!possible) return std::unexpected("the field of view, the eye spacing or the factor cannot be");
-    if (auto source = CameraSource(options.source).check(); !source) return source;
-    const auto models = modelDirectoryOf(options);
-    if (faceModelsArePresent(models)) return {};
-    return std::unexpected("the face models are not in " + models.string());
-}
 
 }  // namespace
 
@@ -63,13 +51,17 @@ CameraFaceTracking::~CameraFaceTracking() {
 bool CameraFaceTracking::isSupported() const {
     const auto usable = checkOptions(*options_);
     if (usable) return true;
-    if (!saidWhyNot_.exchange(true))
+    if (!reportedRefusal_.exchange(true))
         platform::writeErrorLine("Tarvex: distances cannot be measured: " + usable.error());
     return false;
 }
 
 std::shared_ptr<platform::FaceTrackingSceneView> CameraFaceTracking::makeSceneView() {
     return std::make_shared<CameraSceneView>(capture_);
+}
+
+void addTo(platform::Platform& platform, Options options) {
+    platform.setFaceTracking(std::make_unique<CameraFaceTracking>(std::move(options)));
 }
 
 }  // namespace tarvex::camera

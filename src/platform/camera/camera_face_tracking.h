@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <filesystem>
 #include <memory>
 
 #include "platform/camera/capture/camera_capture.h"
@@ -10,16 +9,17 @@
 
 namespace tarvex::camera {
 
-/// Face tracking through the camera that the options name.
+/// Face tracking through the camera that the options name. Thread-safe.
 class CameraFaceTracking final : public platform::FaceTracking {
 public:
     explicit CameraFaceTracking(Options options);
-    /// Waits for the look that the camera's thread is in, and for what it reports. Not on that thread.
+    /// Waits for the camera's thread to end its current look and report. Not called on that thread.
     ~CameraFaceTracking() override;
     CameraFaceTracking(const CameraFaceTracking&) = delete;
     CameraFaceTracking& operator=(const CameraFaceTracking&) = delete;
 
-    /// Looks whether camera and networks are there; it opens and loads neither. Says why not, once, on standard error.
+    /// Checks that camera and networks exist; opens and loads neither. Reports the reason of a refusal once, on
+    /// standard error.
     bool isSupported() const override;
     int supportedNumberOfTrackedFaces() const override { return 1; }
     [[nodiscard]] std::shared_ptr<platform::FaceTrackingSceneView> makeSceneView() override;
@@ -27,10 +27,7 @@ public:
 private:
     std::shared_ptr<const Options> options_;
     std::shared_ptr<CameraCapture> capture_;
-    mutable std::atomic<bool> saidWhyNot_ = false;
+    mutable std::atomic<bool> reportedRefusal_ = false;
 };
-
-/// Where the networks lie unless the options say it: beside the library.
-std::filesystem::path modelDirectoryOf(const Options& options);
 
 }  // namespace tarvex::camera

@@ -1,12 +1,16 @@
 #include "platform/camera/camera_source.h"
 
+#include <linux/videodev2.h>
+#include <sys/ioctl.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <system_error>
 #include <utility>
 
-#include "platform/camera/capture/camera_name.h"
-#include "platform/camera/capture/gst_frame_source.h"
 #include "platform/portal/video_devices.h"
+#include "platform/shared/file_descriptor.h"
 
 namespace tarvex::camera {
 namespace {
@@ -46,10 +50,25 @@ std::expected<void, std::string> checkDevices(const CameraDevice& device) {
     return Failure("this user may not open the camera " + nodes.front().string() + " (see the group of the file)");
 }
 
+/// The name that a camera gives itself, which may be empty.
+std::expected<std::string, std::string> nameOf(const std::filesystem::path& node) {
+    const auto device = platform::FileDescriptor::open(node, O_RDWR | O_NONBLOCK);
+    if (!device)
+        return Failure("the camera " + node.string() + " cannot be opened: " + std::generic_category().message(errno));
+    v4l2_capability capability{};
+    if (::ioctl(device->number(), VIDIOC_QUERYCAP, &capability) != 0) return Failure(node.string() + " is no camera");
+    const bool ownCapabilities = (capability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0;
+    const auto capabilities = ownCapabilities ? capability.device_caps : capability.capabilities;
+    if ((capabilities & (V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_VIDEO_CAPTURE_MPLANE)) == 0)
+        return Failure(node.string() + " takes no pictures");
+    const auto* card = reinterpret_cast<const char*>(capability.card);
+    return std::string(card, ::strnlen(card, sizeof(capability.card)));
+}
+
 std::expected<NamedSource, std::string> openDevice(const CameraDevice& device) {
     std::string why = "this machine has no camera";
     for (const auto& node : candidates(device)) {
-        auto name = cameraName(node);
+        auto name = nameOf(node);
         if (!name) {
             why = name.error();
             continue;
@@ -97,7 +116,7 @@ std::expected<void, std::string> CameraSource::check() const {
 std::expected<NamedSource, std::string> CameraSource::open() {
     return std::visit(Overloaded{[](const CameraDevice& device) { return openDevice(device); },
                                  [](const PortalCamera& portal) { return openPortal(portal); },
-                                 [](const VideoFile& video) { return openUnnamed(video); },
+                                 [](const VideoFile& video) { return openUnnamed(Video{.path = video.path}); },
                                  [&](const Pictures& pictures) {
                                      const auto& path = pictures.paths[nextPicture_];
                                      nextPicture_ = (nextPicture_ + 1) % pictures.paths.size();

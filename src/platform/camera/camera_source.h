@@ -10,18 +10,18 @@
 
 namespace tarvex::camera {
 
-/// An open source, and the name under which its camera is calibrated; absent where that is not known, or no camera is.
+/// An open source, and the name under which its camera is calibrated, if it is a camera of a known name.
 struct NamedSource {
     std::unique_ptr<FrameSource> frames;
     std::optional<std::string> camera = std::nullopt;
 };
 
-/// What the host chose, opened run by run. Used by one thread at a time.
+/// The source that the host chose, opened once a run. Reentrant.
 class CameraSource {
 public:
     explicit CameraSource(Source source);
 
-    /// Why no run can see anything, as far as it shows without opening a camera.
+    /// One sentence when no run can see anything, as far as that shows without opening a camera.
     std::expected<void, std::string> check() const;
 
     std::expected<NamedSource, std::string> open();

@@ -2,20 +2,23 @@
 
 #include <gio/gio.h>
 
-#include <cstdint>
+#include <algorithm>
 #include <map>
-#include <memory>
 #include <optional>
+#include <system_error>
+#include <utility>
+
+#include "platform/shared/handle.h"
+#include "platform/shared/library_thread.h"
 
 namespace tarvex::platform {
 
 namespace {
 
 template <typename Object>
-using GObjectPointer = std::unique_ptr<Object, decltype([](Object* object) { g_object_unref(object); })>;
-using Context = std::unique_ptr<GMainContext, decltype([](GMainContext* context) { g_main_context_unref(context); })>;
-using Variant = std::unique_ptr<GVariant, decltype([](GVariant* variant) { g_variant_unref(variant); })>;
-using Text = std::unique_ptr<char, decltype([](char* text) { g_free(text); })>;
+using GObjectPointer = Handle<Object, g_object_unref>;
+using Variant = Handle<GVariant, g_variant_unref>;
+using Text = Handle<char, g_free>;
 
 struct Error {
     GError* error = nullptr;
@@ -26,7 +29,7 @@ struct Error {
     Error& operator=(const Error&) = delete;
 
     bool is(GDBusError code) const { return g_error_matches(error, G_DBUS_ERROR, code) != 0; }
-    bool saysThatTheMethodIsUnknown() const {
+    bool isUnknownMethod() const {
         return is(G_DBUS_ERROR_UNKNOWN_METHOD) || is(G_DBUS_ERROR_UNKNOWN_INTERFACE) || is(G_DBUS_ERROR_UNKNOWN_OBJECT);
     }
 };
@@ -39,7 +42,7 @@ int inMilliseconds(std::chrono::milliseconds time) {
     return static_cast<int>(time.count());
 }
 
-// The main context of one conversation: its signals come to this thread, whatever the host's loops do.
+// The main context of one conversation: delivers its signals on this thread, independent of the host's loops.
 class ThreadContext {
 public:
     ThreadContext() { g_main_context_push_thread_default(context_.get()); }
@@ -52,10 +55,10 @@ public:
     GMainContext* get() const { return context_.get(); }
 
 private:
-    Context context_{g_main_context_new()};
+    Handle<GMainContext, g_main_context_unref> context_{g_main_context_new()};
 };
 
-// While it lives, cancels what has not ended in time; acts when the context's thread waits.
+// Cancels an operation that has not ended in time, unless it is destroyed before; acts when the context's thread waits.
 class TimeLimit {
 public:
     TimeLimit(const ThreadContext& context, std::chrono::milliseconds limit, GCancellable* cancellable)
@@ -72,7 +75,7 @@ public:
     TimeLimit& operator=(const TimeLimit&) = delete;
 
 private:
-    std::unique_ptr<GSource, decltype([](GSource* source) { g_source_unref(source); })> timer_;
+    Handle<GSource, g_source_unref> timer_;
 };
 
 // A connection of the conversation's own: the process's shared one ends the process when the bus goes away.
@@ -104,7 +107,7 @@ public:
     Conversation(const Conversation&) = delete;
     Conversation& operator=(const Conversation&) = delete;
 
-    /// Starts the portal where it can be started, and listens to it; false when there is none.
+    /// Starts the portal if necessary, and subscribes to its signals; false when there is none.
     bool reachPortal() {
         if (!bus_) return false;
         Error error;
@@ -126,7 +129,7 @@ public:
         return true;
     }
 
-    /// The object that stands for the request until its response.
+    /// Makes the request; returns the path of the object that represents it until its response.
     std::optional<std::string> begin(const PortalRequest& request, Error& error) const {
         GVariantBuilder arguments;
         g_variant_builder_init(&arguments, G_VARIANT_TYPE_TUPLE);
@@ -145,10 +148,10 @@ public:
         return handle;
     }
 
-    /// Whether nobody will answer any more.
+    /// True when no answer will come any more.
     bool isLost() const { return lost_; }
 
-    /// The response of the request: 0 for success. It may have come before the reply that names the request.
+    /// The response to the request: 0 for success. It may have come before the reply that names the request.
     std::optional<std::uint32_t> responseTo(const std::string& handle) const {
         const auto response = responses_.find(handle);
         return response == responses_.end() ? std::nullopt : std::optional(response->second);
@@ -211,13 +214,50 @@ PortalAnswer PortalRequest::ask(const std::stop_token& stop) const {
     if (!conversation.reachPortal()) return PortalAnswer::unavailable;
     Error error;
     const auto handle = conversation.begin(*this, error);
-    if (!handle) return error.saysThatTheMethodIsUnknown() ? PortalAnswer::unavailable : PortalAnswer::failed;
+    if (!handle) return error.isUnknownMethod() ? PortalAnswer::unavailable : PortalAnswer::failed;
     while (true) {
         if (const auto response = conversation.responseTo(*handle))
             return *response == 0 ? PortalAnswer::agreed : PortalAnswer::refused;
         if (conversation.isLost() || stop.stop_requested()) return PortalAnswer::refused;
         context.wait();
     }
+}
+
+PortalConversations::~PortalConversations() {
+    for (const auto& conversation : conversations_) {
+        conversation->thread.request_stop();
+        // A handler may destroy what it answers to.
+        if (conversation->thread.get_id() == std::this_thread::get_id()) conversation->thread.detach();
+    }
+}
+
+bool PortalConversations::begin(PortalRequest request, Handler handler) {
+    const std::scoped_lock lock(mutex_);
+    std::erase_if(conversations_, [](const auto& conversation) { return conversation->finished.load(); });
+    auto begun = std::make_unique<Conversation>();
+    try {
+        begun->thread = std::jthread([this, &conversation = *begun, request = std::move(request),
+                                      handler = std::move(handler)](const std::stop_token& stop) {
+            beginLibraryThread("tarvex-portal");
+            const PortalAnswer answer = request.ask(stop);
+            {
+                const std::scoped_lock returned(mutex_);  // the request has returned
+            }
+            if (stop.stop_requested()) return;
+            conversation.answered = true;
+            handler(answer);
+            if (!stop.stop_requested()) conversation.finished = true;
+        });
+    } catch (const std::system_error&) {
+        return false;
+    }
+    conversations_.push_back(std::move(begun));
+    return true;
+}
+
+bool PortalConversations::areUnderWay() const {
+    const std::scoped_lock lock(mutex_);
+    return std::ranges::any_of(conversations_, [](const auto& conversation) { return !conversation->answered.load(); });
 }
 
 }  // namespace tarvex::platform

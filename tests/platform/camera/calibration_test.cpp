@@ -1,6 +1,6 @@
 #include "calibrate/calibration.h"
 
-#include "platform/camera/calibrated_finder.h"
+#include "platform/camera/camera_options.h"
 #include "platform/camera/scripted_frame_source.h"
 #include "prelude.h"
 
@@ -15,7 +15,7 @@ constexpr const char* odd = "Rückkamera [HD]\n";  // a name that no INI file's 
 class Calibration : public ::testing::Test {
 protected:
     TemporaryDirectory directory;
-    CalibrationFile file{directory.path() / "new" / "cameras.ini"};
+    platform::CalibrationFile file{directory.path() / "new" / "cameras.ini"};
 };
 
 /// A face whose distances are all multiplied by the factor.
@@ -26,8 +26,7 @@ platform::Anchor seen(float factor) {
         return transform;
     };
     return {.transform = movedBy(0.125F, 0.25F, -0.5F),
-            .face = platform::Anchor::Face{.leftEyeTransform = movedBy(0.25F, 0, 0),
-                                           .rightEyeTransform = movedBy(-0.25F, 0, 0)}};
+            .face = platform::Anchor::Face{movedBy(0.25F, 0, 0), movedBy(-0.25F, 0, 0)}};
 }
 
 }  // namespace
@@ -38,20 +37,17 @@ TEST_F(Calibration, CountsForItsCameraAndFrameSizeWhereTheHostSetsNothing) {
     ASSERT_TRUE(file.store(odd, 640, 480, 1.25));
     ASSERT_TRUE(file.store("", 640, 480, 4));
     struct Case {
-        const char* name;
         Options options;
         std::optional<std::string> camera;
         int height;
         float factor;
     };
-    for (const Case& c : {Case{"stored", {}, "Front", 480, 2}, Case{"another size", {}, "Front", 360, 0.5},
-                          Case{"another camera", {}, odd, 480, 1.25}, Case{"a camera's empty name", {}, "", 480, 4},
-                          Case{"no such size", {}, "Front", 720, 1}, Case{"no such camera", {}, "Back", 480, 1},
-                          Case{"unknown camera", {}, std::nullopt, 480, 1},
-                          Case{"own factor", {.calibrationFactor = 4}, "Front", 480, 4},
-                          Case{"own field of view", {.horizontalFieldOfView = 70}, "Front", 480, 1},
-                          Case{"own eye spacing", {.interpupillaryDistance = 0.06}, "Front", 480, 1}}) {
-        SCOPED_TRACE(c.name);
+    for (const Case& c :
+         {Case{{}, "Front", 480, 2}, Case{{}, "Front", 360, 0.5}, Case{{}, odd, 480, 1.25}, Case{{}, "", 480, 4},
+          Case{{}, "Front", 720, 1}, Case{{}, "Back", 480, 1}, Case{{}, std::nullopt, 480, 1},
+          Case{{.calibrationFactor = 4}, "Front", 480, 4}, Case{{.horizontalFieldOfView = 70}, "Front", 480, 1},
+          Case{{.interpupillaryDistance = 0.06}, "Front", 480, 1}}) {
+        SCOPED_TRACE(c.camera.value_or("unknown") + " " + std::to_string(c.height));
         bool blind = false;
         const auto look = [&blind](const Frame&) { return blind ? std::nullopt : std::optional(seen(1)); };
         const auto finder = calibratedFinder(look, c.options, c.camera, file);
@@ -65,21 +61,16 @@ TEST_F(Calibration, CountsForItsCameraAndFrameSizeWhereTheHostSetsNothing) {
     }
 }
 
-TEST_F(Calibration, TakesNothingForAFactorThatCannotBeOne) {
-    for (const char* value : {"0", "-1", "nan", "inf", "1000", "one", ""}) {
+TEST_F(Calibration, IgnoresNumbersThatCanBeNoFactorAndFilesThatItCannotReadOrWrite) {
+    for (const char* value : {"0", "-1", "nan", "inf", "1000", "one", "", "1.25\nno line of an INI file"}) {
         SCOPED_TRACE(value);
         writeFile(file.path(), std::string("[Front]\n640x480=") + value + "\n");
         EXPECT_EQ(file.factor("Front", 640, 480), std::nullopt);
     }
-}
-
-TEST_F(Calibration, LeavesAFileAloneThatItCannotReadOrWrite) {
-    constexpr const char* damaged = "[Front]\n640x480=1.25\nno line of an INI file\n";
-    writeFile(file.path(), damaged);
-    EXPECT_EQ(file.factor("Front", 640, 480), std::nullopt);
+    const auto damaged = contentsOf(file.path());
     EXPECT_THAT(file.store("Back", 640, 480, 1).error(), HasSubstr("cannot be read"));
     EXPECT_EQ(contentsOf(file.path()), damaged);
-    EXPECT_THAT(CalibrationFile("/proc/cameras.ini").store("Front", 640, 480, 1).error(),
+    EXPECT_THAT(platform::CalibrationFile("/proc/cameras.ini").store("Front", 640, 480, 1).error(),
                 HasSubstr("cannot be written"));
 }
 
@@ -98,17 +89,17 @@ TEST(CalibrationReadings, AreTheMeanOfBothEyesUntilTheCameraFailsOrChangesItsSiz
     EXPECT_EQ(readFor(10s, [](const Readings&) {}).error(), "the camera is gone");
 }
 
-TEST(CalibrationReadings, GiveAFactorWhereTheirMedianSaysEnough) {
-    const auto readings = [](std::size_t count, double first, double step) {
-        Readings made{.centimetres = {}, .frames = 100};
-        for (std::size_t frame = 0; frame < count; ++frame)
-            made.centimetres.push_back(first + step * static_cast<double>(frame));
-        return made;
+TEST(CalibrationReadings, GiveAFactorWhenTheyAreManyAndCloseTogether) {
+    const auto factor = [](int count, double first, double step) {
+        Readings readings{.centimetres = {}, .frames = 100};
+        for (int frame = 0; frame < count; ++frame)
+            readings.centimetres.push_back(first + step * frame);
+        return factorOf(readings, 50);
     };
-    EXPECT_NEAR(factorOf(readings(21, 39, 0.1), 50).value(), 1.25, 1e-6);
-    EXPECT_THAT(factorOf(readings(19, 50, 0), 50).error(), HasSubstr("19 of 100 frames"));
-    EXPECT_THAT(factorOf(readings(40, 40, 0.5), 50).error(), HasSubstr("hold the head still"));
-    EXPECT_THAT(factorOf(readings(30, 400, 0), 50).error(), HasSubstr("check the distance"));
+    EXPECT_NEAR(factor(21, 39, 0.1).value(), 1.25, 1e-6);
+    EXPECT_THAT(factor(19, 50, 0).error(), HasSubstr("19 of 100 frames"));
+    EXPECT_THAT(factor(40, 40, 0.5).error(), HasSubstr("hold the head still"));
+    EXPECT_THAT(factor(30, 400, 0).error(), HasSubstr("check the distance"));
 }
 
 }  // namespace tarvex::camera

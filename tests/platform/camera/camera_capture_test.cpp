@@ -9,12 +9,25 @@ namespace tarvex::camera {
 namespace {
 
 using platform::RunOptions;
-using test::ScriptedCamera;
 
 constexpr RunOptions startAfresh{.resetTracking = true, .removeExistingAnchors = true};
 
-/// Keeps what it is told; its lists are the capture's thread's until the camera is closed.
-struct RecordingDelegate final : platform::FaceTrackingDelegate {
+/// A view and its delegate, which counts; the lists are the capture's thread's until the camera is closed.
+struct Watcher final : platform::FaceTrackingDelegate {
+    static std::shared_ptr<Watcher> of(const std::shared_ptr<CameraCapture>& capture) {
+        auto watcher = std::make_shared<Watcher>();
+        watcher->view = std::make_shared<CameraSceneView>(capture);
+        watcher->view->setDelegate(watcher);
+        watcher->view->setPreferredFramesPerSecond(1);
+        return watcher;
+    }
+
+    void run(RunOptions options = startAfresh) const { view->session().run({}, options); }
+    void pause() const { view->session().pause(); }
+    bool sees(int count) const {
+        return eventually([&] { return updates == count; });
+    }
+
     std::shared_ptr<platform::SceneNode> nodeForAnchor(const platform::Anchor& /*anchor*/) override {
         threads.insert(std::this_thread::get_id());
         ++nodes;
@@ -24,10 +37,11 @@ struct RecordingDelegate final : platform::FaceTrackingDelegate {
         threads.insert(std::this_thread::get_id());
         depths.push_back(-node.worldPosition().z);
         ++updates;
-        if (onUpdate) onUpdate();
+        if (pausesAtOnce) pause();
     }
 
-    std::function<void()> onUpdate;  ///< set before the first run
+    std::shared_ptr<CameraSceneView> view;
+    std::atomic<bool> pausesAtOnce = false;
     std::atomic<int> updates = 0;
     std::atomic<int> nodes = 0;
     std::vector<float> depths;
@@ -36,161 +50,126 @@ struct RecordingDelegate final : platform::FaceTrackingDelegate {
 
 class CameraSession : public ::testing::Test {
 protected:
-    struct Watched {
-        std::shared_ptr<CameraSceneView> view;
-        std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
-
-        void run(RunOptions options = startAfresh) const { view->session().run({}, options); }
-        void pause() const { view->session().pause(); }
-    };
-
-    Watched watch() {
-        Watched watched{.view = std::make_shared<CameraSceneView>(capture)};
-        watched.view->setDelegate(watched.delegate);
-        watched.view->setPreferredFramesPerSecond(1);
-        return watched;
+    bool isClosed(int times = 1) {
+        return eventually([&] { return device.closed == times; });
     }
 
-    bool looksOn() {
-        const int before = device.frames;
-        return eventually([&] { return device.frames > before + 2; });
-    }
-
-    ScriptedCamera device;
+    test::ScriptedCamera device;
     std::shared_ptr<CameraCapture> capture = std::make_shared<CameraCapture>(device.opener());
+    std::shared_ptr<Watcher> watcher = Watcher::of(capture);
 };
 
 }  // namespace
 
 TEST_F(CameraSession, MeasuresOnceOnTheCapturesThreadAndClosesTheCamera) {
-    const Watched watched = watch();
-    watched.delegate->onUpdate = [&] { watched.pause(); };
+    watcher->pausesAtOnce = true;
     EXPECT_EQ(device.opened, 0);
     for (int run = 1; run <= 3; ++run) {
         device.depth = 0.25F * static_cast<float>(run);
-        watched.run();
-        ASSERT_TRUE(eventually([&] { return device.closed == run; }));
-        EXPECT_EQ(watched.delegate->updates, run);
+        watcher->run();
+        ASSERT_TRUE(isClosed(run));
+        EXPECT_EQ(watcher->updates, run);
     }
-    EXPECT_THAT(watched.delegate->depths, ElementsAre(0.25F, 0.5F, 0.75F));
-    EXPECT_EQ(watched.delegate->nodes, 3) << "each run removes the anchors of the one before";
-    EXPECT_EQ(watched.delegate->threads.size(), 1U);
-    EXPECT_FALSE(watched.delegate->threads.contains(std::this_thread::get_id()));
+    EXPECT_THAT(watcher->depths, ElementsAre(0.25F, 0.5F, 0.75F));
+    EXPECT_EQ(watcher->nodes, 3) << "each run removes the anchors of the one before";
+    EXPECT_EQ(watcher->threads.size(), 1U);
+    EXPECT_FALSE(watcher->threads.contains(std::this_thread::get_id()));
 }
 
-TEST_F(CameraSession, KeepsToThePreferredFrameRateAndLooksNoOftenerThanItCanTell) {
-    const Watched watched = watch();
+TEST_F(CameraSession, KeepsThePreferredFrameRateTheCameraAndTheNodeWithItsAnchor) {
     const auto start = std::chrono::steady_clock::now();
-    watched.run();
-    ASSERT_TRUE(eventually([&] { return watched.delegate->updates == 2; }));
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
-    EXPECT_LE(device.frames, 3);
-    EXPECT_EQ(watched.delegate->nodes, 1) << "the same face is the same anchor";
-}
-
-TEST_F(CameraSession, ARunThatResetsKeepsTheCameraOpenAndOneThatKeepsAnchorsKeepsTheNode) {
-    const Watched watched = watch();
-    watched.run();
-    ASSERT_TRUE(eventually([&] { return watched.delegate->updates == 1; }));
-    watched.run(startAfresh);
-    ASSERT_TRUE(eventually([&] { return watched.delegate->updates == 2; }));
-    EXPECT_EQ(watched.delegate->nodes, 2);
-    watched.run({.resetTracking = true, .removeExistingAnchors = false});
-    ASSERT_TRUE(eventually([&] { return watched.delegate->updates == 3; }));
-    EXPECT_EQ(watched.delegate->nodes, 2);
+    watcher->run();
+    ASSERT_TRUE(watcher->sees(2));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 1s);
+    EXPECT_LE(device.frames, 3) << "no frame is looked at that is not due";
+    EXPECT_EQ(watcher->nodes, 1) << "the same face is the same anchor";
+    watcher->run(startAfresh);
+    ASSERT_TRUE(watcher->sees(3));
+    EXPECT_EQ(watcher->nodes, 2);
+    watcher->run({.resetTracking = true, .removeExistingAnchors = false});
+    ASSERT_TRUE(watcher->sees(4));
+    EXPECT_EQ(watcher->nodes, 2);
     EXPECT_EQ(device.opened, 1);
-    EXPECT_TRUE(device.isOpen());
-    watched.pause();
-    EXPECT_TRUE(eventually([&] { return !device.isOpen(); }));
+    EXPECT_EQ(device.closed, 0);
+    watcher->pause();
+    EXPECT_TRUE(isClosed());
 }
 
 TEST_F(CameraSession, ShowsFramesToTheNewestAndClosesWithTheLastPause) {
-    const Watched first = watch();
-    const Watched second = watch();
-    first.run();
-    ASSERT_TRUE(eventually([&] { return first.delegate->updates == 1; }));
-    second.run();
-    ASSERT_TRUE(eventually([&] { return second.delegate->updates == 2; }));
-    EXPECT_EQ(first.delegate->updates, 1);
-    second.pause();
-    ASSERT_TRUE(eventually([&] { return first.delegate->updates == 2; }));
+    const auto second = Watcher::of(capture);
+    watcher->run();
+    ASSERT_TRUE(watcher->sees(1));
+    second->run();
+    ASSERT_TRUE(second->sees(2));
+    EXPECT_EQ(watcher->updates, 1);
+    second->pause();
+    ASSERT_TRUE(watcher->sees(2));
     EXPECT_EQ(device.opened, 1);
-    first.pause();
-    first.pause();
-    EXPECT_TRUE(eventually([&] { return device.closed == 1; }));
+    watcher->pause();
+    watcher->pause();
+    EXPECT_TRUE(isClosed());
 }
 
-TEST_F(CameraSession, LooksOnWhileThereIsNoFaceAndTellsNobody) {
+TEST_F(CameraSession, LooksOnWithoutAReportWhileThereIsNoFace) {
     device.showsFace = false;
-    const Watched watched = watch();
-    watched.run();
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_TRUE(looksOn());
+    watcher->run();
+    EXPECT_TRUE(eventually([&] { return device.frames > 2; }));
     EXPECT_GE(std::chrono::steady_clock::now() - start, 200ms) << "ten frames a second are enough";
-    EXPECT_EQ(watched.delegate->nodes, 0);
-    watched.pause();
-    EXPECT_TRUE(eventually([&] { return device.closed == 1; }));
+    EXPECT_EQ(watcher->nodes, 0);
+    watcher->pause();
+    EXPECT_TRUE(isClosed());
 }
 
-TEST_F(CameraSession, AFailedCameraIsClosedSaidOnceAndTriedAgainByTheNextRun) {
-    struct Case {
-        const char* name;
-        std::atomic<bool> ScriptedCamera::* fault;
-        const char* line;
-    };
-    for (const Case& c : {Case{"busy", &ScriptedCamera::refusesToOpen, "the camera is busy"},
-                          Case{"unplugged", &ScriptedCamera::isUnplugged, "the camera is gone"}}) {
-        SCOPED_TRACE(c.name);
-        const Watched watched = watch();
+TEST_F(CameraSession, ReportsAFailedCameraOnceClosesItAndTriesAgainWithTheNextRun) {
+    for (const auto& [fault, line] : {std::pair{&test::ScriptedCamera::refusesToOpen, "the camera is busy"},
+                                      {&test::ScriptedCamera::isUnplugged, "the camera is gone"}}) {
+        SCOPED_TRACE(line);
+        const int updates = watcher->updates;
         device.attempts = 0;
-        device.*c.fault = true;
+        device.*fault = true;
         ::testing::internal::CaptureStderr();
         for (int run = 0; run < 3; ++run) {
             const int attempts = device.attempts;
-            watched.run();
+            watcher->run();
             ASSERT_TRUE(eventually([&] { return device.attempts > attempts; }));
         }
-        device.*c.fault = false;
-        watched.run();
-        ASSERT_TRUE(eventually([&] { return watched.delegate->updates == 1; }));
-        watched.pause();
-        ASSERT_TRUE(eventually([&] { return !device.isOpen(); }));
+        device.*fault = false;
+        watcher->run();
+        ASSERT_TRUE(watcher->sees(updates + 1));
+        watcher->pause();
+        ASSERT_TRUE(isClosed(device.opened));
         EXPECT_LE(device.attempts, 4) << "one for each run";
         EXPECT_EQ(::testing::internal::GetCapturedStderr(),
-                  std::string("Tarvex: no distance is measured: ") + c.line + "\n");
+                  std::string("Tarvex: no distance is measured: ") + line + "\n");
     }
 }
 
-TEST_F(CameraSession, AStreamThatStallsIsNamedAndLeftAtThePause) {
+TEST_F(CameraSession, ReportsAStreamThatStallsAndLeavesItAtThePause) {
     device.stalls = true;
-    const Watched watched = watch();
     ::testing::internal::CaptureStderr();
-    watched.run();
+    watcher->run();
     ASSERT_TRUE(eventually([&] { return device.waits > 41; })) << "of 50 ms each";
-    watched.pause();
-    EXPECT_TRUE(eventually([&] { return device.closed == 1; }));
+    watcher->pause();
+    EXPECT_TRUE(isClosed());
     EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("delivers no frames"));
-    EXPECT_EQ(watched.delegate->updates, 0);
+    EXPECT_EQ(watcher->updates, 0);
 }
 
-TEST_F(CameraSession, AViewThatGoesAwayDuringARunClosesTheCamera) {
-    {
-        const Watched watched = watch();
-        watched.run();
-        ASSERT_TRUE(eventually([&] { return watched.delegate->updates == 1; }));
-    }
-    EXPECT_TRUE(eventually([&] { return device.closed == 1; }));
-}
+TEST_F(CameraSession, EndsWithItsViewOrItsCapture) {
+    watcher->run();
+    ASSERT_TRUE(watcher->sees(1));
+    watcher->view.reset();
+    EXPECT_TRUE(isClosed());
 
-TEST_F(CameraSession, TheCaptureMayEndDuringARunAndViewsOutliveIt) {
-    const Watched watched = watch();
-    watched.run();
-    ASSERT_TRUE(eventually([&] { return watched.delegate->updates == 1; }));
+    watcher = Watcher::of(capture);
+    watcher->run();
+    ASSERT_TRUE(watcher->sees(1));
     capture.reset();
-    EXPECT_EQ(device.closed, 1);
-    watched.run();
-    watched.pause();
-    EXPECT_EQ(device.opened, 1);
+    EXPECT_EQ(device.closed, 2);
+    watcher->run();
+    watcher->pause();
+    EXPECT_EQ(device.opened, 2);
 }
 
 }  // namespace tarvex::camera

@@ -78,70 +78,56 @@ TEST(CameraTracking, StoresBothEyesOfTheFacesThatTheCameraSees) {
     EXPECT_EQ(samples.at(0).data, samples.at(2).data) << "the same picture gives the same numbers";
 }
 
-namespace {
+TEST(CameraTracking, MultipliesByTheCalibrationFactorAndMeasuresAVideoAsItsPicture) {
+    const auto measuredOnce = [](const Options& options) {
+        const Tracked tracked(options);
+        const auto tracking = DistanceTracking::make(*tracked.platform, *tracked.store);
+        tracking->beginMeasurement(makeHeadlessView());
+        EXPECT_TRUE(eventually([&] { return tracked.store->countTrackingData() == 1; }));
+        return tracked.samples().at(0).data.at("leftEyeDistanceFromCamera");
+    };
+    Options options = photographOptions();
+    const double inPicture = measuredOnce(options);
+    options.calibrationFactor = 1.25;
+    EXPECT_NEAR(measuredOnce(options), 1.25 * inPicture, 1e-3);
 
-double measuredOnce(const Options& options) {
-    const Tracked tracked(options);
-    const auto tracking = DistanceTracking::make(*tracked.platform, *tracked.store);
-    tracking->beginMeasurement(makeHeadlessView());
-    EXPECT_TRUE(eventually([&] { return tracked.store->countTrackingData() == 1; }));
-    return tracked.samples().at(0).data.at("leftEyeDistanceFromCamera");
-}
-
-}  // namespace
-
-TEST(CameraTracking, MultipliesByTheCalibrationFactor) {
-    Options calibrated = photographOptions();
-    calibrated.calibrationFactor = 1.25;
-    EXPECT_NEAR(measuredOnce(calibrated), 1.25 * measuredOnce(photographOptions()), 1e-3);
-}
-
-TEST(CameraTracking, MeasuresAFaceInAVideoAsInThePictureThatItWasMadeOf) {
     const TemporaryDirectory directory;
     const auto file = directory.path() / "face.avi";
     record("filesrc location=" + (photographs / "sample1.jpg").string() +
                " ! jpegdec ! imagefreeze num-buffers=5 ! jpegenc quality=95 ! avimux",
            file);
-    const Options video{.source = camera::VideoFile{file}, .modelDirectory = models};
-    const double inPicture = measuredOnce(photographOptions());
-    EXPECT_NEAR(measuredOnce(video), inPicture, 0.02 * inPicture);
+    EXPECT_NEAR(measuredOnce({.source = camera::VideoFile{file}, .modelDirectory = models}), inPicture,
+                0.02 * inPicture);
 }
 
-TEST(CameraTracking, IsNotSupportedWithoutACameraOrModelsAndSaysWhyOnce) {
-    struct Case {
-        const char* name;
-        Options options;
-        const char* reason;
+TEST(CameraTracking, IsNotSupportedWithoutACameraOrModelsAndReportsTheReasonOnce) {
+    const auto with = [](camera::Source source) {
+        return Options{.source = std::move(source), .modelDirectory = models};
     };
     Options noModels = photographOptions();
     noModels.modelDirectory = "/nonexistent";
-    Options noPicture = photographOptions();
-    noPicture.source = camera::Pictures{};
     Options noField = photographOptions();
     noField.horizontalFieldOfView = 180;
-    for (const Case& c :
-         {Case{"models", noModels, "the face models are not in /nonexistent"},
-          Case{"pictures", noPicture, "the list of pictures is empty"}, Case{"field of view", noField, "cannot be"},
-          Case{"device",
-               {.source = camera::CameraDevice{.node = "/dev/null/video0"}, .modelDirectory = models},
-               "there is no camera /dev/null/video0"},
-          Case{"video",
-               {.source = camera::VideoFile{.path = "/nonexistent"}, .modelDirectory = models},
-               "there is no file /nonexistent"},
-          Case{"portal", {.source = camera::PortalCamera{}, .modelDirectory = models}, "handed over no camera"}}) {
-        SCOPED_TRACE(c.name);
-        const Tracked tracked(c.options);
+    for (const auto& [options, reason] :
+         {std::pair{noModels, "the face models are not in /nonexistent"},
+          {noField, "field of view, eye spacing or calibration factor is out of range"},
+          {with(camera::Pictures{}), "the list of pictures is empty"},
+          {with(camera::CameraDevice{.node = "/dev/null/video0"}), "there is no camera /dev/null/video0"},
+          {with(camera::VideoFile{.path = "/nonexistent"}), "there is no file /nonexistent"},
+          {with(camera::PortalCamera{}), "handed over no camera"}}) {
+        SCOPED_TRACE(reason);
+        const Tracked tracked(options);
         ::testing::internal::CaptureStderr();
         EXPECT_FALSE(tracked.platform->faceTracking().isSupported());
         EXPECT_FALSE(tracked.platform->faceTracking().isSupported());
-        const std::string said = ::testing::internal::GetCapturedStderr();
-        EXPECT_THAT(said, HasSubstr(c.reason));
-        EXPECT_EQ(std::ranges::count(said, '\n'), 1);
+        const std::string lines = ::testing::internal::GetCapturedStderr();
+        EXPECT_THAT(lines, HasSubstr(reason));
+        EXPECT_EQ(std::ranges::count(lines, '\n'), 1);
     }
 }
 
-TEST(CameraTracking, ThePlatformMayGoWhileAFaceIsReported) {
-    /// Pauses again and again, so that the platform goes while the view is at it.
+TEST(CameraTracking, SurvivesThatThePlatformGoesWhileAFaceIsReported) {
+    /// Pauses again and again, so that the platform goes meanwhile.
     struct Pausing final : platform::FaceTrackingDelegate {
         std::shared_ptr<platform::SceneNode> nodeForAnchor(const platform::Anchor& /*anchor*/) override {
             return std::make_shared<platform::SceneNode>();
@@ -169,7 +155,7 @@ TEST(CameraTracking, ThePlatformMayGoWhileAFaceIsReported) {
     }
 }
 
-TEST(CameraTracking, AProcessMayEndAtAnyMomentOfARun) {
+TEST(CameraTracking, LetsAProcessEndAtAnyMomentOfARun) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     for (const int milliseconds : {0, 5, 20, 60, 150}) {
         EXPECT_EXIT(

@@ -19,8 +19,6 @@ struct ScriptedCamera {
     std::atomic<float> depth = 0.5F;  ///< metres to the face
     std::atomic<int> width = 640;     ///< of its frames
 
-    bool isOpen() const { return opened > closed; }
-
     camera::CaptureOpener opener() {
         return [this]() -> std::expected<camera::OpenCapture, std::string> {
             ++attempts;
@@ -31,26 +29,24 @@ struct ScriptedCamera {
     }
 
 private:
-    class Frames final : public camera::FrameSource {
-    public:
-        explicit Frames(ScriptedCamera& device) : camera_(device) { ++camera_.opened; }
-        ~Frames() override { ++camera_.closed; }
+    struct Frames final : camera::FrameSource {
+        explicit Frames(ScriptedCamera& device) : camera(device) { ++camera.opened; }
+        ~Frames() override { ++camera.closed; }
 
         std::expected<bool, std::string> next(std::chrono::milliseconds patience,
                                               const std::function<void(const camera::Frame&)>& look) override {
-            if (camera_.isUnplugged) return std::unexpected("the camera is gone");
-            if (camera_.stalls) {
+            if (camera.isUnplugged) return std::unexpected("the camera is gone");
+            if (camera.stalls) {
                 std::this_thread::sleep_for(patience);
-                ++camera_.waits;
+                ++camera.waits;
                 return false;
             }
-            ++camera_.frames;
-            look({.width = camera_.width, .height = 480, .pixels = {}});
+            ++camera.frames;
+            look({.width = camera.width, .height = 480, .pixels = {}});
             return true;
         }
 
-    private:
-        ScriptedCamera& camera_;
+        ScriptedCamera& camera;
     };
 
     std::optional<platform::Anchor> face() const {

@@ -2,10 +2,8 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <mutex>
-
-#include "platform/portal/portal_application.h"
-#include "platform/portal/portal_capture_device.h"
+#include "platform/portal/portal_services.h"
+#include "platform/portal/video_devices.h"
 #include "platform/shared/file_descriptor.h"
 #include "prelude.h"
 #include "scripted_portal.h"
@@ -20,17 +18,19 @@ using test::ScriptedPortal;
 using test::SessionBus;
 using Step = ScriptedPortal::Step;
 
-class Answers {
-public:
-    std::function<void(bool)> handler() {
-        return [this](bool granted) {
-            const std::scoped_lock lock(mutex_);
-            answers_.push_back(granted);
-        };
+struct Camera {
+    explicit Camera(std::chrono::milliseconds busTimeLimit = PortalRequest::usualBusTimeLimit)
+        : device(loop, [this] { return ++looks > 0; }, busTimeLimit) {}
+
+    void request() {
+        device.requestAccessForVideo([this](bool granted) {
+            const std::lock_guard lock(mutex);
+            answers.push_back(granted);
+        });
     }
-    std::vector<bool> all() const {
-        const std::scoped_lock lock(mutex_);
-        return answers_;
+    std::vector<bool> all() {
+        const std::lock_guard lock(mutex);
+        return answers;
     }
     std::optional<bool> only() {
         if (!eventually([this] { return !all().empty(); })) return std::nullopt;
@@ -38,18 +38,11 @@ public:
         return all().size() == 1 ? std::optional<bool>(all().front()) : std::nullopt;
     }
 
-private:
-    mutable std::mutex mutex_;
-    std::vector<bool> answers_;
-};
-
-struct Camera {
-    explicit Camera(std::chrono::milliseconds busTimeLimit = PortalRequest::usualBusTimeLimit) {
-        device.emplace(loop, [this] { return ++looks > 0; }, busTimeLimit);
-    }
+    std::mutex mutex;
+    std::vector<bool> answers;
     testing::ManualRunLoop loop;
     std::atomic<int> looks = 0;  // where there is no portal
-    std::optional<PortalCaptureDevice> device;
+    PortalCaptureDevice device;
 };
 
 TEST(PortalCaptureDevice, AnswersOnceWhateverThePortalDoes) {
@@ -73,10 +66,9 @@ TEST(PortalCaptureDevice, AnswersOnceWhateverThePortalDoes) {
         SCOPED_TRACE(c.description);
         const ScriptedPortal portal(c.script);
         Camera camera;
-        Answers answers;
-        camera.device->requestAccessForVideo(answers.handler());
-        EXPECT_EQ(answers.only(), c.granted);
-        EXPECT_FALSE(camera.device->isRequestInProgress());
+        camera.request();
+        EXPECT_EQ(camera.only(), c.granted);
+        EXPECT_FALSE(camera.device.isRequestInProgress());
         EXPECT_EQ(camera.looks, 0);
     }
 }
@@ -84,9 +76,8 @@ TEST(PortalCaptureDevice, AnswersOnceWhateverThePortalDoes) {
 TEST(PortalCaptureDevice, LooksForItselfWhereThereIsNoPortalToAsk) {
     const auto looks = [](std::chrono::milliseconds busTimeLimit = PortalRequest::usualBusTimeLimit) {
         Camera camera(busTimeLimit);
-        Answers answers;
-        camera.device->requestAccessForVideo(answers.handler());
-        EXPECT_EQ(answers.only(), true);
+        camera.request();
+        EXPECT_EQ(camera.only(), true);
         EXPECT_EQ(camera.looks, 1);
     };
     for (const char* address : {"disabled:", "unix:path=/nonexistent/bus", "no address"}) {
@@ -95,7 +86,7 @@ TEST(PortalCaptureDevice, LooksForItselfWhereThereIsNoPortalToAsk) {
         looks();
     }
     {
-        // A bus that takes connections in, and never sends a byte.
+        // A bus that accepts connections, and never sends a byte.
         const TemporaryDirectory directory;
         const std::string path = directory.path() / "bus";
         sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
@@ -106,7 +97,7 @@ TEST(PortalCaptureDevice, LooksForItselfWhereThereIsNoPortalToAsk) {
         ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + path).c_str(), 1);
         looks(200ms);
         Camera dropped;
-        dropped.device->requestAccessForVideo([](bool) { ADD_FAILURE() << "it was to be dropped"; });
+        dropped.device.requestAccessForVideo([](bool) { ADD_FAILURE() << "called for a dropped request"; });
     }
     const SessionBus bus;
     looks();
@@ -114,23 +105,20 @@ TEST(PortalCaptureDevice, LooksForItselfWhereThereIsNoPortalToAsk) {
     looks();
 }
 
-TEST(PortalCaptureDevice, DropsWhatIsUnderWayWhenItGoesAndRefusesWhenTheBusGoes) {
+TEST(PortalCaptureDevice, DropsRequestsWhenItGoesAndRefusesThemWhenTheBusGoes) {
     SessionBus bus;
     const ScriptedPortal portal({Step::reply});
-    Answers dropped;
-    Answers answers;
     Camera camera;
     {
         Camera gone;
-        gone.device->requestAccessForVideo(dropped.handler());
+        gone.device.requestAccessForVideo([](bool) { ADD_FAILURE() << "called for a dropped request"; });
         EXPECT_TRUE(eventually([&] { return portal.requestCount() == 1; }));
     }
-    camera.device->requestAccessForVideo(answers.handler());
+    camera.request();
     EXPECT_TRUE(eventually([&] { return portal.requestCount() == 2; }));
-    EXPECT_TRUE(camera.device->isRequestInProgress());
+    EXPECT_TRUE(camera.device.isRequestInProgress());
     bus.stop();
-    EXPECT_EQ(answers.only(), false);
-    EXPECT_TRUE(dropped.all().empty());
+    EXPECT_EQ(camera.only(), false);
 }
 
 TEST(PortalCaptureDevice, KeepsTwoRequestsApart) {
@@ -138,62 +126,35 @@ TEST(PortalCaptureDevice, KeepsTwoRequestsApart) {
     // The first request is answered after the second one.
     const ScriptedPortal portal({Step::reply, Step::waitForNextRequest, Step::respondSuccess});
     Camera camera;
-    Answers first;
-    Answers second;
-    camera.device->requestAccessForVideo(first.handler());
+    camera.request();
     EXPECT_TRUE(eventually([&] { return portal.requestCount() == 1; }));
-    camera.device->requestAccessForVideo(second.handler());
-    EXPECT_EQ(second.only(), true);
-    EXPECT_EQ(first.only(), true);
+    camera.request();
+    EXPECT_TRUE(eventually([&] { return camera.all() == std::vector{true, true}; }));
 }
-
-/// While it lives, the system refuses new threads: none has room for such a stack.
-class NoMoreThreads {
-public:
-    NoMoreThreads() {
-        pthread_getattr_default_np(&usual_);
-        pthread_attr_t impossible;
-        pthread_attr_init(&impossible);
-        pthread_attr_setstacksize(&impossible, std::size_t{1} << 46U);
-        pthread_setattr_default_np(&impossible);
-        pthread_attr_destroy(&impossible);
-    }
-    ~NoMoreThreads() {
-        pthread_setattr_default_np(&usual_);
-        pthread_attr_destroy(&usual_);
-    }
-    NoMoreThreads(const NoMoreThreads&) = delete;
-    NoMoreThreads& operator=(const NoMoreThreads&) = delete;
-
-private:
-    pthread_attr_t usual_{};
-};
 
 TEST(PortalCaptureDevice, RefusesOnTheMainLoopWhenThereIsNoThreadToAskOn) {
     const SessionBus bus;
     const ScriptedPortal portal({Step::reply, Step::respondSuccess});
     Camera camera;
-    Answers answers;
-    {
-        const NoMoreThreads limit;
-        camera.device->requestAccessForVideo(answers.handler());
-    }
-    EXPECT_TRUE(answers.all().empty()) << "not before the request has returned";
+    pthread_attr_t usual;
+    pthread_attr_t impossible;
+    pthread_getattr_default_np(&usual);
+    pthread_attr_init(&impossible);
+    pthread_attr_setstacksize(&impossible, std::size_t{1} << 46U);  // more than an address space holds
+    pthread_setattr_default_np(&impossible);
+    camera.request();
+    pthread_setattr_default_np(&usual);
+    EXPECT_TRUE(camera.all().empty()) << "not before the request has returned";
     EXPECT_EQ(camera.loop.runPending(), 1U);
-    EXPECT_EQ(answers.all(), std::vector{false});
-    EXPECT_FALSE(camera.device->isRequestInProgress());
+    EXPECT_EQ(camera.all(), std::vector{false});
+    EXPECT_FALSE(camera.device.isRequestInProgress());
     EXPECT_EQ(camera.looks, 0);
 
-    camera.device->requestAccessForVideo(answers.handler());
-    EXPECT_TRUE(eventually([&] { return answers.all() == std::vector{false, true}; }));
+    camera.request();
+    EXPECT_TRUE(eventually([&] { return camera.all() == std::vector{false, true}; }));
 }
 
 TEST(PortalApplication, OpensUrlsThroughThePortalAndElseThroughTheFallback) {
-    struct Case {
-        const char* description;
-        std::vector<Step> script;
-        std::size_t fallbackCalls;
-    };
     const auto url = Url::parse("https://example.org/study?a=%20b");
     const auto opens = [&](std::size_t fallbackCalls) {
         testing::ManualRunLoop loop;
@@ -209,14 +170,42 @@ TEST(PortalApplication, OpensUrlsThroughThePortalAndElseThroughTheFallback) {
     opens(1);
     const SessionBus bus;
     opens(1);
-    for (const Case& c : {Case{"opened", {Step::reply, Step::respondSuccess}, 0},
-                          Case{"cancelled", {Step::reply, Step::respondCancelled}, 0},
-                          Case{"not for the portal", {Step::replyError}, 1}}) {
-        SCOPED_TRACE(c.description);
-        const ScriptedPortal portal(c.script);
-        opens(c.fallbackCalls);
+    for (const auto& [script, fallbackCalls] : {std::pair{std::vector{Step::reply, Step::respondSuccess}, 0U},
+                                                {std::vector{Step::reply, Step::respondCancelled}, 0U},
+                                                {std::vector{Step::replyError}, 1U}}) {
+        const ScriptedPortal portal(script);
+        opens(fallbackCalls);
         EXPECT_EQ(portal.openedUrl(), url->string());
     }
+}
+
+TEST(MayUseCamera, FollowsTheVideoDevicesThatTheUserMayOpen) {
+    struct Case {
+        std::vector<std::string> usable;
+        std::vector<std::string> unusable;
+        bool granted;
+    };
+    for (const Case& c :
+         {Case{{}, {}, true}, Case{{}, {"video", "video1x", "media0"}, true}, Case{{"video0"}, {}, true},
+          Case{{}, {"video0"}, false}, Case{{"video10"}, {"video2"}, true}}) {
+        SCOPED_TRACE(::testing::PrintToString(c.usable) + ::testing::PrintToString(c.unusable));
+        const TemporaryDirectory devices;
+        for (const std::string& name : c.usable)
+            writeFile(devices.path() / name, "");
+        // A node without a device behind it: opening it fails for every user, root included.
+        for (const std::string& name : c.unusable)
+            std::filesystem::create_symlink("gone", devices.path() / name);
+        EXPECT_EQ(mayUseCamera(devices.path()), c.granted);
+    }
+}
+
+TEST(VideoDevices, AreTheNumberedNodesInTheirOrder) {
+    const TemporaryDirectory directory;
+    for (const char* name : {"video10", "video2", "videoX", "video", "vide0", "video2a", "audio1"})
+        writeFile(directory.path() / name, "");
+    EXPECT_THAT(videoDeviceNodes(directory.path()),
+                ElementsAre(directory.path() / "video2", directory.path() / "video10"));
+    EXPECT_THAT(videoDeviceNodes(directory.path() / "absent"), IsEmpty());
 }
 
 }  // namespace

@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "platform/camera/capture/frame_source.h"
-#include "platform/camera/vision/face_finder.h"
 
 namespace tarvex::camera {
 

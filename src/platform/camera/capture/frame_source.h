@@ -1,15 +1,19 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <expected>
+#include <filesystem>
 #include <functional>
+#include <memory>
 #include <string>
+#include <variant>
 
-#include "platform/camera/vision/frame.h"
+#include "platform/camera/vision/face_finder.h"
 
 namespace tarvex::camera {
 
-/// An open camera, or what stands in its place. It is closed when this is destroyed. Used by one thread.
+/// An open camera, or a file in its place; destroying it closes it. Reentrant.
 class FrameSource {
 public:
     virtual ~FrameSource() = default;
@@ -19,5 +23,21 @@ public:
     virtual std::expected<bool, std::string> next(std::chrono::milliseconds patience,
                                                   const std::function<void(const Frame&)>& look) = 0;
 };
+
+/// The source of one run: a device node, a node of a PipeWire remote, a video or a picture.
+struct PipeWireNode {
+    int remote;  ///< its file descriptor
+    std::uint32_t node;
+};
+struct Video {
+    std::filesystem::path path;
+};
+struct Picture {
+    std::filesystem::path path;
+};
+using OpenedSource = std::variant<std::filesystem::path, PipeWireNode, Video, Picture>;
+
+/// Opens the source, through GStreamer; the first frame may take a while. One sentence when it cannot be opened.
+std::expected<std::unique_ptr<FrameSource>, std::string> openFrameSource(const OpenedSource& source);
 
 }  // namespace tarvex::camera

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "platform/camera/vision/canonical_face.h"
-
 namespace tarvex::camera {
 namespace {
 

@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-#include "platform/camera/vision/frame.h"
+#include "platform/camera/vision/face_finder.h"
 
 namespace tarvex::camera {
 

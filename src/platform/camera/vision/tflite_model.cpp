@@ -23,7 +23,8 @@ std::optional<Places> placesIn(const flatbuffers::Vector<std::int32_t>& list, st
 std::optional<TfliteModel::Tensor> tensorOf(const tflite::Tensor& source, const tflite::Model& model) {
     if (source.buffer() >= model.buffers()->size()) return std::nullopt;
     TfliteModel::Tensor tensor{.shape = Places(source.shape()->begin(), source.shape()->end()),
-                               .number = static_cast<TfliteModel::Number>(source.type())};
+                               .number = static_cast<TfliteModel::Number>(source.type()),
+                               .constant = {}};
     if (const auto* data = model.buffers()->Get(source.buffer())->data(); data != nullptr)
         tensor.constant = std::as_bytes(std::span(data->data(), data->size()));
     return tensor;

@@ -1,28 +1,24 @@
-#include "platform/camera/calibration_file.h"
+#include "platform/glib/calibration_file.h"
 
 #include <glib.h>
 
 #include <algorithm>
-#include <memory>
 #include <system_error>
 #include <utility>
 
-namespace tarvex::camera {
+#include "platform/shared/handle.h"
+
+namespace tarvex::platform {
 namespace {
 
-struct Release {
-    void operator()(GKeyFile* file) const { g_key_file_unref(file); }
-    void operator()(GError* error) const { g_error_free(error); }
-    void operator()(char* text) const { g_free(text); }
-};
-using KeyFile = std::unique_ptr<GKeyFile, Release>;
-using Error = std::unique_ptr<GError, Release>;
-using Text = std::unique_ptr<char, Release>;
+using KeyFile = Handle<GKeyFile, g_key_file_unref>;
+using Error = Handle<GError, g_error_free>;
+using Text = Handle<char, g_free>;
 
 constexpr double least = 0.2;
 constexpr double most = 5;
 
-/// A camera's own name, without what an INI file's groups cannot hold.
+/// A camera's own name, without the characters that an INI file's groups cannot hold.
 std::string groupOf(std::string_view camera) {
     std::string group(camera);
     std::ranges::replace_if(group, [](char c) { return c == '[' || c == ']' || g_ascii_iscntrl(c) != FALSE; }, '_');
@@ -34,7 +30,7 @@ std::string keyOf(int width, int height) {
     return std::to_string(width) + "x" + std::to_string(height);
 }
 
-/// What the file holds, nothing where there is none; one sentence when it cannot be read.
+/// The file's content, empty where there is no file; one sentence when it cannot be read.
 std::expected<KeyFile, std::string> load(const std::filesystem::path& path) {
     KeyFile file(g_key_file_new());
     GError* error = nullptr;
@@ -44,7 +40,7 @@ std::expected<KeyFile, std::string> load(const std::filesystem::path& path) {
     return std::unexpected(path.string() + " cannot be read: " + reason->message);
 }
 
-/// Written and synced under another name, then renamed; the directory is synced as well.
+/// Writes and syncs the file under another name, then renames it and syncs the directory.
 std::expected<void, std::string> save(GKeyFile* file, const std::filesystem::path& path) {
     constexpr int everybodyReads = 0644;
     constexpr auto durably =
@@ -89,4 +85,4 @@ std::expected<void, std::string> CalibrationFile::store(std::string_view camera,
     return save(file->get(), path_);
 }
 
-}  // namespace tarvex::camera
+}  // namespace tarvex::platform

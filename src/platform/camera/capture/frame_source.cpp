@@ -1,4 +1,4 @@
-#include "platform/camera/capture/gst_frame_source.h"
+#include "platform/camera/capture/frame_source.h"
 
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
@@ -7,28 +7,19 @@
 #include <optional>
 #include <utility>
 
+#include "platform/shared/handle.h"
+
 namespace tarvex::camera {
 namespace {
 
-struct Unref {
-    void operator()(GstElement* element) const { gst_object_unref(element); }
-    void operator()(GstBus* bus) const { gst_object_unref(bus); }
-    void operator()(GstSample* sample) const { gst_sample_unref(sample); }
-    void operator()(GstMessage* message) const { gst_message_unref(message); }
-    void operator()(GError* error) const { g_error_free(error); }
-    void operator()(char* text) const { g_free(text); }
-};
-template <typename Type>
-using Owned = std::unique_ptr<Type, Unref>;
+using platform::Handle;
+using Element = Handle<GstElement, gst_object_unref>;
 
-/// A running pipeline, stopped before it goes.
-struct StopAndUnref {
-    void operator()(GstElement* pipeline) const {
-        gst_element_set_state(pipeline, GST_STATE_NULL);
-        gst_object_unref(pipeline);
-    }
-};
-using Pipeline = std::unique_ptr<GstElement, StopAndUnref>;
+void stopAndUnref(GstElement* pipeline) {
+    gst_element_set_state(pipeline, GST_STATE_NULL);
+    gst_object_unref(pipeline);
+}
+using Pipeline = Handle<GstElement, stopAndUnref>;
 
 // The first words of each pipeline; properties that come from outside are set on the element named "source".
 constexpr const char* cameraHead =
@@ -38,7 +29,7 @@ constexpr const char* portalHead = "pipewiresrc name=source ! decodebin";
 constexpr const char* videoHead = "filesrc name=source ! decodebin";
 constexpr const char* pictureHead = "filesrc name=source ! decodebin ! videoconvert ! imagefreeze";
 
-// A frame past these bounds never reaches a network, though a decoder may have made one; the sentence below and
+// A frame past these bounds never reaches a network, though a decoder may have made one; the error text below and
 // camera.h name them.
 constexpr const char* tail =
     " ! videoconvert ! video/x-raw,format=RGB,width=[16,4096],height=[16,4096] ! "
@@ -51,8 +42,8 @@ bool startGStreamer() {
 }
 
 std::string sentence(GError* error) {
-    const Owned<GError> owned(error);
-    return owned ? owned->message : "it gives no reason";
+    const Handle<GError, g_error_free> owned(error);
+    return owned ? owned->message : "GStreamer gives no reason";
 }
 
 class GstFrameSource final : public FrameSource {
@@ -69,7 +60,7 @@ public:
 
     std::expected<bool, std::string> next(std::chrono::milliseconds patience,
                                           const std::function<void(const Frame&)>& look) override {
-        const Owned<GstSample> sample(gst_app_sink_try_pull_sample(
+        const Handle<GstSample, gst_sample_unref> sample(gst_app_sink_try_pull_sample(
             GST_APP_SINK(sink_.get()), static_cast<GstClockTime>(patience.count()) * GST_MSECOND));
         if (sample) return show(*sample, look);
         if (auto reason = failure()) return std::unexpected(std::move(*reason));
@@ -97,7 +88,7 @@ private:
         return true;
     }
 
-    /// Whether the pipeline failed because what comes is not what `tail` asks for.
+    /// True when the pipeline failed because the frames are not of the kind that `tail` requires.
     static bool wantsOtherFrames(GstMessage& message) {
         const GstStructure* details = nullptr;
         gst_message_parse_error_details(&message, &details);
@@ -106,9 +97,9 @@ private:
                flow == GST_FLOW_NOT_NEGOTIATED;
     }
 
-    /// What the pipeline reported to have gone wrong, if it did.
+    /// The failure that the pipeline has reported, if any.
     std::optional<std::string> failure() {
-        const Owned<GstMessage> message(gst_bus_pop_filtered(bus_.get(), GST_MESSAGE_ERROR));
+        const Handle<GstMessage, gst_message_unref> message(gst_bus_pop_filtered(bus_.get(), GST_MESSAGE_ERROR));
         if (!message) return std::nullopt;
         if (wantsOtherFrames(*message)) return name_ + " delivers no frames that are 16 to 4096 pixels wide and high";
         GError* error = nullptr;
@@ -117,8 +108,8 @@ private:
     }
 
     Pipeline pipeline_;
-    Owned<GstElement> sink_;
-    Owned<GstBus> bus_;
+    Element sink_;
+    Handle<GstBus, gst_object_unref> bus_;
     std::string name_;
 };
 
@@ -139,7 +130,7 @@ Plan planFor(const PipeWireNode& pipeWire) {
     return {.launch = std::string(portalHead) + tail + newestOnly, .name = "the portal's camera", .pipeWire = pipeWire};
 }
 
-Plan planFor(const VideoFile& video) {
+Plan planFor(const Video& video) {
     return {
         .launch = std::string(videoHead) + tail, .name = "the video " + video.path.string(), .location = video.path};
 }
@@ -165,11 +156,11 @@ std::expected<std::unique_ptr<FrameSource>, std::string> openFrameSource(const O
     if (!startGStreamer()) return std::unexpected("GStreamer does not start on this machine");
     const Plan plan = std::visit([](const auto& opened) { return planFor(opened); }, source);
     GError* error = nullptr;
-    Owned<GstElement> parsed(gst_parse_launch_full(plan.launch.c_str(), nullptr, GST_PARSE_FLAG_FATAL_ERRORS, &error));
+    Element parsed(gst_parse_launch_full(plan.launch.c_str(), nullptr, GST_PARSE_FLAG_FATAL_ERRORS, &error));
     if (!parsed) return std::unexpected(plan.name + " cannot be opened: " + sentence(error));
     g_clear_error(&error);
     Pipeline pipeline(GST_ELEMENT(gst_object_ref_sink(parsed.release())));
-    const Owned<GstElement> element(gst_bin_get_by_name(GST_BIN(pipeline.get()), "source"));
+    const Element element(gst_bin_get_by_name(GST_BIN(pipeline.get()), "source"));
     setProperties(element.get(), plan);
     auto opened = std::make_unique<GstFrameSource>(std::move(pipeline), plan.name);
     if (auto started = opened->start(); !started) return std::unexpected(started.error());

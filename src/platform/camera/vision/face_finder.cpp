@@ -1,4 +1,4 @@
-#include "platform/camera/vision/face_locator.h"
+#include "platform/camera/vision/face_finder.h"
 
 #include <memory>
 #include <utility>
@@ -6,6 +6,7 @@
 #include "platform/camera/vision/face_detector.h"
 #include "platform/camera/vision/face_mesh.h"
 #include "platform/camera/vision/face_models.h"
+#include "platform/camera/vision/head_pose.h"
 #include "platform/camera/vision/neural_network.h"
 #include "platform/camera/vision/tflite_model.h"
 
