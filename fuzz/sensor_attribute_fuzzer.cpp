@@ -11,7 +11,6 @@
 #include <string_view>
 
 #include "platform/iio/light_sensor_layout.h"
-#include "platform/iio/sensor_attribute.h"
 
 namespace {
 

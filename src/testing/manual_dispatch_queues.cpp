@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/glib/saturating_sum.h"
+#include "platform/shared/deadline_grid.h"
 
 namespace tarvex::testing {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <utility>
 
-#include "platform/glib/saturating_sum.h"
+#include "platform/shared/deadline_grid.h"
 
 namespace tarvex::testing {
 

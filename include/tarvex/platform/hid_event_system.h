@@ -48,6 +48,8 @@ using HidEventCallback = void (*)(void* target, void* refcon, HidServiceClient* 
 struct HidMatching {
     std::int32_t primaryUsagePage = 0;
     std::int32_t primaryUsage = 0;
+
+    friend bool operator==(const HidMatching&, const HidMatching&) = default;
 };
 
 /// A client of the event system. Thread-safe: the library uses it on whatever thread starts or stops tracking, while

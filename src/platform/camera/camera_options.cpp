@@ -1,35 +1,18 @@
 #include "platform/camera/camera_options.h"
 
-#include <dlfcn.h>
-
 #include <map>
 #include <system_error>
 #include <utility>
 
 #include "platform/camera/camera_source.h"
 #include "platform/camera/vision/face_models.h"
+#include "platform/shared/own_file.h"
 
 namespace tarvex::camera {
 namespace {
 
 using platform::Anchor;
 using platform::Transform;
-
-constexpr char insideThisLibrary = 0;
-
-/// The file that this code was loaded from: the library, or a program that holds it.
-std::filesystem::path ownFile() {
-    Dl_info information{};
-    const bool known = ::dladdr(&insideThisLibrary, &information) != 0;
-    const std::filesystem::path name = known ? information.dli_fname : "";
-    std::error_code failure;
-    if (name.has_parent_path()) {
-        auto file = std::filesystem::canonical(name, failure);
-        if (!failure) return file;
-    }
-    // Of a program, the loader knows only the words it was started with: without a path when the shell had searched.
-    return std::filesystem::read_symlink("/proc/self/exe", failure);
-}
 
 void scaleTranslation(Transform& transform, double factor) {
     for (std::size_t place = 12; place < 15; ++place)
@@ -71,14 +54,12 @@ std::expected<void, std::string> checkOptions(const Options& options) {
 std::filesystem::path modelDirectoryOf(const Options& options) {
     if (options.modelDirectory) return *options.modelDirectory;
     std::error_code failure;
-    const auto library = ownFile();
-    // lib/libtarvex_camera.so, or lib/<architecture>/libtarvex_camera.so, or bin/<program>
-    for (const auto& prefix :
-         {library.parent_path().parent_path(), library.parent_path().parent_path().parent_path()}) {
-        auto directory = prefix / "share" / "tarvex" / "face_models";
+    const auto candidates = platform::resourceDirectoriesOf(platform::fileOfThisLibrary().parent_path());
+    for (const auto& resources : candidates) {
+        auto directory = resources / "face_models";
         if (std::filesystem::is_directory(directory, failure)) return directory;
     }
-    return library.parent_path().parent_path() / "share" / "tarvex" / "face_models";
+    return candidates.front() / "face_models";
 }
 
 FaceGeometry geometryOf(const Options& options) {

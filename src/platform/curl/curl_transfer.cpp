@@ -28,8 +28,7 @@ private:
     CURLcode result_ = CURLE_OK;
 };
 
-template <typename List>
-bool append(List& list, const std::string& line) {
+bool append(Handle<curl_slist, curl_slist_free_all>& list, const std::string& line) {
     curl_slist* longer = curl_slist_append(list.get(), line.c_str());
     if (longer == nullptr) return false;
     static_cast<void>(list.release());
@@ -91,7 +90,7 @@ CURLcode CurlTransfer::configureRequest() {
         .set(CURLOPT_UPLOAD_BUFFERSIZE, uploadBufferSize)
         // An HTTP/2 upload whose server answers early never finishes in libcurl 7.88.
         .set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1))
-        // A connection of its own for each request: none is sent twice because an idle connection turned out dead.
+        // A connection of its own for each request: no request is repeated because an idle connection was dead.
         .set(CURLOPT_FRESH_CONNECT, 1L)
         .set(CURLOPT_FORBID_REUSE, 1L);
     if (request_.body) {

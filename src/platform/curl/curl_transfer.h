@@ -9,19 +9,18 @@
 #include <string>
 #include <utility>
 
-#include "platform/curl/curl_transport_options.h"
-#include "platform/curl/socket_progress.h"
-#include "platform/curl/transfer_patience.h"
-#include "tarvex/platform/url_session.h"
+#include "platform/curl/curl_url_session.h"
+#include "platform/curl/transfer_progress.h"
+#include "platform/shared/handle.h"
 
 namespace tarvex::platform {
 
-/// One request under way: its easy handle, what it has moved so far, and the handler that waits for its outcome.
+/// One request under way: its easy handle, the progress it has made, and the handler that waits for its outcome.
 ///
-/// Used by one thread from `start` to `finish`, by any other one afterwards. The body is sent from where it lies.
-/// Destroying a transfer drops it: its handler is then not called.
+/// Reentrant; one thread uses it from `start` to `finish`. The body is sent without a copy. Destroying a transfer drops
+/// it: its handler is then not called.
 ///
-/// A transfer is over when the whole answer is in. An answer that goes on and on is cut off, after a mebibyte or twice
+/// A transfer is over when the whole answer has arrived. An answer without an end is cut off after a mebibyte or twice
 /// the request's time-out, and the status it began with stands; one that stalls or breaks off is an error.
 class CurlTransfer {
 public:
@@ -36,8 +35,8 @@ public:
     /// Adds the transfer to `multi`, which must outlive it. Should that fail, the transfer is overdue at once.
     void start(CURLM* multi);
 
-    /// How the transfer has to be ended from this side, if it has to be: nothing has moved for the request's time-out,
-    /// or the answer does not end. Looks at the sockets; to be called again by `nextLook`.
+    /// The result with which the transfer has to be ended from this side, if it has to be: nothing has moved for the
+    /// request's time-out, or the answer does not end. Looks at the sockets; to be called again by `nextLook`.
     std::optional<CURLcode> overdue(TransferPatience::Clock::time_point now);
     TransferPatience::Clock::time_point nextLook() const { return patience_.nextLook(); }
 
@@ -49,13 +48,8 @@ public:
     void deliver() noexcept;
 
 private:
-    // Named deleters: g++ 12 gives a lambda in a header a type of its own in every source file.
-    struct Cleanup {
-        void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
-        void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-    };
-    using Easy = std::unique_ptr<CURL, Cleanup>;
-    using List = std::unique_ptr<curl_slist, Cleanup>;
+    using Easy = Handle<CURL, curl_easy_cleanup>;
+    using List = Handle<curl_slist, curl_slist_free_all>;
     using Outcome = std::pair<std::optional<UrlResponse>, std::optional<TransportError>>;
 
     CURLcode configure();

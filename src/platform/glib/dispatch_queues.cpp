@@ -6,7 +6,7 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/glib/saturating_sum.h"
+#include "platform/shared/deadline_grid.h"
 #include "platform/shared/library_thread.h"
 #include "tarvex/platform/run_loop.h"
 

@@ -10,11 +10,13 @@
 #include <deque>
 #include <utility>
 
+#include "platform/shared/handle.h"
+
 namespace tarvex::platform {
 
 namespace {
 
-using Source = std::unique_ptr<GSource, decltype([](GSource* source) { g_source_unref(source); })>;
+using Source = Handle<GSource, g_source_unref>;
 
 }  // namespace
 

@@ -11,12 +11,13 @@
 #include <utility>
 
 #include "platform/shared/deadline_grid.h"
+#include "platform/shared/handle.h"
 
 namespace tarvex::platform {
 
 namespace {
 
-using Source = std::unique_ptr<GSource, decltype([](GSource* source) { g_source_unref(source); })>;
+using Source = Handle<GSource, g_source_unref>;
 
 constexpr gint64 neverReady = -1;
 

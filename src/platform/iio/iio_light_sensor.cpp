@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/iio/sensor_attribute.h"
+#include "platform/shared/regular_file.h"
 
 namespace tarvex::platform {
 
@@ -13,6 +13,14 @@ namespace {
 
 // A device that changes more often than this during one look is coming or going.
 constexpr int mostAttempts = 3;
+
+// Numbers of the kernel are far shorter; a file that is longer holds something else.
+constexpr std::size_t longestAttribute = 256;
+
+std::optional<double> readSensorNumber(int device, const std::string& name) {
+    const auto text = contentsOfRegularFile(name, longestAttribute, device);
+    return text ? parseSensorNumber(*text) : std::nullopt;
+}
 
 }  // namespace
 
@@ -43,7 +51,7 @@ std::optional<LightReading> IioLightSensor::read() {
 }
 
 std::optional<IioLightSensor::Device> IioLightSensor::deviceAt(const std::filesystem::path& path) {
-    std::unique_ptr<DIR, CloseDirectory> directory(opendir(path.c_str()));
+    Handle<DIR, closedir> directory(opendir(path.c_str()));
     if (!directory) return std::nullopt;
     const int file = dirfd(directory.get());
     struct stat status{};

@@ -4,16 +4,15 @@
 #include <sys/types.h>
 
 #include <filesystem>
-#include <memory>
 #include <optional>
 #include <utility>
 
-#include "platform/iio/light_reading.h"
 #include "platform/iio/light_sensor_layout.h"
+#include "platform/shared/handle.h"
 
 namespace tarvex::platform {
 
-/// An ambient light sensor of the kernel's industrial I/O tree: a directory of attribute files. Thread-bound.
+/// An ambient light sensor of the kernel's industrial I/O tree: a directory of attribute files. Reentrant.
 ///
 /// An attribute that appears counts from the next reading on. One that goes away, with no other in its place, leaves
 /// the sensor without a reading until it is back: the 0 of a number that a device never had would pass for darkness. A
@@ -22,7 +21,7 @@ class IioLightSensor {
 public:
     explicit IioLightSensor(std::filesystem::path directory);
 
-    /// Whether the directory has an attribute that a reading is made of; reads none of them.
+    /// True when the directory has an attribute that a reading is made of; reads none of them.
     [[nodiscard]] static bool isLightSensor(const std::filesystem::path& directory);
 
     /// Reads every attribute anew. Absent when the device is gone, or any of its attributes is gone, fails or holds no
@@ -30,14 +29,10 @@ public:
     [[nodiscard]] std::optional<LightReading> read();
 
 private:
-    struct CloseDirectory {
-        void operator()(DIR* directory) const { closedir(directory); }
-    };
-
     /// A device as it was found. Its directory is kept open: what is read there is its own, also when another device
     /// has taken its path, and no other one gets its inode.
     struct Device {
-        std::unique_ptr<DIR, CloseDirectory> directory;
+        Handle<DIR, closedir> directory;
         std::pair<dev_t, ino_t> inode;
         LightSensorLayout layout;
     };

@@ -59,7 +59,7 @@ bool fitsFloat(double number) {
     return std::abs(number) <= double{std::numeric_limits<float>::max()};
 }
 
-/// Absent for what is no number, infinite, or outside the range.
+/// Absent for a number that is infinite or outside the range, and for NaN.
 std::optional<std::int64_t> nearestInteger(double number) {
     constexpr double limit = 0x1p63;  // the first that is too large; its negative is the smallest that fits
     const double rounded = std::round(number);
@@ -68,6 +68,16 @@ std::optional<std::int64_t> nearestInteger(double number) {
 }
 
 }  // namespace
+
+std::optional<double> parseSensorNumber(std::string_view text) {
+    const std::size_t last = text.find_last_not_of(" \t\r\n");
+    if (last == std::string_view::npos) return std::nullopt;
+    text = text.substr(0, last + 1);
+    double number = 0;
+    const auto [rest, error] = std::from_chars(text.begin(), text.end(), number);
+    if (error != std::errc{} || rest != text.end() || !std::isfinite(number)) return std::nullopt;
+    return number;
+}
 
 std::optional<LightSensorLayout> LightSensorLayout::of(const Names& names) {
     LightSensorLayout layout;

@@ -1,16 +1,32 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <set>
 #include <string>
-
-#include "platform/iio/light_reading.h"
+#include <string_view>
 
 namespace tarvex::platform {
 
-/// Which attributes of a device its readings are made of. Drivers differ in what they expose:
+/// The numbers of one look at a light sensor.
+///
+/// `lux` is the light level, rounded to the nearest integer. The channels are raw numbers of the driver, without scale
+/// or offset, each within the range of a 32-bit float: red, green, blue and clear where the sensor has colours,
+/// otherwise its whole spectrum and its infrared part. What the sensor lacks is 0.
+struct LightReading {
+    std::int64_t lux = 0;
+    std::array<double, 4> channels = {};
+
+    friend bool operator==(const LightReading&, const LightReading&) = default;
+};
+
+/// The number in the text of an attribute: decimal with a '.', whatever the locale, and white space after it. Absent
+/// for everything else: empty text, a comma, a unit, a list, "nan", a number out of range.
+std::optional<double> parseSensorNumber(std::string_view text);
+
+/// The attributes that the readings of a device are made of. Drivers expose different ones:
 ///
 /// | Reading          | Attributes, in the order of preference                                                       |
 /// |------------------|-----------------------------------------------------------------------------------------------|
@@ -28,11 +44,11 @@ public:
     /// Absent when none of the names is the level or a channel of a light sensor.
     static std::optional<LightSensorLayout> of(const Names& names);
 
-    /// Whether every number of `earlier` is still made of as much: a level with the scale and the offset that it had,
-    /// each channel. If not, the device has lost an attribute, which must not pass for one it never had.
+    /// True when every number of `earlier` still has its attributes: the level with its scale and offset, each channel.
+    /// Otherwise the device has lost an attribute, which must not pass for one it never had.
     [[nodiscard]] bool hasAllOf(const LightSensorLayout& earlier) const;
 
-    /// Absent when any of the layout's attributes cannot be read or does not fit: half a reading is none.
+    /// Absent when any of the layout's attributes cannot be read or does not fit: a partial reading is none.
     [[nodiscard]] std::optional<LightReading> read(const ReadNumber& number) const;
 
     friend bool operator==(const LightSensorLayout&, const LightSensorLayout&) = default;

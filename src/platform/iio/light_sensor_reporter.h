@@ -5,7 +5,7 @@
 #include <memory>
 #include <optional>
 
-#include "platform/iio/light_reading.h"
+#include "platform/iio/light_sensor_layout.h"
 
 namespace tarvex::platform {
 

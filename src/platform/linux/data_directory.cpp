@@ -9,14 +9,55 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/linux/data_directory_record.h"
-#include "platform/linux/safe_file_name.h"
-#include "platform/shared/absolute_path.h"
-#include "platform/shared/executable.h"
-#include "platform/shared/private_directory.h"
+#include "platform/glib/text.h"
+#include "platform/shared/own_file.h"
+#include "platform/shared/private_files.h"
 
 namespace tarvex::platform {
 namespace {
+
+bool isPlain(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '-' ||
+           c == '_';
+}
+
+std::string percentEncoded(char c) {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    const auto byte = static_cast<unsigned char>(c);
+    return {'%', digits[byte >> 4U], digits[byte & 0xfU]};
+}
+
+/// The name of the directory that a host used last, kept for starts at which the host's property list cannot be read:
+/// a symbolic link to that directory, two levels below the directory that holds both.
+class Record {
+public:
+    explicit Record(std::filesystem::path link) : link_(std::move(link)) {}
+
+    std::optional<std::string> name() const {
+        std::error_code failure;
+        const auto target = std::filesystem::read_symlink(link_, failure);
+        std::string name = target.filename();
+        if (failure || name.empty() || name.starts_with('.') || target != targetFor(name)) return std::nullopt;
+        return name;
+    }
+
+    /// Replaces the record at once or, when it cannot be written, not at all.
+    void setName(const std::string& name) const {
+        createPrivateDirectory(link_.parent_path());
+        auto fresh = link_;
+        fresh += "~" + std::to_string(::getpid());
+        std::error_code failure;
+        std::filesystem::remove(fresh, failure);
+        std::filesystem::create_symlink(targetFor(name), fresh, failure);
+        if (!failure) std::filesystem::rename(fresh, link_, failure);
+        if (failure) std::filesystem::remove(fresh, failure);
+    }
+
+private:
+    static std::filesystem::path targetFor(const std::string& name) { return std::filesystem::path("../..") / name; }
+
+    std::filesystem::path link_;
+};
 
 std::optional<std::filesystem::path> absolutePathInEnvironment(const char* variable) {
     const char* value = std::getenv(variable);
@@ -48,13 +89,22 @@ std::string recordName(const std::filesystem::path& executable,
     return safeFileName(executable.native() + ":" + propertyList->native());
 }
 
-// A chosen directory with content had its permissions set by the host, for reasons of its own.
-bool isEmpty(const std::filesystem::path& directory) {
-    std::error_code failure;
-    return std::filesystem::is_empty(directory, failure);
-}
-
 }  // namespace
+
+std::string safeFileName(std::string_view text) {
+    constexpr std::size_t maximumLength = 143;
+    constexpr std::size_t digestLength = 32;
+    std::string name;
+    for (const char c : text) {
+        if (isPlain(c) && (c != '.' || !name.empty()))
+            name.push_back(c);
+        else
+            name += percentEncoded(c);
+    }
+    if (name.size() <= maximumLength) return name;
+    const std::string end = "~" + sha256(text).substr(0, digestLength);
+    return name.substr(0, maximumLength - end.size()) + end;
+}
 
 DataDirectory::DataDirectory(std::optional<std::filesystem::path> chosen, const Bundles& bundles) : bundles_(bundles) {
     if (chosen) chosen_ = absolutePath(*std::move(chosen));
@@ -63,7 +113,10 @@ DataDirectory::DataDirectory(std::optional<std::filesystem::path> chosen, const 
 const std::filesystem::path& DataDirectory::path() {
     std::call_once(resolved_, [this] { path_ = resolve(); });
     createPrivateDirectory(path_);
-    if (!chosen_ || isEmpty(path_)) makeDirectoryPrivate(path_);
+    // A chosen directory with content has the permissions that the host gave it.
+    std::error_code failure;
+    if (std::filesystem::is_directory(path_, failure) && (!chosen_ || std::filesystem::is_empty(path_, failure)))
+        makePrivate(path_);
     return path_;
 }
 
@@ -78,7 +131,7 @@ std::string DataDirectory::hostName(const std::filesystem::path& dataHome) const
     const std::string executableName = safeFileName(executable.filename().native());
     const auto file = bundles_.mainBundle().pathForResource("Info", "plist");
     const auto list = file ? bundles_.dictionaryWithContentsOfFile(*file) : nullptr;
-    const DataDirectoryRecord record(dataHome / "tarvex" / "hosts" / recordName(executable, file));
+    const Record record(dataHome / "tarvex" / "hosts" / recordName(executable, file));
     std::string lastName = record.name().value_or(executableName);
     if (file && !list) return lastName;
 

@@ -1,9 +1,9 @@
-#include "platform/plist/binary_property_list.h"
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+
+#include "platform/plist/property_list.h"
 
 namespace tarvex::platform {
 namespace {
@@ -142,7 +142,7 @@ private:
         }
     }
 
-    // A length of 15 says that the real one follows, as an integer object.
+    // A length of 15 stands for one that follows as an integer object.
     std::optional<Object> withCount(std::uint8_t kind, std::uint64_t count, std::uint64_t position,
                                     std::uint64_t unit) const {
         if (count != 0xf) return withPayload(kind, position, count, unit);

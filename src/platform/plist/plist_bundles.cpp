@@ -1,10 +1,10 @@
 #include "platform/plist/plist_bundles.h"
 
-#include <utility>
+#include <system_error>
 
+#include "platform/glib/text.h"
 #include "platform/plist/property_list.h"
-#include "platform/shared/absolute_path.h"
-#include "platform/shared/executable.h"
+#include "platform/shared/own_file.h"
 
 namespace tarvex::platform {
 namespace {
@@ -18,6 +18,55 @@ std::filesystem::path bundleDirectoryOfExecutable() {
 }
 
 }  // namespace
+
+std::optional<std::filesystem::path> DirectoryBundle::pathForResource(std::string_view name,
+                                                                      std::string_view type) const {
+    std::string file(name);
+    if (!type.empty()) file.append(".").append(type);
+    auto path = directory_ / file;
+    std::error_code failure;
+    const auto status = std::filesystem::symlink_status(path, failure);
+    if (status.type() == std::filesystem::file_type::not_found) return std::nullopt;
+    return path;
+}
+
+std::optional<std::string> DirectoryBundle::stringForInfoDictionaryKey(std::string_view key) const {
+    for (const auto& language : messageLanguages()) {
+        const auto strings = PropertyList::withContentsOfFile(directory_ / (language + ".lproj") / "InfoPlist.strings");
+        if (strings && strings->contains(key)) return strings->stringForKey(key);
+    }
+    return informationString(key);
+}
+
+std::optional<std::string> DirectoryBundle::bundleIdentifier() const {
+    return informationString("CFBundleIdentifier");
+}
+
+std::optional<std::string> DirectoryBundle::informationString(std::string_view key) const {
+    const auto information = PropertyList::withContentsOfFile(directory_ / "Info.plist");
+    return information ? information->stringForKey(key) : std::nullopt;
+}
+
+LibraryBundle::LibraryBundle() : LibraryBundle(fileOfThisLibrary().parent_path()) {}
+
+LibraryBundle::LibraryBundle(const std::filesystem::path& libraryDirectory)
+    : directories_(resourceDirectoriesOf(libraryDirectory)) {}
+
+std::optional<std::filesystem::path> LibraryBundle::pathForResource(std::string_view name,
+                                                                    std::string_view type) const {
+    for (const auto& directory : directories_) {
+        if (auto path = DirectoryBundle(directory).pathForResource(name, type)) return path;
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> LibraryBundle::stringForInfoDictionaryKey(std::string_view) const {
+    return std::nullopt;
+}
+
+std::optional<std::string> LibraryBundle::bundleIdentifier() const {
+    return std::string(libraryBundleIdentifier);
+}
 
 PlistBundles::PlistBundles(std::optional<std::filesystem::path> bundleDirectory)
     : mainBundle_(bundleDirectory ? absolutePath(*std::move(bundleDirectory)) : bundleDirectoryOfExecutable()) {}

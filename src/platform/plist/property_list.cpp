@@ -1,22 +1,22 @@
 #include "platform/plist/property_list.h"
 
 #include <plist/plist.h>
-#include <simdjson.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <utility>
 
-#include "platform/plist/binary_property_list.h"
+#include "platform/glib/text.h"
+#include "platform/shared/handle.h"
 #include "platform/shared/regular_file.h"
 
 namespace tarvex::platform {
 namespace {
 
-using Plist = std::unique_ptr<void, decltype([](plist_t list) { plist_free(list); })>;
-using AllocatedText = std::unique_ptr<char, decltype([](char* text) { std::free(text); })>;
-using DictionaryIterator = std::unique_ptr<void, decltype([](plist_dict_iter iterator) { std::free(iterator); })>;
+using Plist = Handle<void, plist_free>;
+using AllocatedText = Handle<char, std::free>;
+using DictionaryIterator = Handle<void, std::free>;
 
 std::size_t count(std::string_view text, std::string_view pattern) {
     std::size_t occurrences = 0;
@@ -25,7 +25,7 @@ std::size_t count(std::string_view text, std::string_view pattern) {
     return occurrences;
 }
 
-// Without the white space and the comments that may follow a document.
+// Removes the white space and the comments that may follow a document.
 std::string_view trimmed(std::string_view text) {
     constexpr std::size_t shortestComment = std::string_view("<!---->").size();
     while (true) {
@@ -43,12 +43,12 @@ bool isWhole(std::string_view text) {
 }
 
 // libplist frees nested containers recursively and replaces entities in quadratic time: both are bounded by their
-// number. Text ends at U+0000 there, and its encoding is not looked at.
+// number. Text ends at U+0000 there, and its encoding is not checked.
 bool isSafeXmlPropertyList(std::string_view text) {
     constexpr std::size_t maximumContainers = 4000;
     constexpr std::size_t maximumEntities = 10'000;
     return count(text, "<dict") + count(text, "<array") <= maximumContainers && count(text, "&") <= maximumEntities &&
-           !text.contains('\0') && simdjson::validate_utf8(text) && isWhole(text);
+           isUtf8(text) && isWhole(text);
 }
 
 std::optional<std::string> stringValue(plist_t node) {
@@ -60,7 +60,7 @@ std::optional<std::string> stringValue(plist_t node) {
 
 using Entries = std::map<std::string, std::optional<std::string>, std::less<>>;
 
-/// Absent when a text is not UTF-8: references like &#xD800; make such text of valid bytes.
+/// Absent when a text is not Unicode: references like &#xD800; make such text of valid bytes.
 std::optional<Entries> entriesOf(plist_t dictionary) {
     plist_dict_iter started = nullptr;
     plist_dict_new_iter(dictionary, &started);
@@ -74,7 +74,7 @@ std::optional<Entries> entriesOf(plist_t dictionary) {
         if (value == nullptr) return entries;
         std::string name = key ? key.get() : "";
         auto text = stringValue(value);
-        if (!simdjson::validate_utf8(name) || !simdjson::validate_utf8(text.value_or(""))) return std::nullopt;
+        if (!isUtf8(name) || !isUtf8(text.value_or(""))) return std::nullopt;
         entries.insert_or_assign(std::move(name), std::move(text));
     }
 }

@@ -20,8 +20,8 @@ public:
     /// Null for a file that cannot be read, is larger than `maximumSize`, or that `parse` refuses.
     static std::unique_ptr<PropertyList> withContentsOfFile(const std::filesystem::path& path);
 
-    /// Null for what is damaged, has no dictionary as its root, holds text that is not Unicode, or is built to exhaust
-    /// the reader. Bounded in time, memory and stack whatever `bytes` hold.
+    /// Null for a damaged list, one whose root is no dictionary or whose text is not Unicode, and one built to exhaust
+    /// the reader. Bounded in time, memory and stack for all `bytes`.
     static std::unique_ptr<PropertyList> parse(std::string_view bytes);
 
     bool contains(std::string_view key) const override;
@@ -35,5 +35,12 @@ private:
 
     Entries entries_;
 };
+
+/// True when libplist can read these bytes, a binary property list, at bounded cost. It follows nested and shared
+/// objects recursively, one copy a reference, so that a small file can exhaust the stack or the memory, and it reads
+/// damaged text as shorter text. Safe is a list of which every object that the root reaches lies inside `bytes`, nests
+/// no deeper than 512 levels, takes no more than 4 MiB with a copy for each reference, and whose text is Unicode
+/// without U+0000.
+bool isSafeBinaryPropertyList(std::string_view bytes);
 
 }  // namespace tarvex::platform

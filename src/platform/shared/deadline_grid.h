@@ -8,7 +8,7 @@ namespace tarvex::platform {
 /// A moment of the monotonic clock, as GLib counts it too.
 using Instant = std::chrono::time_point<std::chrono::steady_clock, std::chrono::microseconds>;
 
-/// Where the clock's own range ends.
+/// The end of the clock's own range.
 inline constexpr Instant endOfTime =
     std::chrono::floor<std::chrono::microseconds>(std::chrono::steady_clock::time_point::max());
 
@@ -22,6 +22,12 @@ constexpr std::optional<Instant> nextDeadline(Instant last, std::chrono::microse
     const auto steps = (now - last) / interval + 1;
     if (steps > (endOfTime - last) / interval) return std::nullopt;
     return last + steps * interval;
+}
+
+/// The time `later` after `now`, which is not negative; the end of the range where that lies past it.
+constexpr std::chrono::nanoseconds saturatingSum(std::chrono::nanoseconds now, std::chrono::nanoseconds later) {
+    constexpr auto end = std::chrono::nanoseconds::max();
+    return later > end - now ? end : now + later;
 }
 
 }  // namespace tarvex::platform

@@ -10,7 +10,7 @@
 #include <thread>
 #include <utility>
 
-#include "platform/shared/sync_directory.h"
+#include "platform/shared/private_files.h"
 
 namespace tarvex::platform {
 namespace {
@@ -52,24 +52,17 @@ bool isMissingOrEmpty(const std::filesystem::path& path) {
     return missing || size <= 1;
 }
 
-/// Takes other users' permissions from a file of this user that was put there.
-void makePrivate(const std::filesystem::path& path) {
-    struct stat status{};
-    if (::stat(path.c_str(), &status) != 0 || status.st_uid != ::geteuid()) return;
-    if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) ::chmod(path.c_str(), status.st_mode & S_IRWXU);
-}
-
 /// The database is for this user alone. Only one that is not there yet is opened: closing a descriptor of one that is
 /// would drop the locks that other connections of the process hold on it.
 std::expected<void, StoreError> createPrivateFile(const std::filesystem::path& path) {
-    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, privateFile);
     if (descriptor < 0) {
         if (errno != EEXIST) return systemError(path);
         for (const char* suffix : {"", "-wal", "-shm"})
             makePrivate(path.native() + suffix);
         return {};
     }
-    const bool restricted = fchmod(descriptor, S_IRUSR | S_IWUSR) == 0;
+    const bool restricted = fchmod(descriptor, privateFile) == 0;
     close(descriptor);
     if (!restricted || !syncDirectory(directoryOf(path))) return systemError(path);
     return {};

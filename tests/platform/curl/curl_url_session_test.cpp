@@ -6,7 +6,7 @@
 
 #include "platform/curl/posted_request.h"
 #include "platform/curl/scripted_tls_server.h"
-#include "platform/curl/transfer_patience.h"
+#include "platform/curl/transfer_progress.h"
 #include "prelude.h"
 
 namespace tarvex::platform {

@@ -1,7 +1,6 @@
 #include "platform/iio/iio_hid_event_system.h"
 
 #include "platform/glib/glib_run_loop.h"
-#include "platform/iio/iio_hid_service.h"
 #include "platform/iio/sensor_tree.h"
 #include "prelude.h"
 #include "sleeping_thread.h"

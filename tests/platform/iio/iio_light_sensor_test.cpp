@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include "platform/iio/sensor_attribute.h"
 #include "platform/iio/sensor_tree.h"
 #include "prelude.h"
 

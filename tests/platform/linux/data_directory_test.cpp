@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include "platform/linux/safe_file_name.h"
 #include "platform/plist/plist_bundles.h"
 #include "platform/plist/property_list_documents.h"
 #include "prelude.h"

@@ -1,7 +1,5 @@
-#include "platform/plist/directory_bundle.h"
-
-#include "platform/plist/library_bundle.h"
 #include "platform/plist/plist_bundles.h"
+
 #include "prelude.h"
 #include "property_list_documents.h"
 

@@ -1,4 +1,4 @@
-#include "platform/curl/socket_progress.h"
+#include "platform/curl/transfer_progress.h"
 
 #include <fcntl.h>
 #include <linux/tcp.h>
