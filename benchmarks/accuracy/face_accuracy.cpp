@@ -1,4 +1,4 @@
-// How right and how fast face tracking is, measured on photographs of real faces.
+// Accuracy and speed of face tracking, measured on photographs of real faces.
 // usage: tarvex_face_accuracy MODEL-DIRECTORY FACE-PLACES PICTURE-DIRECTORY
 #include <algorithm>
 #include <array>
@@ -39,7 +39,7 @@ struct Mode {
 };
 constexpr Mode modes[] = {{.width = 640, .height = 480}, {.width = 1280, .height = 720}};
 
-/// What the camera sees of a print of natural size, straight ahead and `depth` metres away.
+/// The camera's frame of a print of natural size, straight ahead and `depth` metres away.
 Picture frameOf(const PrintedFace& face, const Mode& mode, double depth, double shiftX = 0, double shiftY = 0) {
     Picture frame(mode.width, mode.height, wall);
     const double eyePixels = geometry.focalLength(mode.width) * geometry.interpupillaryDistance / depth;
@@ -161,7 +161,7 @@ void printSpeed(const FaceFinder& finder, const std::filesystem::path& models, c
             std::vector<double> bares;
             for (int round = 0; round < rounds; ++round) {
                 wholes.push_back(millisecondsOf([&] { static_cast<void>(finder(frame.frame())); }));
-                // What the tracker runs for most faces.
+                // The runs that most faces need.
                 bares.push_back(millisecondsOf([&] { run(detector), run(mesh), run(mesh); }));
             }
             whole += median(wholes);
@@ -172,7 +172,7 @@ void printSpeed(const FaceFinder& finder, const std::filesystem::path& models, c
     }
 }
 
-/// What the photographs hold: their faces, and what of them is none.
+/// The photographs' faces, and their parts without a face.
 struct Material {
     std::vector<Picture> photographs;
     std::vector<PrintedFace> faces;     ///< that show both eyes

@@ -6,7 +6,7 @@
 
 namespace tarvex::benchmarks {
 
-/// What face tracking costs a process whose camera is a photograph.
+/// The cost of face tracking in a process whose camera is a photograph.
 struct SessionFigures {
     double openMemory = 0;       ///< resident bytes more while the first face is reported, its source still open
     double pausedSwitches = 0;   ///< voluntary context switches of the whole process after the pause, the watcher's too

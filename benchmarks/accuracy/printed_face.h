@@ -11,7 +11,7 @@
 
 namespace tarvex::benchmarks {
 
-/// Where in a photograph a face is, in pixels.
+/// The place of a face in a photograph, in pixels.
 struct FacePlace {
     double x = 0;  ///< of the point between the eyes
     double y = 0;

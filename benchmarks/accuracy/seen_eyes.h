@@ -27,7 +27,7 @@ struct FromMiddle {
     double down = 0;
 };
 
-/// Where a camera of that focal length (in pixels) sees the eyes' centres.
+/// The eyes' centres as a camera of that focal length (in pixels) sees them.
 inline BothEyes<FromMiddle> pixelsOf(const platform::Anchor& face, double focalLength) {
     const auto pixel = [&](const platform::Transform& eye) {
         const camera::EyePlace place = camera::eyePlace(face, eye);

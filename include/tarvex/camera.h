@@ -16,10 +16,11 @@ struct CameraDevice {
     std::optional<std::filesystem::path> node = std::nullopt;
 };
 
-/// A camera that the desktop portal handed over. Needs GStreamer's PipeWire plugin. Which camera it is is not known, so
-/// no stored calibration is used.
+/// A camera that the desktop portal handed over. Needs GStreamer's PipeWire plugin. Its name is not known, so no stored
+/// calibration is used.
 struct PortalCamera {
-    /// Of the PipeWire remote; the host keeps it open while the library is used. Without one there is no camera.
+    /// File descriptor of the PipeWire remote; the host keeps it open while the library is used. Without one, there is
+    /// no camera.
     std::optional<int> fileDescriptor = std::nullopt;
     std::uint32_t node = 0;
 };
@@ -38,26 +39,26 @@ struct Pictures {
 /// Frames may be 16 to 4096 pixels wide and high; a source of others ends with a line on standard error that says so.
 using Source = std::variant<CameraDevice, PortalCamera, VideoFile, Pictures>;
 
-/// What turns a camera's pixels into centimetres, and where the pixels come from.
+/// The source of the pixels, and the numbers that turn them into centimetres.
 ///
-/// A host that calibrates nothing gets the defaults: the assumed field of view and eye spacing each shift every
-/// distance by the same part, some percent to either side. `tarvex-calibrate` measures a factor that removes both.
+/// Without calibration, the assumed field of view and eye spacing each shift every distance by a constant factor, some
+/// percent to either side. `tarvex-calibrate` measures a factor that removes both.
 struct Options {
     Source source = CameraDevice{};
     double horizontalFieldOfView = 63;      ///< degrees, over the width of the frame
     double interpupillaryDistance = 0.063;  ///< metres between the centres of the user's eyes
-    /// Multiplies every distance. Default: what `tarvex-calibrate` stored for the camera and its frame size, else 1. A
-    /// stored factor holds for the default field of view and eye spacing: where either is set, it is not used.
+    /// Multiplies every distance. Default: the factor that `tarvex-calibrate` stored for the camera and its frame size,
+    /// else 1. A stored factor holds for the default field of view and eye spacing: if either is set, it is not used.
     std::optional<double> calibrationFactor = std::nullopt;
-    /// Where the two networks lie. Default: share/tarvex/face_models beside the library.
+    /// Directory of the two networks. Default: share/tarvex/face_models beside the library.
     std::optional<std::filesystem::path> modelDirectory = std::nullopt;
 };
 
 /// Installs face tracking into a platform that is not used yet; call it before `Platform::install`.
 ///
-/// Face tracking is then supported where the source and the networks are there; where they are not, one line on
-/// standard error says so. The camera is open only while a measurement runs. No frame is written, sent, or kept after
-/// the look at it.
+/// Reentrant. The options are copied; a file descriptor among them must outlive the platform. Face tracking is then
+/// supported when the source and the networks exist; otherwise one line on standard error names the reason. The camera
+/// is open only while a measurement runs. No frame is written or sent, or kept after it has been evaluated.
 TARVEX_EXPORT void addTo(platform::Platform& platform, Options options = {});
 
 }  // namespace tarvex::camera

@@ -10,7 +10,7 @@
 
 namespace tarvex::camera {
 
-/// What an uncalibrated camera reads of a face that holds still.
+/// Readings of an uncalibrated camera for a face that holds still.
 struct Readings {
     std::vector<double> centimetres;  ///< the mean of both eyes' distances, a frame
     int frames = 0;

@@ -13,7 +13,7 @@ namespace tarvex::platform {
 
 /// Something that a session follows in the world.
 struct Anchor {
-    /// Where the eyes of a face lie.
+    /// Places of the eyes of a face.
     struct Face {
         Transform leftEyeTransform;   ///< relative to the anchor
         Transform rightEyeTransform;  ///< relative to the anchor
@@ -23,13 +23,13 @@ struct Anchor {
     std::optional<Face> face;  ///< present for a face anchor
 };
 
-/// What a session does; taken over by each run.
+/// Settings of a session; each run applies its own.
 struct FaceTrackingConfiguration {
     int maximumNumberOfTrackedFaces = 1;
     bool lightEstimationEnabled = true;
 };
 
-/// What a run does with what earlier runs left.
+/// Effect of a run on the state that earlier runs left.
 struct RunOptions {
     bool resetTracking = false;          ///< the world's origin is set anew
     bool removeExistingAnchors = false;  ///< a face that is still there gets a new anchor
@@ -37,8 +37,7 @@ struct RunOptions {
     friend bool operator==(const RunOptions&, const RunOptions&) = default;
 };
 
-/// What a session reports by itself, beside what its scene view does. The library needs none of it, so there is no
-/// operation.
+/// Reports of a session itself, beside those of its scene view. The library needs none, so there is no operation.
 class TARVEX_EXPORT FaceTrackingSessionDelegate {
 public:
     virtual ~FaceTrackingSessionDelegate() = default;
@@ -49,25 +48,25 @@ class TARVEX_EXPORT FaceTrackingSession {
 public:
     virtual ~FaceTrackingSession() = default;
 
-    /// Held weakly, where it is held at all.
+    /// The delegate is held weakly, if at all.
     virtual void setDelegate(std::weak_ptr<FaceTrackingSessionDelegate> /*delegate*/) {}
 
-    /// Starts the session, or restarts it as `options` say.
+    /// Starts the session, or restarts it according to `options`.
     virtual void run(const FaceTrackingConfiguration& configuration, RunOptions options) = 0;
 
     /// Stops the session until the next run; does nothing when it is paused.
     virtual void pause() = 0;
 };
 
-/// Called on the scene view's rendering thread.
+/// Receiver of a scene view's reports. Called on the view's rendering thread.
 class TARVEX_EXPORT FaceTrackingDelegate {
 public:
     virtual ~FaceTrackingDelegate() = default;
 
-    /// The node that shall stand for a new anchor; null for an anchor that needs none.
+    /// Returns the node that represents a new anchor; null for an anchor that needs none.
     virtual std::shared_ptr<SceneNode> nodeForAnchor(const Anchor& anchor) = 0;
 
-    /// `node` has been given the anchor's transform.
+    /// Called when `node` has received the anchor's transform.
     virtual void didUpdateNode(SceneNode& node, const Anchor& anchor) = 0;
 };
 
@@ -76,8 +75,8 @@ enum class SceneBackground : std::uint8_t { camera, clear };
 
 /// A view with a session and a scene of its own.
 ///
-/// Made and set up on the thread that starts the distance session, before any other thread knows the view; from then
-/// on it is used, and let go of by the library, on the main thread. Only its session is used on any thread.
+/// Made and set up on the thread that starts the distance session, before any other thread knows the view; from then on
+/// thread-bound, and released by the library on the main thread. Its session is thread-safe.
 class TARVEX_EXPORT FaceTrackingSceneView : public View {
 public:
     /// Keeps the child, which a view of this kind does not show.
@@ -94,7 +93,7 @@ public:
     virtual void setSceneBackground(SceneBackground background) = 0;
 };
 
-/// What the device can do about faces. Answers at once: it opens no camera.
+/// The face-tracking capability of the device. Thread-safe; no operation waits or opens a camera.
 class TARVEX_EXPORT FaceTracking {
 public:
     virtual ~FaceTracking() = default;

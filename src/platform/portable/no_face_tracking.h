@@ -6,7 +6,7 @@
 
 namespace tarvex::platform {
 
-/// What a host without a face-tracking module can do about faces: nothing.
+/// The face tracking of a host without a face-tracking module: not supported.
 class NoFaceTracking final : public FaceTracking {
 public:
     bool isSupported() const override { return false; }

@@ -15,7 +15,7 @@
 
 namespace tarvex::platform {
 
-/// The number of a "video<number>" node.
+/// The number of a node named "video<number>".
 inline std::optional<unsigned> videoDeviceNumber(std::string_view name) {
     constexpr std::string_view prefix = "video";
     if (!name.starts_with(prefix)) return std::nullopt;
@@ -40,12 +40,12 @@ inline std::vector<std::filesystem::path> videoDeviceNodes(const std::filesystem
     return {paths.begin(), paths.end()};
 }
 
-/// Whether this process may open the node; it is not opened.
+/// True when this process may open the node; does not open it.
 inline bool mayOpen(const std::filesystem::path& node) {
     return ::faccessat(AT_FDCWD, node.c_str(), R_OK | W_OK, AT_EACCESS) == 0;
 }
 
-/// What the system lets this user do about cameras: true when some video device can be opened for reading and writing,
+/// True when this user may use cameras: when some video device can be opened for reading and writing,
 /// and also when there is no video device at all, since a machine that only measures light must be able to get its
 /// user's consent. No device is opened to find out.
 inline bool mayUseCamera(const std::filesystem::path& deviceDirectory) {

@@ -32,7 +32,7 @@ struct Tracked {
         camera::addTo(*platform, std::move(options));
         store = std::make_unique<PersistenceController>(*platform);
     }
-    // What waits in the queues holds on to what the platform is made of.
+    // Blocks in the queues refer to the platform's services.
     ~Tracked() {
         if (!platform) return;
         queues->runMain();

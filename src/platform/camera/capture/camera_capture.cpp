@@ -13,7 +13,7 @@ namespace tarvex::camera {
 namespace {
 
 using namespace std::chrono_literals;
-// How soon a pause is noticed, and how often a frame is looked at while no face is seen.
+// The delay until a pause is noticed, and the interval between looks while no face is seen.
 constexpr auto framePatience = 50ms;
 constexpr auto lookInterval = 100ms;
 constexpr auto stall = 2s;

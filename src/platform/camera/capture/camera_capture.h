@@ -16,17 +16,17 @@
 
 namespace tarvex::camera {
 
-/// Who is told of the face while it runs. Called on the capture's thread.
+/// Receiver of the face while it runs. Called on the capture's thread.
 class FaceObserver {
 public:
     virtual ~FaceObserver() = default;
 
-    /// Whether the observer would take a face now; frames are let go unseen while it would not.
+    /// True when the observer needs a face now; while it does not, frames are dropped unseen.
     virtual bool isDue() = 0;
     virtual void faceFound(const platform::Anchor& anchor) = 0;
 };
 
-/// What a run needs: open frames, and the eye that looks at them.
+/// An open source of frames, and the finder that evaluates them.
 struct OpenCapture {
     std::unique_ptr<FrameSource> source;
     FaceFinder finder;
@@ -37,7 +37,7 @@ using CaptureOpener = std::function<std::expected<OpenCapture, std::string>()>;
 ///
 /// Thread-safe. All work, opening included, is done on a thread of its own, which begins with the first run and sleeps
 /// without waking up while nobody runs. A source that fails is closed, and opened again by the next run; a line on
-/// standard error says why, once until another reason comes.
+/// standard error names the reason, once until another reason comes.
 class CameraCapture {
 public:
     explicit CameraCapture(CaptureOpener open);

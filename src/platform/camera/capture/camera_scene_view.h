@@ -14,7 +14,7 @@ namespace tarvex::camera {
 
 /// A session that sees the camera's face while it runs. The capture's thread is its rendering thread.
 ///
-/// Apart from its view, so that the capture's thread, which holds on to what it reports to, never holds the view.
+/// Separate from its view, so that the capture's thread, which shares ownership of its observer, never holds the view.
 /// The camera does not move against itself, so the world's origin is the camera in every run.
 class CameraFaceSession final : public platform::FaceTrackingSession,
                                 public FaceObserver,

@@ -20,7 +20,8 @@ constexpr std::size_t leftOuterCanthus = 13;
 
 constexpr int mostSteps = 8;
 constexpr double smallestStep = 1e-9;
-// How far the points may lie from a rigid head's, against the width between the outer canthi: faces reach 0.077.
+// The largest accepted deviation of the points from a rigid head's, against the width between the outer canthi: faces
+// reach 0.077.
 constexpr double worstFit = 0.09;
 // The cosine of 48°. A face in profile hides an eye: there is nothing to measure by. The mesh sees a turned face less
 // turned than it is: full profiles as 51° to 58° away from the camera, faces that show both eyes as 43° at most.
@@ -85,7 +86,7 @@ Pose firstGuess(const Problem& problem) {
     return pose;
 }
 
-/// How far each point is from where it is seen; absent when one would lie behind the camera.
+/// The distance of each point from its seen place; absent when one would lie behind the camera.
 std::optional<Residuals> residualsOf(const Problem& problem, const Pose& pose) {
     Residuals residuals;
     for (std::size_t place = 0; place < pointCount; ++place) {

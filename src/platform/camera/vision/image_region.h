@@ -45,12 +45,12 @@ public:
     Level halved(int halvings);
 
 private:
-    // What was handed out stays where it is when levels are added.
+    // Deques: references to levels stay valid when levels are added.
     std::deque<Frame> levels_;
     std::deque<std::vector<std::uint8_t>> pixels_;
 };
 
-/// How a network wants its numbers: value × scale + offset for a channel of 0 to 255.
+/// The range of a network's input: value × scale + offset for a channel of 0 to 255.
 struct ChannelRange {
     float scale = 1;
     float offset = 0;
