@@ -1,18 +1,11 @@
-// Ends while an upload is under way, in the way that its first argument names: it writes a byte when the end may come,
+// Ends while an upload is under way, in the way that its first argument names. It writes a byte when the end may come,
 // and ends at SIGTERM.
 
 #include <netdb.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <latch>
-#include <memory>
-#include <string>
-#include <string_view>
-#include <thread>
 
 #include "platform/curl/curl_url_session.h"
 #include "platform/curl/posted_request.h"
@@ -37,13 +30,11 @@ std::unique_ptr<CurlUrlSession> oldest;
 CurlTransportOptions options(const std::string& directory, const std::string& port) {
     if (mode.starts_with("resolver")) return {};
     return {.trustedCertificatesPem = tarvex::test::contentsOf(directory + "/certificate.pem"),
-            .connectTo = CurlTransportOptions::ConnectTo{.host = TARVEX_BACKEND_HOST,
-                                                         .port = 443,
-                                                         .targetHost = "127.0.0.1",
-                                                         .targetPort = static_cast<std::uint16_t>(std::stoi(port))}};
+            .connectTo = CurlTransportOptions::ConnectTo{TARVEX_BACKEND_HOST, 443, "127.0.0.1",
+                                                         static_cast<std::uint16_t>(std::stoi(port))}};
 }
 
-void sayReady() {
+void writeReady() {
     static_cast<void>(write(STDOUT_FILENO, "!", 1));
 }
 
@@ -79,7 +70,7 @@ int hostThatShares(const std::string& directory, const std::string& port) {
 // The resolver of this process hangs.
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char*, const char*, const addrinfo*,
                                                                   addrinfo**) {
-    if (mode == "resolver-hangs") sayReady();
+    if (mode == "resolver-hangs") writeReady();
     std::this_thread::sleep_for(std::chrono::minutes(10));
     return EAI_FAIL;
 }
@@ -93,15 +84,12 @@ int main(int, char** argv) {
     sigprocmask(SIG_BLOCK, &awaited, nullptr);
     oldest = std::make_unique<CurlUrlSession>(options(argv[2], argv[3]));
     std::atexit([] { exiting.count_down(); });
-    auto body = std::make_shared<tarvex::platform::ByteBuffer>();
-    constexpr std::size_t size = 20'000'000;
-    std::ranges::fill(body->spare(size).first(size), 'x');
-    body->extend(size);
+    const auto body = tarvex::test::bodyOf(std::string(20'000'000, 'x'));
     const std::chrono::milliseconds timeout(mode == "resolver-times-out" ? 200 : 60'000);
     const auto request = tarvex::test::request(body, timeout, "https://" TARVEX_BACKEND_HOST "/tracking");
     const auto task = oldest->dataTask(request, [request](const auto&, const auto&) {
         if (mode == "handler-exits") std::exit(0);
-        sayReady();
+        writeReady();
         if (mode == "handler-hangs") std::this_thread::sleep_for(std::chrono::minutes(10));
         if (mode != "handler-sends-again") return;
         exiting.wait();

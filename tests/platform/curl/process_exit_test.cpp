@@ -7,7 +7,6 @@
 namespace tarvex::platform {
 namespace {
 
-using collector::SelfSignedCertificate;
 using test::ChildProcess;
 using test::ScriptedTlsServer;
 using test::TlsConnection;
@@ -28,10 +27,8 @@ protected:
     }
 
     const TemporaryDirectory directory;
-    const SelfSignedCertificate certificate{TARVEX_BACKEND_HOST};
+    const collector::SelfSignedCertificate certificate{TARVEX_BACKEND_HOST};
 };
-
-}  // namespace
 
 TEST_F(ProcessExit, IsQuickAndCleanDuringAnUpload) {
     enum Server : std::uint8_t { takesTheBodyIn, neverAnswers, answers };
@@ -63,8 +60,7 @@ TEST_F(ProcessExit, IsQuickAndCleanDuringAnUpload) {
         const auto begin = std::chrono::steady_clock::now();
         if (c.mode != "handler-exits") process.kill(SIGTERM);
         EXPECT_EQ(process.wait(), 0);
-        // Half a second of grace for a running handler, and the rest for a busy machine; what hangs does so for
-        // minutes.
+        // Half a second for a running handler, and the rest for a busy machine; a hang takes minutes.
         EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
     }
 }
@@ -83,4 +79,5 @@ TEST_F(ProcessExit, TheHostMayShareUntilItsLastStaticObjectIsGone) {
     EXPECT_EQ(documents, 2) << "from main and from the handler that runs before the library's own";
 }
 
+}  // namespace
 }  // namespace tarvex::platform

@@ -4,12 +4,13 @@
 
 #include <atomic>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
+#include "platform/shared/handle.h"
 #include "self_signed_certificate.h"
 
 namespace tarvex::test {
@@ -19,8 +20,7 @@ class TlsConnection {
 public:
     /// Shakes hands over `socket` as `context` says.
     TlsConnection(SSL_CTX* context, int socket)
-        : ssl_(SSL_new(context), SSL_free),
-          established_(SSL_set_fd(ssl_.get(), socket) == 1 && SSL_accept(ssl_.get()) == 1) {}
+        : ssl_(SSL_new(context)), established_(SSL_set_fd(ssl_.get(), socket) == 1 && SSL_accept(ssl_.get()) == 1) {}
 
     bool isEstablished() const { return established_; }
 
@@ -36,11 +36,11 @@ public:
     /// Reads until the client goes away.
     void waitForEnd();
 
-    /// Says good-bye, as TLS wants it. Without this a connection just breaks off.
+    /// Ends the connection as TLS demands. Without this it just breaks off.
     void close() { SSL_shutdown(ssl_.get()); }
 
 private:
-    std::unique_ptr<SSL, void (*)(SSL*)> ssl_;
+    platform::Handle<SSL, SSL_free> ssl_;
     bool established_;
 };
 
@@ -49,9 +49,9 @@ class ScriptedTlsServer {
 public:
     using Script = std::function<void(TlsConnection&)>;
 
+    /// A silent server accepts connections and never sends anything.
     enum class Kind : std::uint8_t { current, onlyTls11, silent };
 
-    /// A silent server accepts connections and never says anything.
     ScriptedTlsServer(const collector::SelfSignedCertificate& certificate, Script script, Kind kind = Kind::current);
     ~ScriptedTlsServer();
     ScriptedTlsServer(const ScriptedTlsServer&) = delete;
@@ -59,7 +59,7 @@ public:
 
     std::uint16_t port() const { return port_; }
 
-    /// How many clients have connected and shaken hands.
+    /// The number of clients that have connected and shaken hands.
     int clients() const { return clients_; }
 
 private:
@@ -69,7 +69,7 @@ private:
 
     Script script_;
     Kind kind_;
-    std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> context_;
+    platform::Handle<SSL_CTX, SSL_CTX_free> context_;
     int listener_ = -1;
     std::uint16_t port_ = 0;
     std::atomic<int> clients_ = 0;
@@ -78,8 +78,5 @@ private:
     std::vector<std::jthread> conversations_;
     std::jthread acceptor_;
 };
-
-/// What the tests' servers show to their clients.
-const collector::SelfSignedCertificate& certificate();
 
 }  // namespace tarvex::test

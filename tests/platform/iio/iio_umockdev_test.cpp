@@ -5,21 +5,19 @@
 
 #include "platform/glib/glib_run_loop.h"
 #include "platform/iio/iio_hid_event_system.h"
+#include "platform/shared/handle.h"
 #include "prelude.h"
 
 namespace tarvex::platform {
 namespace {
 
-using Testbed = std::unique_ptr<UMockdevTestbed, decltype([](UMockdevTestbed* bed) { g_object_unref(bed); })>;
-using OwnedText = std::unique_ptr<char, decltype([](char* text) { g_free(text); })>;
-
 TEST(IioHidEventSystem, ReadsADeviceAtItsRealPlace) {
 #ifdef __SANITIZE_THREAD__
     GTEST_SKIP() << "umockdev's own worker thread synchronises through GLib, which the thread sanitizer cannot follow";
 #endif
-    const Testbed bed(umockdev_testbed_new());
+    const Handle<UMockdevTestbed, g_object_unref> bed(umockdev_testbed_new());
     ASSERT_TRUE(umockdev_in_mock_environment()) << "LD_PRELOAD lacks libumockdev-preload.so.0";
-    const OwnedText path(umockdev_testbed_add_device(
+    const Handle<char, g_free> path(umockdev_testbed_add_device(
         bed.get(), "iio", "iio:device0", nullptr, "name", "als\n", "in_illuminance_raw", "1000\n",
         "in_illuminance_scale", "0.5\n", "in_intensity_both_raw", "1000\n", nullptr, "DEVTYPE", "iio_device", nullptr));
     ASSERT_NE(path, nullptr);

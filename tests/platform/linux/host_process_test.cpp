@@ -1,6 +1,7 @@
-#include <glib.h>
+#include <cstdio>
 
 #include "platform/plist/property_list_documents.h"
+#include "platform/shared/handle.h"
 #include "prelude.h"
 
 namespace tarvex::platform {
@@ -19,15 +20,10 @@ protected:
     }
 
     // The bundle's identifier and the name of its data directory, of the bundle that is looked for, or chosen.
-    std::string run(std::string chosen = {}) const { return run(std::move(chosen), executable); }
-
-    static std::string run(std::string chosen, std::string program) {
-        std::array<gchar*, 3> arguments{program.data(), chosen.empty() ? nullptr : chosen.data(), nullptr};
-        gchar* output = nullptr;
-        g_spawn_sync("/", arguments.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &output, nullptr, nullptr,
-                     nullptr);
-        const std::unique_ptr<gchar, decltype(&g_free)> line(output, g_free);
-        return line ? line.get() : "";
+    static std::string run(const path& program, const std::string& chosen = {}) {
+        const Handle<FILE, pclose> output(popen((program.native() + " " + chosen).c_str(), "r"));
+        std::array<char, 200> line{};
+        return std::fgets(line.data(), line.size(), output.get()) == nullptr ? "" : line.data();
     }
 
     TemporaryDirectory prefix;
@@ -36,34 +32,34 @@ protected:
 };
 
 TEST_F(HostProcess, FindsItsBundleBesideTheExecutableOrUnderShare) {
-    EXPECT_EQ(run(), "none light-study\n");
+    EXPECT_EQ(run(executable), "none light-study\n");
     writeFile(prefix.path() / "share/light-study/Info.plist", informationWithIdentifier("org.example.shared"));
-    EXPECT_EQ(run(), "org.example.shared org.example.shared\n");
+    EXPECT_EQ(run(executable), "org.example.shared org.example.shared\n");
     writeFile(beside, informationWithIdentifier("org.example.beside"));
-    EXPECT_EQ(run(), "org.example.beside org.example.beside\n");
+    EXPECT_EQ(run(executable), "org.example.beside org.example.beside\n");
     writeFile(prefix.path() / "chosen/Info.plist", informationWithIdentifier("org.example.chosen"));
-    EXPECT_EQ(run(prefix.path() / "chosen"), "org.example.chosen org.example.chosen\n");
+    EXPECT_EQ(run(executable, prefix.path() / "chosen"), "org.example.chosen org.example.chosen\n");
 }
 
 TEST_F(HostProcess, KeepsItsDataDirectoryWhileTheListCannotBeRead) {
     writeFile(beside, "damaged");
-    EXPECT_EQ(run(), "none light-study\n");
+    EXPECT_EQ(run(executable), "none light-study\n");
     writeFile(beside, informationWithIdentifier("org.example.light"));
-    EXPECT_EQ(run(), "org.example.light org.example.light\n");
+    EXPECT_EQ(run(executable), "org.example.light org.example.light\n");
     writeFile(beside, "damaged");
-    EXPECT_EQ(run(), "none org.example.light\n");
+    EXPECT_EQ(run(executable), "none org.example.light\n");
 
     // Another place for the list is another host, though the executable is the same.
     writeFile(prefix.path() / "other/Info.plist", "damaged");
-    EXPECT_EQ(run(prefix.path() / "other"), "none light-study\n");
+    EXPECT_EQ(run(executable, prefix.path() / "other"), "none light-study\n");
     // And so is another executable, though its name is the same.
     const path elsewhere = prefix.path() / "elsewhere/light-study";
     writeFile(elsewhere.parent_path() / "Info.plist", "damaged");
     std::filesystem::copy_file(executable, elsewhere);
-    EXPECT_EQ(run({}, elsewhere), "none light-study\n");
+    EXPECT_EQ(run(elsewhere), "none light-study\n");
 
     std::filesystem::remove(beside);
-    EXPECT_EQ(run(), "none light-study\n");
+    EXPECT_EQ(run(executable), "none light-study\n");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Prints what a host of this executable's name and place finds: its identifier, and where its data lie.
+// Prints the bundle identifier and the data directory of a host with this executable's name and place.
 
 #include <iostream>
 

@@ -8,19 +8,17 @@ namespace {
 
 using namespace test;
 
-std::string named(const std::string& name) {
-    return xmlPropertyList("<dict><key>CFBundleName</key>" + name + "</dict>");
-}
-
 TEST(DirectoryBundle, PrefersTheLocalizedStringOfTheMessageLanguage) {
     const TemporaryDirectory directory;
-    writeFile(directory.path() / "Info.plist", named("<string>Light</string>"));
-    writeFile(directory.path() / "de.lproj/InfoPlist.strings", named("<string>Licht</string>"));
-    writeFile(directory.path() / "de-CH.lproj/InfoPlist.strings", named("<string>Liecht</string>"));
-    writeFile(directory.path() / "fr.lproj/InfoPlist.strings", named("<integer>7</integer>"));
-    writeFile(directory.path() / "nl.lproj/InfoPlist.strings", "damaged");
-    writeFile(directory.path() / "outside/InfoPlist.strings", named("<string>Outside</string>"));
-    const DirectoryBundle bundle(directory.path());
+    const auto write = [&](const char* file, const std::string& name) {
+        writeFile(directory.path() / file, xmlPropertyList("<dict><key>CFBundleName</key>" + name + "</dict>"));
+    };
+    write("Info.plist", "<string>Light</string>");
+    write("de.lproj/InfoPlist.strings", "<string>Licht</string>");
+    write("de-CH.lproj/InfoPlist.strings", "<string>Liecht</string>");
+    write("fr.lproj/InfoPlist.strings", "<integer>7</integer>");
+    write("nl.lproj/InfoPlist.strings", "damaged");
+    write("outside/InfoPlist.strings", "<string>Outside</string>");
 
     constexpr const char* noString = "absent";
     using Case = std::array<const char*, 3>;
@@ -33,7 +31,7 @@ TEST(DirectoryBundle, PrefersTheLocalizedStringOfTheMessageLanguage) {
         ::setenv("LC_ALL", locale, 1);
         for (const char* lesser : {"LC_MESSAGES", "LANG"})
             ::unsetenv(lesser);
-        EXPECT_EQ(bundle.stringForInfoDictionaryKey("CFBundleName").value_or(noString), name)
+        EXPECT_EQ(DirectoryBundle(directory.path()).stringForInfoDictionaryKey("CFBundleName").value_or(noString), name)
             << language << "/" << locale;
     }
 }
@@ -41,46 +39,39 @@ TEST(DirectoryBundle, PrefersTheLocalizedStringOfTheMessageLanguage) {
 TEST(DirectoryBundle, ReadsItsListAfreshAndNeverLocalizesTheIdentifier) {
     const TemporaryDirectory directory;
     const DirectoryBundle bundle(directory.path());
+    const auto file = directory.path() / "Info.plist";
     ::setenv("LANGUAGE", "de", 1);
     ::setenv("LC_ALL", "C.UTF-8", 1);
     EXPECT_EQ(bundle.bundleIdentifier(), std::nullopt);
     EXPECT_EQ(bundle.pathForResource("Info", "plist"), std::nullopt);
 
-    writeFile(directory.path() / "Info.plist", informationWithIdentifier("org.example.light"));
+    writeFile(file, informationWithIdentifier("org.example.light"));
     writeFile(directory.path() / "de.lproj/InfoPlist.strings", informationWithIdentifier("org.example.licht"));
     EXPECT_EQ(bundle.bundleIdentifier(), "org.example.light");
-    EXPECT_EQ(bundle.pathForResource("Info", "plist"), directory.path() / "Info.plist");
 
-    writeFile(directory.path() / "Info.plist", "damaged");
+    writeFile(file, "damaged");
     EXPECT_EQ(bundle.bundleIdentifier(), std::nullopt);
-    EXPECT_EQ(bundle.pathForResource("Info", "plist"), directory.path() / "Info.plist");
+    EXPECT_EQ(bundle.pathForResource("Info", "plist"), file);
 }
 
-TEST(LibraryBundle, FindsResourcesBesideOrAboveTheLibrary) {
-    const TemporaryDirectory prefix;
-    const LibraryBundle plain(prefix.path() / "lib");
-    const LibraryBundle multiarch(prefix.path() / "lib/x86_64-linux-gnu");
-    const auto model = prefix.path() / "share/tarvex/Model.momd";
-    EXPECT_EQ(plain.pathForResource("Model", "momd"), std::nullopt);
-
-    writeFile(model, "");
-    EXPECT_EQ(plain.pathForResource("Model", "momd"), model);
-    EXPECT_EQ(multiarch.pathForResource("Model", "momd"), model);
-    EXPECT_EQ(plain.pathForResource("Other", "momd"), std::nullopt);
-}
-
-TEST(PlistBundles, KnowTheHostAndTheLibrary) {
+TEST(PlistBundles, KnowTheHostAndTheLibraryWhoseResourcesLieBesideOrAboveIt) {
     const TemporaryDirectory directory;
     writeFile(directory.path() / "Info.plist", informationWithIdentifier("org.example.light"));
     const PlistBundles bundles(directory.path());
-
-    EXPECT_EQ(bundles.mainBundle().bundleIdentifier(), "org.example.light");
     EXPECT_EQ(bundles.bundleWithIdentifier("org.example.light"), &bundles.mainBundle());
     EXPECT_EQ(bundles.bundleWithIdentifier("org.example.other"), nullptr);
     const Bundle* library = bundles.bundleWithIdentifier(libraryBundleIdentifier);
     ASSERT_NE(library, nullptr);
     EXPECT_EQ(library->bundleIdentifier(), libraryBundleIdentifier);
     EXPECT_TRUE(library->pathForResource("TrackingDataContainer", "momd"));
+
+    const auto model = directory.path() / "share/tarvex/Model.momd";
+    writeFile(model, "");
+    for (const char* place : {"lib", "lib/x86_64-linux-gnu"}) {
+        const LibraryBundle bundle(directory.path() / place);
+        EXPECT_EQ(bundle.pathForResource("Model", "momd"), model);
+        EXPECT_EQ(bundle.pathForResource("Other", "momd"), std::nullopt);
+    }
 }
 
 }  // namespace
