@@ -24,11 +24,14 @@ using Source = Handle<GSource, g_source_unref>;
 ///
 /// Other threads only append and write the eventfd: they attach no source of their own, whose locking inside GLib a
 /// thread sanitizer cannot follow. The eventfd counts the blocks, so that each one is an event of its own and an empty
-/// queue wakes nobody.
+/// queue causes no wake-up.
 class GLibRunLoop::BlockQueue {
 public:
     BlockQueue() : eventFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | EFD_SEMAPHORE)) {
-        if (eventFd_ < 0) g_error("The main run loop cannot make its event descriptor: %s", g_strerror(errno));
+        if (eventFd_ < 0)
+            g_log("Tarvex", G_LOG_LEVEL_ERROR,
+                  "the main run loop cannot make its event descriptor: %s; raise the limit of open files",
+                  g_strerror(errno));
     }
 
     ~BlockQueue() { close(eventFd_); }
@@ -49,7 +52,7 @@ public:
         g_source_attach(source, nullptr);
     }
 
-    /// Runs no further block. The source lets go of the queue.
+    /// Runs no further block. The source releases the queue.
     void detach() {
         g_source_destroy(source_.get());
         std::deque<std::function<void()>> dropped;

@@ -14,6 +14,7 @@
 #include "platform/iio/iio_light_sensor.h"
 #include "platform/iio/light_sensor_reporter.h"
 #include "platform/shared/own_file.h"
+#include "tarvex/platform/diagnostics.h"
 
 namespace tarvex::platform {
 
@@ -67,6 +68,7 @@ Services findLightSensors(const std::filesystem::path& root) {
     services.reserve(directories.size());
     for (const auto& [number, directory] : directories)
         services.push_back(std::make_shared<IioHidService>(directory));
+    logDebug(std::to_string(services.size()) + " light sensors in " + root.native());
     return services;
 }
 

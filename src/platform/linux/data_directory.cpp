@@ -12,6 +12,7 @@
 #include "platform/glib/text.h"
 #include "platform/shared/own_file.h"
 #include "platform/shared/private_files.h"
+#include "tarvex/platform/diagnostics.h"
 
 namespace tarvex::platform {
 namespace {
@@ -111,7 +112,10 @@ DataDirectory::DataDirectory(std::optional<std::filesystem::path> chosen, const 
 }
 
 const std::filesystem::path& DataDirectory::path() {
-    std::call_once(resolved_, [this] { path_ = resolve(); });
+    std::call_once(resolved_, [this] {
+        path_ = resolve();
+        logDebug("the data directory is " + path_.native());
+    });
     createPrivateDirectory(path_);
     // A chosen directory with content has the permissions that the host gave it.
     std::error_code failure;

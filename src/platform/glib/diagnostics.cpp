@@ -1,5 +1,6 @@
 #include "tarvex/platform/diagnostics.h"
 
+#include <glib.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,7 +13,7 @@ namespace tarvex::platform {
 
 namespace {
 
-/// Keeps the signal of a closed pipe from the thread, and takes it away again when it came meanwhile.
+/// Blocks the signal of a closed pipe on this thread, and discards one that came meanwhile.
 class NoBrokenPipeSignal {
 public:
     NoBrokenPipeSignal() {
@@ -47,7 +48,20 @@ void write(int descriptor, std::string line) {
     }
 }
 
+void log(GLogLevelFlags level, const std::string& text) {
+    const NoBrokenPipeSignal silence;
+    g_log("Tarvex", level, "%s", text.c_str());
+}
+
 }  // namespace
+
+void logWarning(const std::string& text) noexcept {
+    log(G_LOG_LEVEL_WARNING, text);
+}
+
+void logDebug(const std::string& text) noexcept {
+    log(G_LOG_LEVEL_DEBUG, text);
+}
 
 void writeOutputLine(std::string line) noexcept {
     write(STDOUT_FILENO, std::move(line));
