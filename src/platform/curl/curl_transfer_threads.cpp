@@ -3,28 +3,16 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <system_error>
 
 #include "platform/shared/library_thread.h"
 
 namespace tarvex::platform {
-namespace {
-
-constexpr std::chrono::milliseconds exitGrace{500};
-
-}  // namespace
 
 CurlTransferThreads::CurlTransferThreads() {
-    // In this order: exit handlers run backwards, and OpenSSL's is registered in the first call.
-    static const CURLcode initialised = curl_global_init(CURL_GLOBAL_DEFAULT);
-    static const int registered = std::atexit(&parkAll);
-    static_cast<void>(initialised);
-    static_cast<void>(registered);
-
-    const std::scoped_lock lock(live().mutex);
-    if (live().exiting) order_ = Order::park;
-    live().threads.push_back(this);
+    // First, because it registers OpenSSL's exit handler.
+    [[maybe_unused]] static const CURLcode initialised = curl_global_init(CURL_GLOBAL_DEFAULT);
+    if (!ExitParking<CurlTransferThreads>::add(*this)) order_ = Order::park;
 }
 
 void CurlTransferThreads::start(std::unique_ptr<CurlTransfer> transfer) {
@@ -48,16 +36,13 @@ void CurlTransferThreads::start(std::unique_ptr<CurlTransfer> transfer) {
 
 void CurlTransferThreads::begin(std::thread& thread, void (CurlTransferThreads::*work)() noexcept) {
     if (thread.joinable()) return;
-    // A parked thread is never joined: it keeps what it stands on.
+    // A parked thread is never joined: it owns the object that it uses.
     thread = std::thread([self = shared_from_this(), work] { (*self.*work)(); });
-    live().process = getpid();
+    ExitParking<CurlTransferThreads>::threadBegins();
 }
 
 void CurlTransferThreads::end() {
-    {
-        const std::scoped_lock lock(live().mutex);
-        std::erase(live().threads, this);
-    }
+    ExitParking<CurlTransferThreads>::remove(*this);
     give(Order::end);
     for (std::thread* thread : {&transferring_, &delivering_}) {
         if (!thread->joinable()) continue;
@@ -75,24 +60,7 @@ void CurlTransferThreads::give(Order order) {
     if (multi_) curl_multi_wakeup(multi_.get());
 }
 
-// Never destroyed: the process's exit handler uses it.
-CurlTransferThreads::Live& CurlTransferThreads::live() {
-    static auto* const live = new Live;
-    return *live;
-}
-
-void CurlTransferThreads::parkAll() {
-    if (getpid() != live().process) return;  // a fork without the threads
-    const auto deadline = std::chrono::steady_clock::now() + exitGrace;
-    const std::scoped_lock lock(live().mutex);
-    live().exiting = true;
-    for (CurlTransferThreads* thread : live().threads)
-        thread->give(Order::park);
-    for (CurlTransferThreads* thread : live().threads)
-        thread->awaitParked(deadline);
-}
-
-void CurlTransferThreads::awaitParked(std::chrono::steady_clock::time_point deadline) {
+void CurlTransferThreads::awaitStop(std::chrono::steady_clock::time_point deadline) {
     std::unique_lock lock(mutex_);
     // A handler that exits does not wait for itself.
     const auto awaited = [](const std::thread& thread) {

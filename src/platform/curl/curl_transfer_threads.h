@@ -1,9 +1,7 @@
 #pragma once
 
 #include <curl/curl.h>
-#include <sys/types.h>
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -16,6 +14,8 @@
 #include <vector>
 
 #include "platform/curl/curl_transfer.h"
+#include "platform/shared/exit_parking.h"
+#include "platform/shared/handle.h"
 
 namespace tarvex::platform {
 
@@ -24,9 +24,9 @@ namespace tarvex::platform {
 ///
 /// Thread-safe. The threads begin with the first transfer and sleep without waking up while there is none.
 ///
-/// When the process exits, the threads are parked before OpenSSL's own exit handler runs: the one finishes the handler
-/// it is in, for which exit waits half a second, and then neither touches anything any more. Unfinished transfers stop
-/// with the process, and handlers that have not begun are not called.
+/// When the process exits, the threads are parked before OpenSSL's own exit handler runs: a running handler ends, for
+/// which the exit waits half a second, and then both threads sleep for good. Unfinished transfers stop with the
+/// process, and handlers that have not begun are not called.
 class CurlTransferThreads : public std::enable_shared_from_this<CurlTransferThreads> {
 public:
     CurlTransferThreads();
@@ -43,30 +43,21 @@ public:
     void end();
 
 private:
-    struct Cleanup {
-        void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
-    };
-    using Multi = std::unique_ptr<CURLM, Cleanup>;
+    friend class ExitParking<CurlTransferThreads>;
+    using Multi = Handle<CURLM, curl_multi_cleanup>;
     using Transfers = std::vector<std::unique_ptr<CurlTransfer>>;
     enum class Order : std::uint8_t { run, end, park };
 
-    /// Those that the process's exit has to park.
-    struct Live {
-        std::mutex mutex;
-        std::vector<CurlTransferThreads*> threads;
-        bool exiting = false;
-        std::atomic<pid_t> process = 0;  ///< that a thread was last begun in
-    };
     struct Ended {
         CurlTransfer& transfer;
         CURLcode code;
     };
 
-    static Live& live();
-    static void parkAll();
+    static constexpr std::chrono::milliseconds exitGrace{500};
     void begin(std::thread& thread, void (CurlTransferThreads::*work)() noexcept);
     void give(Order order);
-    void awaitParked(std::chrono::steady_clock::time_point deadline);
+    void stopForExit() { give(Order::park); }
+    void awaitStop(std::chrono::steady_clock::time_point deadline);
     [[noreturn]] void park(std::unique_lock<std::mutex> lock);
 
     void runTransfers() noexcept;

@@ -1,8 +1,5 @@
 #include "platform/camera/capture/camera_capture.h"
 
-#include <unistd.h>
-
-#include <cstdlib>
 #include <system_error>
 #include <utility>
 
@@ -17,7 +14,6 @@ using namespace std::chrono_literals;
 constexpr auto framePatience = 50ms;
 constexpr auto lookInterval = 100ms;
 constexpr auto stall = 2s;
-constexpr auto exitGrace = 2s;
 
 void sayThatNothingIsMeasured(const std::string& why) {
     platform::writeErrorLine("Tarvex: no distance is measured: " + why);
@@ -25,18 +21,9 @@ void sayThatNothingIsMeasured(const std::string& why) {
 
 }  // namespace
 
-/// The captures of the process.
-struct CameraCapture::Live {
-    const pid_t process = getpid();
-    std::mutex mutex;
-    std::vector<CameraCapture*> captures;
-};
-
 CameraCapture::CameraCapture(CaptureOpener open) : open_(std::move(open)) {
     // A source that loads its plugins while the process's libraries are being taken down would bring it down.
-    [[maybe_unused]] static const int registered = std::atexit(&endAllAtExit);
-    const std::lock_guard lock(live().mutex);
-    live().captures.push_back(this);
+    ending_ = !platform::ExitParking<CameraCapture>::add(*this);
 }
 
 CameraCapture::~CameraCapture() {
@@ -44,38 +31,19 @@ CameraCapture::~CameraCapture() {
 }
 
 void CameraCapture::finish() {
-    {
-        const std::lock_guard lock(live().mutex);
-        std::erase(live().captures, this);
-    }
-    end();
+    platform::ExitParking<CameraCapture>::remove(*this);
+    stopForExit();
     if (thread_.joinable()) thread_.join();
 }
 
-// Never destroyed: the process's exit handler uses it.
-CameraCapture::Live& CameraCapture::live() {
-    static auto* const live = new Live;
-    return *live;
-}
-
-void CameraCapture::endAllAtExit() {
-    if (getpid() != live().process) return;  // a fork without the threads
-    const auto deadline = Clock::now() + exitGrace;
-    const std::lock_guard lock(live().mutex);
-    for (CameraCapture* capture : live().captures)
-        capture->end();
-    for (CameraCapture* capture : live().captures)
-        capture->waitForEnd(deadline);
-}
-
-void CameraCapture::end() {
+void CameraCapture::stopForExit() {
     const std::lock_guard lock(mutex_);
     ending_ = true;
     ++changes_;
     changed_.notify_all();
 }
 
-void CameraCapture::waitForEnd(Clock::time_point deadline) {
+void CameraCapture::awaitStop(Clock::time_point deadline) {
     std::unique_lock lock(mutex_);
     const bool exitsOnItsThread = thread_.get_id() == std::this_thread::get_id();
     if (!thread_.joinable() || exitsOnItsThread) return;
@@ -92,6 +60,7 @@ void CameraCapture::run(const std::shared_ptr<FaceObserver>& observer) {
     if (thread_.joinable() || ending_) return;
     try {
         thread_ = std::thread([this] { work(); });
+        platform::ExitParking<CameraCapture>::threadBegins();
     } catch (const std::system_error& refusal) {
         sayThatNothingIsMeasured(refusal.what());
     }

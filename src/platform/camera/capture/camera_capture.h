@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/camera/capture/frame_source.h"
+#include "platform/shared/exit_parking.h"
 
 namespace tarvex::camera {
 
@@ -65,12 +66,11 @@ private:
         std::weak_ptr<FaceObserver> observer;
     };
 
-    struct Live;
-    static Live& live();
-    static void endAllAtExit();
+    friend class platform::ExitParking<CameraCapture>;
+    static constexpr std::chrono::seconds exitGrace{2};
+    void stopForExit();
+    void awaitStop(Clock::time_point deadline);
 
-    void end();
-    void waitForEnd(Clock::time_point deadline);
     void work();
     void serve();
     void look(OpenCapture& capture);
