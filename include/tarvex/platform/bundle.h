@@ -13,12 +13,12 @@ namespace tarvex::platform {
 /// The resource bundle identifier of the library itself.
 inline constexpr std::string_view libraryBundleIdentifier = "org.tarvex.Tarvex";
 
-/// A property list whose root is a dictionary, read into memory.
+/// A property list whose root is a dictionary, read into memory. Thread-safe: it never changes.
 class TARVEX_EXPORT PropertyListDictionary {
 public:
     virtual ~PropertyListDictionary() = default;
 
-    /// Whether there is a value under `key`, of any type.
+    /// True when there is a value under `key`, of any type.
     virtual bool contains(std::string_view key) const = 0;
     /// The value under `key` when it is a string of valid UTF-8.
     virtual std::optional<std::string> stringForKey(std::string_view key) const = 0;
@@ -29,7 +29,7 @@ class TARVEX_EXPORT Bundle {
 public:
     virtual ~Bundle() = default;
 
-    /// Where the resource `name`.`type` lies; absent when there is no such file.
+    /// The path of the resource `name`.`type`; absent when there is no such file.
     virtual std::optional<std::filesystem::path> pathForResource(std::string_view name,
                                                                  std::string_view type) const = 0;
 
@@ -42,7 +42,7 @@ public:
     virtual std::optional<std::string> bundleIdentifier() const = 0;
 };
 
-/// Finds bundles and reads property lists. Thread-safe.
+/// Finds bundles and reads property lists. Thread-safe; outlives the bundles that it returns.
 class TARVEX_EXPORT Bundles {
 public:
     virtual ~Bundles() = default;

@@ -15,8 +15,8 @@ public:
     /// Runs `block` later on the main thread, after what was queued before; never inline.
     virtual void mainAsync(std::function<void()> block) = 0;
 
-    /// Runs `block` on a background thread, no earlier than after `delay`. Blocks that are still waiting when the
-    /// process ends are dropped. For deadlines of the library: a block is short and calls nothing of the host's back.
+    /// Runs `block` on a background thread, no earlier than after `delay`. Blocks that still wait when the process ends
+    /// are dropped. For deadlines of the library: a block is short and calls no code of the host. It must not throw.
     virtual void backgroundAfter(std::chrono::nanoseconds delay, std::function<void()> block) = 0;
 };
 

@@ -11,7 +11,7 @@ namespace tarvex::platform {
 
 class RunLoop;
 
-using HidEventType = std::uint32_t;   ///< what kind of device reports: `ambientLightSensorEvent`
+using HidEventType = std::uint32_t;   ///< the kind of device that reports: `ambientLightSensorEvent`
 using HidEventField = std::uint32_t;  ///< one value of an event: `ambientLightLevelField`, a channel
 
 /// The type of an ambient light event.
@@ -21,7 +21,7 @@ inline constexpr HidEventField ambientLightLevelField = ambientLightSensorEvent 
 /// The first of four raw channels: floats.
 inline constexpr HidEventField ambientLightChannel0Field = ambientLightLevelField + 1;
 
-/// One report of a service; valid during the callback that receives it.
+/// One report of a service; valid during the callback that receives it. Reentrant.
 class TARVEX_EXPORT HidEvent {
 public:
     virtual ~HidEvent() = default;
@@ -44,7 +44,7 @@ public:
 /// registration; `sender` and `event` are valid until it returns.
 using HidEventCallback = void (*)(void* target, void* refcon, HidServiceClient* sender, HidEvent* event);
 
-/// Which services a client wants, by the usage that their devices declare: ambient light is 4 of the page 0xFF00.
+/// The services that a client wants, by the usage that their devices declare: ambient light is 4 of the page 0xFF00.
 struct HidMatching {
     std::int32_t primaryUsagePage = 0;
     std::int32_t primaryUsage = 0;
@@ -52,7 +52,7 @@ struct HidMatching {
     friend bool operator==(const HidMatching&, const HidMatching&) = default;
 };
 
-/// A client of the event system. Thread-safe: the library uses it on whatever thread starts or stops tracking, while
+/// A client of the event system. Thread-safe: the library uses it on any thread that starts or stops tracking, while
 /// the run loop delivers events.
 ///
 /// Unregistering, unscheduling and releasing end its events: no callback begins after they return, and one that runs on
@@ -64,7 +64,7 @@ public:
     /// The client now sees only the services that match.
     virtual void setMatching(const HidMatching& matching) = 0;
 
-    /// The services that the client sees; the caller's to keep, also when the client is gone.
+    /// The services that the client sees. They stay usable after the client is gone.
     virtual std::vector<std::shared_ptr<HidServiceClient>> copyServices() = 0;
 
     /// Events are delivered on `runLoop`, between scheduling and unscheduling, to the registered callback: once on
@@ -75,12 +75,12 @@ public:
     virtual void unregisterEventCallback() = 0;
 };
 
-/// The sensors of the machine. Thread-safe.
+/// The sensors of the machine. Thread-safe; outlives its clients.
 class TARVEX_EXPORT HidEventSystem {
 public:
     virtual ~HidEventSystem() = default;
 
-    /// A client that sees every service that is there now, until `HidEventSystemClient::setMatching`.
+    /// A client that sees every present service, until `HidEventSystemClient::setMatching`.
     [[nodiscard]] virtual std::unique_ptr<HidEventSystemClient> createClient() = 0;
 };
 

@@ -6,7 +6,7 @@
 
 namespace tarvex::platform {
 
-/// The main thread's event loop. A host whose toolkit runs the loop already need not call `run`.
+/// The main thread's event loop. Thread-safe, except `run`. A host whose toolkit runs the loop need not call `run`.
 class TARVEX_EXPORT RunLoop {
 public:
     /// The main run loop of the current platform.
@@ -14,14 +14,13 @@ public:
 
     virtual ~RunLoop() = default;
 
-    /// Handles events on the calling thread, the main thread, until `stop`.
+    /// Handles events on the calling thread, until `stop`. Thread-bound.
     virtual void run() = 0;
 
-    /// Lets `run` return once the event that is being handled is done; before it, lets the next `run` return at once.
-    /// Thread-safe.
+    /// Lets `run` return after the event that it is handling; without a `run`, lets the next one return at once.
     virtual void stop() = 0;
 
-    /// Queues `block` to run later on the main thread, in the order of the calls; never runs it inline. Thread-safe.
+    /// Queues `block` to run later on the main thread, in the order of the calls; never runs it inline.
     virtual void perform(std::function<void()> block) = 0;
 };
 

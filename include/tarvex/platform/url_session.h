@@ -19,23 +19,23 @@ struct UrlRequest {
     Url url;
     std::string method;                                        ///< "POST"
     std::vector<std::pair<std::string, std::string>> headers;  ///< names and values, beside the transport's own
-    /// Sent from where it lies; shared with the transfer until that ends.
+    /// Sent without a copy; shared with the transfer until that ends.
     std::shared_ptr<const ByteBuffer> body = nullptr;
-    /// How long the transfer may make no progress, connecting included.
+    /// The longest time without progress, connecting included.
     std::chrono::milliseconds timeout{60'000};
 };
 
-/// How the server answered a request that was sent as a whole.
+/// The answer of the server to a request that was sent as a whole.
 struct UrlResponse {
     std::optional<int> statusCode = std::nullopt;  ///< absent when the answer was no HTTP response
 };
 
-/// Why a request got no answer that counts.
+/// The reason why a request has no answer that counts.
 struct TransportError {
     std::string localizedDescription;  ///< the transport's own text, readable
 };
 
-/// A request that has been built and waits for `resume`.
+/// A request that has been built and waits for `resume`. Thread-safe.
 class TARVEX_EXPORT UrlSessionTask {
 public:
     virtual ~UrlSessionTask() = default;
@@ -47,10 +47,10 @@ public:
 /// The process's URL loading system. Thread-safe.
 class TARVEX_EXPORT UrlSession {
 public:
-    /// Called once for each resumed task, on the session's delivery thread, one after the other in the order in which
-    /// the transfers ended, or by `resume` when the system has no thread to give. Transfers and their time-outs go on
-    /// while a handler runs. An error means that the outcome of the request is not known. The response's body is not
-    /// kept.
+    /// Called at most once for each resumed task, on the session's delivery thread, one after the other in the order in
+    /// which the transfers ended, or by `resume` when the system refuses a thread. Not called when the session or the
+    /// process ends first. Transfers and their time-outs go on while a handler runs. An error means that the outcome of
+    /// the request is not known. The response's body is not kept.
     using CompletionHandler = std::function<void(std::optional<UrlResponse>, std::optional<TransportError>)>;
 
     virtual ~UrlSession() = default;

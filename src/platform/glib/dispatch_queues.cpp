@@ -37,7 +37,7 @@ public:
     }
 
 private:
-    /// The block whose deadline came; empty once `stop` is requested.
+    /// The block whose deadline has come; empty once `stop` is requested.
     std::function<void()> waitForNext(const std::stop_token& stop) {
         std::unique_lock lock(mutex_);
         while (!stop.stop_requested()) {
@@ -76,7 +76,7 @@ void LinuxDispatchQueues::backgroundAfter(std::chrono::nanoseconds delay, std::f
             });
         });
     } catch (const std::system_error&) {
-        // No thread is to be had: the block waits for the next call, which tries again.
+        // The system refuses a thread: the block waits for the next call, which tries again.
         return;
     }
 }

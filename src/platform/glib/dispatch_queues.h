@@ -10,7 +10,7 @@ namespace tarvex::platform {
 
 class RunLoop;
 
-/// The main queue on a run loop, and one background thread for what runs later.
+/// The main queue on a run loop, and one background thread for delayed blocks. Thread-safe.
 ///
 /// The thread starts with the first delayed block and sleeps until a block is due. Blocks run one after the other, in
 /// the order of their deadlines, so none should take long. A block that throws ends the process.
@@ -19,8 +19,7 @@ public:
     /// `main` outlives the queues.
     explicit LinuxDispatchQueues(RunLoop& main);
 
-    /// Drops the blocks that have not begun, and waits for the one that runs. Called on any thread but the background
-    /// one.
+    /// Drops the blocks that have not begun, and waits for the one that runs. Not to be called by a block.
     ~LinuxDispatchQueues() override;
 
     LinuxDispatchQueues(const LinuxDispatchQueues&) = delete;

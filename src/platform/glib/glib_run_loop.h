@@ -10,23 +10,23 @@
 
 namespace tarvex::platform {
 
-/// The run loop of GLib's default main context, which GTK hosts and most Qt hosts run anyway: blocks then run without
-/// any call of `run`.
+/// The run loop of GLib's default main context, which GTK hosts and most Qt hosts run anyway: blocks then run without a
+/// call of `run`.
 ///
 /// `perform` keeps an order, also across nested runs, and runs one block per event, at the default priority. A block
 /// that throws ends the process.
 class GLibRunLoop final : public RunLoop {
 public:
-    /// May be called on any thread; the blocks run on the one that iterates the default context.
+    /// Thread-safe; the blocks run on the thread that iterates the default context.
     GLibRunLoop();
 
-    /// Drops the blocks that have not begun. Called while nothing runs this loop, or by the thread that does.
+    /// Drops the blocks that have not begun. To be called while no thread runs this loop, or by the thread that does.
     ~GLibRunLoop() override;
 
     GLibRunLoop(const GLibRunLoop&) = delete;
     GLibRunLoop& operator=(const GLibRunLoop&) = delete;
 
-    /// May be called again, also by an event: a nested run.
+    /// An event may call it again: a nested run.
     void run() override;
 
     /// Ends the innermost run, or the next one.

@@ -29,7 +29,8 @@ std::chrono::microseconds tickInterval(double seconds) {
     return std::max<microseconds>(std::chrono::milliseconds(1), microseconds(static_cast<std::int64_t>(count)));
 }
 
-/// What a timer's source calls; shared by the timer and the source, which releases the block, and never while it runs.
+/// The block of a timer and its deadlines, shared by the timer and its source. The source releases the block, never
+/// while it runs.
 ///
 /// The lock also hands the tick from the thread that makes the timer to the one that runs it: a thread sanitizer cannot
 /// follow the locks inside GLib.
@@ -111,7 +112,7 @@ public:
     }
 
 private:
-    /// Whether the loop, if it runs, is run by the calling thread.
+    /// True when the calling thread is the one that runs the loop, if any does.
     bool isOnItsThread() const {
         return hasContextOfItsThread_ ? thread_ == std::this_thread::get_id()
                                       : g_main_context_is_owner(g_main_context_default()) != FALSE;

@@ -5,10 +5,10 @@
 namespace tarvex::platform {
 
 /// Repeating timers on GLib: on the calling thread's thread-default context, else on the default one, which the main
-/// thread iterates.
+/// thread iterates. Thread-safe.
 ///
-/// Deadlines lie on the grid `start + n × interval` of the monotonic clock, whatever time the blocks take: a deadline
-/// that passes while the block runs, or while the loop is held up, is skipped. Intervals below a millisecond are
+/// Deadlines lie on the grid `start + n × interval` of the monotonic clock, however long the blocks take: a deadline
+/// that passes while the block runs, or while the loop is busy, is skipped. Intervals below a millisecond are
 /// limited to it. A tick does not interrupt itself: while its block runs the loop, the timer pauses. A block that
 /// throws ends the process.
 class GLibTimerScheduler final : public TimerScheduler {

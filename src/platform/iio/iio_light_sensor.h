@@ -14,9 +14,9 @@ namespace tarvex::platform {
 
 /// An ambient light sensor of the kernel's industrial I/O tree: a directory of attribute files. Reentrant.
 ///
-/// An attribute that appears counts from the next reading on. One that goes away, with no other in its place, leaves
-/// the sensor without a reading until it is back: the 0 of a number that a device never had would pass for darkness. A
-/// device that goes away and comes back, also as one of another driver, is read again; in between there is no reading.
+/// An attribute that appears counts from the next reading on. When one goes away, with no other in its place, the
+/// sensor has no reading until it is back: the 0 of a number that a device never had would pass for darkness. A device
+/// that goes away and comes back, also with another driver, is read again; in between there is no reading.
 class IioLightSensor {
 public:
     explicit IioLightSensor(std::filesystem::path directory);
@@ -29,8 +29,8 @@ public:
     [[nodiscard]] std::optional<LightReading> read();
 
 private:
-    /// A device as it was found. Its directory is kept open: what is read there is its own, also when another device
-    /// has taken its path, and no other one gets its inode.
+    /// A device as it was found. Its directory stays open: reads through it are of this device, also when another one
+    /// has taken its path, and no other device gets its inode.
     struct Device {
         Handle<DIR, closedir> directory;
         std::pair<dev_t, ino_t> inode;

@@ -12,13 +12,12 @@
 
 namespace tarvex::platform {
 
-/// Where the sensor's thread leaves the latest reading and the run loop's thread finds it.
+/// The latest reading on its way from the sensor's thread to the run loop's.
 class LightSensorReporter::Mailbox : public std::enable_shared_from_this<Mailbox> {
 public:
     Mailbox(RunLoop& runLoop, Report report) : runLoop_(&runLoop), report_(std::move(report)) {}
 
-    /// From here on the run loop is not touched, and what the report holds is not used. Waits for a report that another
-    /// thread has begun.
+    /// Afterwards neither the run loop nor the report is used. Waits for a report that another thread has begun.
     void close() {
         std::unique_lock lock(mutex_);
         runLoop_ = nullptr;
@@ -73,7 +72,7 @@ LightSensorReporter::LightSensorReporter(Read read, Interval interval, RunLoop& 
         std::thread thread(std::move(look));
         thread.detach();
     } catch (const std::system_error&) {
-        // The process is out of threads: as without a sensor, nothing is ever put here.
+        // The system refuses a thread: as without a sensor, nothing is ever reported.
         mailbox_->close();
     }
 }

@@ -8,11 +8,11 @@
 
 namespace tarvex::platform {
 
-/// A file that the kernel has opened; closed when this is destroyed.
+/// A file descriptor, closed when this is destroyed. Reentrant.
 class FileDescriptor {
 public:
-    /// Opens the file with `flags`, not for programs that this process starts; absent with errno. A relative path
-    /// begins at the open directory `start`.
+    /// Opens the file with `flags`; programs that this process starts do not inherit it. Absent with errno. A relative
+    /// path begins at the open directory `start`.
     static std::optional<FileDescriptor> open(const std::filesystem::path& path, int flags, int start = AT_FDCWD) {
         const int number = ::openat(start, path.c_str(), flags | O_CLOEXEC);
         if (number < 0) return std::nullopt;

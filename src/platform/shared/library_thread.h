@@ -6,8 +6,8 @@
 
 namespace tarvex::platform {
 
-/// What each thread of the library begins with: a name of at most 15 characters that a debugger shows, and the host's
-/// signals left to the host's threads. A closed connection's SIGPIPE is for nobody.
+/// Called first on each thread of the library: sets a name of at most 15 characters that a debugger shows, and leaves
+/// the host's signals to the host's threads. The SIGPIPE of a closed connection is dropped.
 inline void beginLibraryThread(const char* name) {
     pthread_setname_np(pthread_self(), name);
     sigset_t signals;
