@@ -34,8 +34,8 @@ std::int32_t reportIntervalInMilliseconds(std::int64_t refreshRate) {
 void warnOfLostRuns(std::int64_t refreshRate) {
     const std::int64_t seconds = std::max<std::int64_t>(refreshRate, 1);
     if (seconds != 1 && seconds != 3) return;
-    platform::writeErrorLine("Tarvex: distances at a rate of " + std::to_string(seconds) +
-                             " s lose samples: the pause 3 s after a tick ends a later tick's run; choose 4 s or more");
+    platform::logWarning("distances at a rate of " + std::to_string(seconds) +
+                         " s lose samples: the pause 3 s after a tick ends a later tick's run; choose 4 s or more");
 }
 
 }  // namespace

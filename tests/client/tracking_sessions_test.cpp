@@ -2,6 +2,7 @@
 
 #include "platform/sqlite/sample_store.h"
 #include "prelude.h"
+#include "recorded_log.h"
 #include "tarvex/testing/scripted_face_tracking.h"
 #include "test_platform.h"
 
@@ -85,12 +86,12 @@ TEST_F(StartTracking, DistanceReportsTheFirstMissingPrecondition) {
     EXPECT_THAT(start({distance}, view), fails(Code::distanceTrackingIsNotAvailable));
     EXPECT_THAT(sessions->trackingInProgress(), IsEmpty());
     installFaceTracking(true, 1);
-    for (const auto& [rate, warnings] : {std::pair{0, 1}, {1, 1}, {2, 0}, {3, 1}, {4, 0}, {5, 0}}) {
+    for (const auto& [rate, warnings] : {std::pair{0, 1U}, {1, 1U}, {2, 0U}, {3, 1U}, {4, 0U}, {5, 0U}}) {
         sessions->stopAll();
-        ::testing::internal::CaptureStderr();
+        const test::RecordedLog log;
         EXPECT_THAT(start({DataReader::distance(rate), DataReader::distance(rate)}, view), IsEmpty());
         EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(distanceKey, true)));
-        EXPECT_EQ(std::ranges::count(::testing::internal::GetCapturedStderr(), '\n'), warnings) << rate;
+        EXPECT_EQ(log.lines().size(), warnings) << rate;
     }
 }
 

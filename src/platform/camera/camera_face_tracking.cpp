@@ -51,8 +51,7 @@ CameraFaceTracking::~CameraFaceTracking() {
 bool CameraFaceTracking::isSupported() const {
     const auto usable = checkOptions(*options_);
     if (usable) return true;
-    if (!reportedRefusal_.exchange(true))
-        platform::writeErrorLine("Tarvex: distances cannot be measured: " + usable.error());
+    whyNot_.log("distances cannot be measured: " + usable.error());
     return false;
 }
 

@@ -1,10 +1,11 @@
 #pragma once
 
-#include <atomic>
+
 #include <memory>
 
 #include "platform/camera/capture/camera_capture.h"
 #include "tarvex/camera.h"
+#include "tarvex/platform/diagnostics.h"
 #include "tarvex/platform/face_tracking.h"
 
 namespace tarvex::camera {
@@ -27,7 +28,7 @@ public:
 private:
     std::shared_ptr<const Options> options_;
     std::shared_ptr<CameraCapture> capture_;
-    mutable std::atomic<bool> reportedRefusal_ = false;
+    mutable platform::WarningOnce whyNot_;
 };
 
 }  // namespace tarvex::camera

@@ -3,8 +3,6 @@
 #include <gtk/gtk.h>
 #include <link.h>
 
-#include <set>
-#include <string>
 #include <string_view>
 
 #include "tarvex/platform/diagnostics.h"
@@ -25,16 +23,12 @@ bool otherMajorVersionIsLoaded() {
     return dl_iterate_phdr(visit, nullptr) != 0;
 }
 
-void sayOnce(const std::string& reason) {
-    static std::set<std::string> said;
-    if (said.insert(reason).second) platform::writeErrorLine("Tarvex: GTK 4 cannot be used: " + reason);
-}
-
 }  // namespace
 
 bool isAloneInProcess() {
     if (!otherMajorVersionIsLoaded()) return true;
-    sayOnce("another major version of GTK is loaded in this process");
+    static platform::WarningOnce warning;
+    warning.log("GTK 4 cannot be used: another major version of GTK is loaded in this process");
     return false;
 }
 
@@ -43,7 +37,8 @@ bool isUsable() {
     // After a failed attempt GTK calls itself initialised: only the display tells.
     if (gtk_is_initialized() == 0) gtk_init_check();
     if (gdk_display_get_default() != nullptr) return true;
-    sayOnce("there is no display that it can open");
+    static platform::WarningOnce warning;
+    warning.log("GTK 4 cannot be used: there is no display that it can open");
     return false;
 }
 

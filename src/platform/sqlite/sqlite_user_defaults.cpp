@@ -209,8 +209,7 @@ void SqliteUserDefaults::finish(const std::expected<void, StoreError>& outcome) 
     if (outcome) return;
     // By the next use the file may be writable. Otherwise it stays open: what it holds can be read.
     if (connection_ && connection_->readOnly()) connection_.reset();
-    if (!std::exchange(reported_, true))
-        writeErrorLine("Tarvex: user defaults are kept in memory for now: " + outcome.error().description);
+    warning_.log("user defaults are kept in memory for now: " + outcome.error().description);
 }
 
 }  // namespace tarvex::platform

@@ -11,6 +11,7 @@
 #include <variant>
 
 #include "platform/sqlite/sqlite_connection.h"
+#include "tarvex/platform/diagnostics.h"
 #include "tarvex/platform/user_defaults.h"
 
 namespace tarvex::platform {
@@ -19,7 +20,7 @@ namespace tarvex::platform {
 ///
 /// Every read goes to the file that lies in its place: one that was removed is made again, empty. A read that fails is
 /// answered with what was last read or written. What cannot be written is kept in memory, is read back from there, and
-/// is tried again at every read and write; standard error gets one line about a failure, the first time only.
+/// is tried again at every read and write; the first failure is logged as a warning.
 ///
 /// An operation waits 50 ms for other processes, one that opens the file 100 ms; after one that failed nobody waits
 /// until one succeeds.
@@ -60,7 +61,7 @@ private:
     mutable std::mutex mutex_;
     mutable std::unique_ptr<SqliteConnection> connection_;
     mutable bool patient_ = true;  // the last operation succeeded
-    mutable bool reported_ = false;
+    mutable WarningOnce warning_;
     mutable std::map<std::string, Unwritten, std::less<>> unwritten_;
     mutable std::map<std::string, Value, std::less<>> lastKnown_;
 };

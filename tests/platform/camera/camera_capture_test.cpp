@@ -3,6 +3,7 @@
 #include "platform/camera/capture/camera_scene_view.h"
 #include "platform/camera/scripted_frame_source.h"
 #include "prelude.h"
+#include "recorded_log.h"
 
 namespace tarvex::camera {
 
@@ -128,7 +129,7 @@ TEST_F(CameraSession, ReportsAFailedCameraOnceClosesItAndTriesAgainWithTheNextRu
         const int updates = watcher->updates;
         device.attempts = 0;
         device.*fault = true;
-        ::testing::internal::CaptureStderr();
+        const test::RecordedLog log;
         for (int run = 0; run < 3; ++run) {
             const int attempts = device.attempts;
             watcher->run();
@@ -140,19 +141,18 @@ TEST_F(CameraSession, ReportsAFailedCameraOnceClosesItAndTriesAgainWithTheNextRu
         watcher->pause();
         ASSERT_TRUE(isClosed(device.opened));
         EXPECT_LE(device.attempts, 4) << "one for each run";
-        EXPECT_EQ(::testing::internal::GetCapturedStderr(),
-                  std::string("Tarvex: no distance is measured: ") + line + "\n");
+        EXPECT_THAT(log.lines(), ElementsAre(std::string("no distance is measured: ") + line));
     }
 }
 
 TEST_F(CameraSession, ReportsAStreamThatStallsAndLeavesItAtThePause) {
     device.stalls = true;
-    ::testing::internal::CaptureStderr();
+    const test::RecordedLog log;
     watcher->run();
     ASSERT_TRUE(eventually([&] { return device.waits > 41; })) << "of 50 ms each";
     watcher->pause();
     EXPECT_TRUE(isClosed());
-    EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("delivers no frames"));
+    EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("delivers no frames")));
     EXPECT_EQ(watcher->updates, 0);
 }
 

@@ -1,6 +1,7 @@
 #include "platform/camera/recorded_video.h"
 #include "platform/camera/scripted_frame_source.h"
 #include "prelude.h"
+#include "recorded_log.h"
 #include "sensors/distance_tracking.h"
 #include "storage/persistence_controller.h"
 #include "storage/tracking_data.h"
@@ -117,12 +118,10 @@ TEST(CameraTracking, IsNotSupportedWithoutACameraOrModelsAndReportsTheReasonOnce
           {with(camera::PortalCamera{}), "handed over no camera"}}) {
         SCOPED_TRACE(reason);
         const Tracked tracked(options);
-        ::testing::internal::CaptureStderr();
+        const test::RecordedLog log;
         EXPECT_FALSE(tracked.platform->faceTracking().isSupported());
         EXPECT_FALSE(tracked.platform->faceTracking().isSupported());
-        const std::string lines = ::testing::internal::GetCapturedStderr();
-        EXPECT_THAT(lines, HasSubstr(reason));
-        EXPECT_EQ(std::ranges::count(lines, '\n'), 1);
+        EXPECT_THAT(log.lines(), ElementsAre(HasSubstr(reason)));
     }
 }
 

@@ -3,15 +3,13 @@
 #include <dlfcn.h>
 
 #include "prelude.h"
+#include "recorded_log.h"
 #include "tarvex/client.h"
 #include "tarvex/gtk.h"
 #include "test_platform.h"
 
 namespace tarvex {
 namespace {
-
-using ::testing::internal::CaptureStderr;
-using ::testing::internal::GetCapturedStderr;
 
 InformationView consentScreen() {
     return Client::shared().informationView("Study", std::nullopt, {}, std::nullopt, nullptr);
@@ -21,11 +19,11 @@ TEST(UsableGtk, SaysOnceThatThereIsNoDisplay) {
     ::unsetenv("WAYLAND_DISPLAY");
     ::setenv("DISPLAY", ":987654", 1);
     const test::TestPlatform platform;
-    CaptureStderr();
+    const test::RecordedLog log;
     gtk::addTo(*platform);
     EXPECT_EQ(gtk::widget(consentScreen()), nullptr);
     EXPECT_EQ(gtk::widget(consentScreen()), nullptr);
-    EXPECT_EQ(GetCapturedStderr(), "Tarvex: GTK 4 cannot be used: there is no display that it can open\n");
+    EXPECT_THAT(log.lines(), ElementsAre("GTK 4 cannot be used: there is no display that it can open"));
 }
 
 TEST(UsableGtk, LeavesAProcessAloneThatHasAnotherMajorVersion) {
@@ -34,12 +32,12 @@ TEST(UsableGtk, LeavesAProcessAloneThatHasAnotherMajorVersion) {
     ASSERT_NE(other, nullptr) << dlerror();
     const test::TestPlatform platform;
     const auto* before = &platform->viewToolkit();
-    CaptureStderr();
+    const test::RecordedLog log;
     gtk::addTo(*platform);
     EXPECT_EQ(&platform->viewToolkit(), before);
     EXPECT_EQ(gtk::widget(consentScreen()), nullptr);
-    EXPECT_EQ(GetCapturedStderr(),
-              "Tarvex: GTK 4 cannot be used: another major version of GTK is loaded in this process\n");
+    EXPECT_THAT(log.lines(),
+                ElementsAre("GTK 4 cannot be used: another major version of GTK is loaded in this process"));
 }
 
 }  // namespace

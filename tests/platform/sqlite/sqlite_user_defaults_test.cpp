@@ -6,6 +6,7 @@
 #include "client/user_identifier.h"
 #include "prelude.h"
 #include "read_only_directory.h"
+#include "recorded_log.h"
 #include "sample_store.h"
 #include "tarvex/platform/platform.h"
 #include "tarvex/testing/memory_user_defaults.h"
@@ -105,15 +106,13 @@ TEST_F(UserDefaultsFile, ServesThreads) {
 TEST_F(UserDefaultsFile, RemembersWhatItCannotWriteAndTriesAgainAtEveryRead) {
     const auto defaults = open(vfs.name());
     defaults->setValueForKey(false, "consent");
-    ::testing::internal::CaptureStderr();
+    const test::RecordedLog log;
     vfs.failEvery(test::FileCall::write, SQLITE_FULL);
     defaults->setValueForKey(true, "consent");
     for (const char* made : {"mine", "other"})
         EXPECT_EQ(defaults->setStringIfAbsent(made, "userID"), "mine");
     EXPECT_THAT(defaults->durableStringForKey("userID").error(), HasSubstr("userID"));
-    const std::string said = ::testing::internal::GetCapturedStderr();
-    EXPECT_THAT(said, HasSubstr(file.native()));
-    EXPECT_EQ(std::ranges::count(said, '\n'), 1);
+    EXPECT_THAT(log.lines(), ElementsAre(HasSubstr(file.native())));
 
     const auto other = open();
     EXPECT_TRUE(defaults->boolForKey("consent") && !other->boolForKey("consent"));

@@ -16,7 +16,7 @@ constexpr auto lookInterval = 100ms;
 constexpr auto stall = 2s;
 
 void sayThatNothingIsMeasured(const std::string& why) {
-    platform::writeErrorLine("Tarvex: no distance is measured: " + why);
+    platform::logWarning("no distance is measured: " + why);
 }
 
 }  // namespace

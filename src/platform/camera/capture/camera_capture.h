@@ -37,8 +37,8 @@ using CaptureOpener = std::function<std::expected<OpenCapture, std::string>()>;
 /// The one capture of a process: opens its source while somebody runs, and shows what it finds to the newest runner.
 ///
 /// Thread-safe. All work, opening included, is done on a thread of its own, which begins with the first run and sleeps
-/// without waking up while nobody runs. A source that fails is closed, and opened again by the next run; a line on
-/// standard error names the reason, once until another reason comes.
+/// without waking up while nobody runs. A source that fails is closed, and opened again by the next run; the reason is
+/// logged as a warning, once until another reason comes.
 class CameraCapture {
 public:
     explicit CameraCapture(CaptureOpener open);
