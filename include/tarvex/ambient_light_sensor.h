@@ -7,17 +7,17 @@
 
 namespace tarvex {
 
-/// The ambient light sensor: the last reading that it reported, in state that the process holds once.
+/// The ambient light sensor and the last reading that it reported; the process holds both once. Thread-safe.
 ///
-/// Thread-safe. Events arrive on the main thread; the five numbers of a reading always come from one of them.
+/// Events arrive on the main thread; the five numbers of a reading always come from one of them.
 class TARVEX_EXPORT TXAmbientLightSensor {
 public:
     TXAmbientLightSensor() = delete;
 
-    /// Creates a client matched to the ambient light sensor, and asks the first one found to report every
+    /// Creates a client matched to the ambient light sensor, and sets the report interval of the first one found to
     /// `milliseconds`. Intervals that do not fit a 32-bit count of microseconds (2147.483647 s and more) are limited
-    /// to it. The last reading stays. The client before it is released unless it runs: then it goes on reporting until
-    /// `stop_iokit`.
+    /// to it. The last reading stays. The client that this one replaces is released unless it runs: then it reports
+    /// until `stop_iokit`.
     static void init_iokit(std::int32_t milliseconds);
 
     /// Starts the delivery of events on the main run loop; does nothing before `init_iokit`.
@@ -35,7 +35,6 @@ public:
 
 }  // namespace tarvex
 
-/// Takes over the reading of an ambient light event; events of other types are ignored. Only `event` is used.
-/// Thread-safe.
+/// Takes over the reading of an ambient light event; ignores events of other types. Uses `event` only. Thread-safe.
 extern "C" TARVEX_EXPORT void handle_event(void* target, void* refcon, tarvex::platform::HidServiceClient* sender,
                                            tarvex::platform::HidEvent* event);

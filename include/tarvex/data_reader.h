@@ -12,10 +12,10 @@ namespace tarvex {
 
 /// A signal that the library can sample, with the interval that the host chose for it.
 ///
-/// A plain value: copy it, compare it, use it as a key, from any thread.
+/// A plain value. Reentrant.
 class TARVEX_EXPORT DataReader {
 public:
-    /// What is sampled, whatever the rate. The numbers are fixed.
+    /// The sampled signal, whatever the rate. The numbers are fixed.
     enum class Kind : std::uint8_t { distance = 0, ambientLight = 1 };
 
     /// The distance of each eye from the front camera, measured every `refreshRate` whole seconds.
@@ -25,8 +25,8 @@ public:
 
     Kind kind() const noexcept { return kind_; }
 
-    /// Whole seconds between two samples, as given: any number is accepted here. A reader without a rate is a valid
-    /// value, but cannot be started.
+    /// Whole seconds between two samples, as given: any number is accepted. A reader without a rate is a valid
+    /// value that cannot be started.
     std::optional<std::int64_t> refreshRate() const noexcept { return refreshRate_; }
 
     /// "distance" or "ambient_light": the type of every sample of this reader, in the store and in the upload.

@@ -16,17 +16,18 @@ namespace platform {
 class Platform;
 }
 
-/// The consent screen: what it shows is `body()`, an element tree that any toolkit can render.
+/// The consent screen: an element tree that any toolkit can render. Hosts obtain it from `Client::informationView`.
 ///
-/// A copyable value without mutable state; its copies and their bodies share the host's closure. Hosts get one from
-/// `Client::informationView`.
+/// Reentrant: a copyable value whose copies, their bodies and the buttons in them share the host's closure, and are
+/// used on one thread, which is the toolkit's. The platform that it was made with must outlive it, its bodies and each
+/// click that waits for the camera's permission; the process's own platform does.
 class TARVEX_EXPORT InformationView {
 public:
-    /// The screen's element tree, built afresh on every call; calling it has no effect.
+    /// The screen's element tree, built afresh on every call, which has no other effect.
     ui::Element body() const;
 
 private:
-    friend class InformationViewFactory;
+    friend class Client;
 
     InformationView() = default;
 

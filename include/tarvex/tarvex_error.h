@@ -8,7 +8,7 @@
 
 namespace tarvex {
 
-/// The platform's error object: what a log or another language's binding carries.
+/// The platform's error object, for a log or for another language's binding. Reentrant.
 struct TARVEX_EXPORT BridgedError {
     std::string domain;                ///< "Tarvex.TarvexError"
     int code;                          ///< 0 to 7, the case's place in `TarvexError::Code`
@@ -17,10 +17,11 @@ struct TARVEX_EXPORT BridgedError {
 
 /// Every failure that the library hands to a host, in the result given to a completion callback.
 ///
-/// A plain value that owns its payload. Hosts tell cases apart by `code()`; no order or equality is defined.
+/// A plain value that owns its payload. Reentrant. Hosts distinguish the cases by `code()`; no order or equality is
+/// defined.
 class TARVEX_EXPORT TarvexError {
 public:
-    /// The cases, each explained at the operation that makes it.
+    /// The cases, each explained at the function that makes it.
     enum class Code : int {
         usageDescription,
         httpError,
@@ -40,7 +41,7 @@ public:
     static TarvexError noConsentToTrack();
     /// The distance reader was started without a host view.
     static TarvexError noViewToAttachForDistanceTracking();
-    /// Nothing on this system can track a face.
+    /// No service of this system can track a face.
     static TarvexError distanceTrackingIsNotAvailable();
     /// Raised by no operation today; part of the interface all the same.
     static TarvexError lightTrackingIsNotAvailable();
@@ -49,7 +50,7 @@ public:
     /// The stored records could not be read, or their document could not be built.
     static TarvexError cannotLoadTrackingData();
 
-    /// Which case this is; the numbers are fixed.
+    /// The case; the numbers are fixed.
     Code code() const noexcept { return code_; }
 
     /// The key or the cause; empty where the case has none.

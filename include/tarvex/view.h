@@ -9,9 +9,7 @@ namespace tarvex {
 
 class InformationView;
 
-/// A host's native view, wrapped by a UI module or by a test.
-///
-/// Thread-bound: made, used and destroyed on the main thread only.
+/// A host's native view, wrapped by a UI module or by a test. Thread-bound, as soon as it has a parent or a child.
 class TARVEX_EXPORT View {
 public:
     View() = default;
@@ -23,12 +21,12 @@ public:
     /// Puts `child` on top of its siblings, taking it from the parent it had; adding it again only moves it to the
     /// front. The view shares ownership of the child.
     ///
-    /// The body that the base has keeps the child; it ignores null, the view itself and every view that this one lies
-    /// in, so that no view owns itself. An override that calls it can rely on a child having one parent, of whatever
-    /// class. A child of an override that keeps its children by itself has no parent known to others.
+    /// The base's own implementation keeps the child; it ignores null, the view itself and every view that this one
+    /// lies in, so that no view owns itself. An override that calls it can rely on a child having one parent, of any
+    /// class. A child of an override that keeps its children by itself has no parent that other views know.
     virtual void addSubview(std::shared_ptr<View> child) = 0;
 
-    /// The children that the base's `addSubview` has kept; the last one is in front.
+    /// The children that the base's `addSubview` keeps; the last one is in front.
     const std::vector<std::shared_ptr<View>>& subviews() const { return subviews_; }
 
 protected:
@@ -43,14 +41,15 @@ private:
     std::vector<std::shared_ptr<View>> subviews_;
 };
 
-/// A view for hosts without a screen: keeps its children, shows nothing.
+/// A view for hosts without a screen: keeps its children, shows nothing. Thread-safe.
 TARVEX_EXPORT std::shared_ptr<View> makeHeadlessView();
 
-/// What `Client::informationViewController` returns; a UI module knows its widget.
+/// A screen to present, from which a UI module makes its widget. Thread-bound; outlives no platform that it was made
+/// with.
 class TARVEX_EXPORT ViewController {
 public:
     virtual ~ViewController() = default;
-    /// The screen that it shows; lives as long as the view controller.
+    /// The screen; lives as long as the view controller.
     virtual const InformationView& rootView() const = 0;
 };
 

@@ -7,7 +7,7 @@
 #include <thread>
 #include <utility>
 
-#include "values/host_callback.h"
+#include "values/host_boundary.h"
 
 namespace tarvex {
 

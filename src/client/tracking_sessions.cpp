@@ -8,14 +8,16 @@
 #include <unordered_set>
 #include <utility>
 
-#include "client/consent_key.h"
+#include "consent/consent.h"
 #include "tarvex/ambient_light_sensor.h"
 #include "tarvex/platform/diagnostics.h"
-#include "values/host_callback.h"
+#include "values/host_boundary.h"
 
 namespace tarvex {
 
 namespace {
+
+using Kind = DataReader::Kind;
 
 const DataReader distanceKey = DataReader::distance(std::nullopt);
 const DataReader ambientLightKey = DataReader::ambientLight(std::nullopt);
@@ -24,13 +26,13 @@ void fail(const Client::StartCompletion& completion, TarvexError error, const Da
     callHost(completion, std::unexpected(std::move(error)), kindKey);
 }
 
-// Rates past the 32-bit range of the sensor's interval are limited to it.
+// Limits rates to the 32-bit range of the sensor's interval.
 std::int32_t reportIntervalInMilliseconds(std::int64_t refreshRate) {
     constexpr std::int64_t limit = std::numeric_limits<std::int32_t>::max() / 1000;
     return static_cast<std::int32_t>(std::clamp(refreshRate, -limit, limit) * 1000);
 }
 
-// A run is paused 3 s after its start, also when it has ended by then: the pause may end a run that began meanwhile.
+// Each run is paused 3 s after its start, also when it has ended by then: the pause may end a run that began meanwhile.
 void warnOfLostRuns(std::int64_t refreshRate) {
     const std::int64_t seconds = std::max<std::int64_t>(refreshRate, 1);
     if (seconds != 1 && seconds != 3) return;
@@ -66,7 +68,8 @@ void TrackingSessions::startDistanceTracking(std::optional<std::int64_t> refresh
     if (isInProgress(distanceKey)) return;
     if (!infoPlistContains(cameraUsage))
         return fail(completion, TarvexError::usageDescription(std::string(cameraUsage)), distanceKey);
-    if (!hasConsented(distanceKey)) return fail(completion, TarvexError::noConsentToTrack(), distanceKey);
+    if (!hasConsented(platform_.userDefaults(), Kind::distance))
+        return fail(completion, TarvexError::noConsentToTrack(), distanceKey);
     if (!refreshRate) return fail(completion, TarvexError::noRefreshRate(), distanceKey);
     if (!view) return fail(completion, TarvexError::noViewToAttachForDistanceTracking(), distanceKey);
     if (!faceTrackingIsAvailable()) return fail(completion, TarvexError::distanceTrackingIsNotAvailable(), distanceKey);
@@ -85,7 +88,8 @@ void TrackingSessions::startDistanceTracking(std::optional<std::int64_t> refresh
 void TrackingSessions::startAmbientLightTracking(std::optional<std::int64_t> refreshRate,
                                                  const Client::StartCompletion& completion) {
     if (isInProgress(ambientLightKey)) return;
-    if (!hasConsented(ambientLightKey)) return fail(completion, TarvexError::noConsentToTrack(), ambientLightKey);
+    if (!hasConsented(platform_.userDefaults(), Kind::ambientLight))
+        return fail(completion, TarvexError::noConsentToTrack(), ambientLightKey);
     if (!refreshRate) return fail(completion, TarvexError::noRefreshRate(), ambientLightKey);
 
     const std::lock_guard lock(mutex_);
@@ -160,10 +164,6 @@ bool TrackingSessions::isMarkedInProgress(const DataReader& kindKey) const {
 bool TrackingSessions::isInProgress(const DataReader& kindKey) const {
     const std::lock_guard lock(mutex_);
     return isMarkedInProgress(kindKey);
-}
-
-bool TrackingSessions::hasConsented(const DataReader& kindKey) const {
-    return platform_.userDefaults().boolForKey(consentKey(kindKey.kind()));
 }
 
 bool TrackingSessions::infoPlistContains(std::string_view key) const {

@@ -18,8 +18,9 @@
 namespace tarvex {
 
 /// The sampling sessions: for each kind of reader at most one tracker, and the timer whose ticks make it sample.
+/// Thread-safe.
 ///
-/// Thread-safe. The checks of a start, face-tracking runs and the host's callback are outside the lock. The timers hold
+/// The checks of a start, face-tracking runs and the host's callback are outside the lock. The timers hold
 /// this object weakly; owned by a shared pointer.
 class TrackingSessions : public std::enable_shared_from_this<TrackingSessions> {
 public:
@@ -55,7 +56,6 @@ private:
     bool isMarkedInProgress(const DataReader& kindKey) const;
 
     bool isInProgress(const DataReader& kindKey) const;
-    bool hasConsented(const DataReader& kindKey) const;
     bool infoPlistContains(std::string_view key) const;
     bool faceTrackingIsAvailable() const;
 

@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include "tarvex/uuid.h"
+
 namespace tarvex {
 
 std::optional<std::string> userID(platform::Platform& platform) {
@@ -9,7 +11,7 @@ std::optional<std::string> userID(platform::Platform& platform) {
     platform::UserDefaults& defaults = platform.userDefaults();
     auto stored = defaults.durableStringForKey(key);
     if (stored && !*stored) {
-        defaults.setStringIfAbsent(platform.uuidGenerator().makeUuid().uuidString(), key);
+        defaults.setStringIfAbsent(Uuid::random().uuidString(), key);
         stored = defaults.durableStringForKey(key);
     }
     return stored ? *stored : std::nullopt;

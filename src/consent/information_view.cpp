@@ -3,7 +3,7 @@
 #include <limits>
 #include <utility>
 
-#include "consent/consent_actions.h"
+#include "consent/consent.h"
 #include "tarvex/platform/platform.h"
 
 namespace tarvex {

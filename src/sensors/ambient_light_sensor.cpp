@@ -20,7 +20,7 @@ struct Reading {
     std::array<float, 4> channels{};
 };
 
-// One copy per process: the sensor has one last reading, whoever asks for it.
+// The process has one copy: the sensor has one last reading.
 struct LastReading {
     std::mutex mutex;
     Reading reading;
@@ -39,7 +39,7 @@ struct SensorClients {
     platform::RunLoop* hidRunLoop = nullptr;
     std::unique_ptr<platform::HidEventSystemClient> hidClient;
     bool running = false;
-    // Replaced while they ran: these keep reporting until the sensor is stopped.
+    // Clients that were replaced while they ran report until the sensor is stopped.
     std::vector<std::unique_ptr<platform::HidEventSystemClient>> replacedClients;
 
     void endEvents(platform::HidEventSystemClient& client) const {
@@ -59,7 +59,7 @@ std::int32_t microseconds(std::int32_t milliseconds) {
     return static_cast<std::int32_t>(std::clamp<std::int64_t>(exact, Limits::min(), Limits::max()));
 }
 
-// What the client is given: a symbol of the host's with the exported function's name cannot take its place.
+// Registered in place of the exported function, whose name a symbol of the host could have as well.
 void receiveEvent(void* /*target*/, void* /*refcon*/, platform::HidServiceClient* /*sender*/,
                   platform::HidEvent* event) {
     if (event->type() != platform::ambientLightSensorEvent) return;

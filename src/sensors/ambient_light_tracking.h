@@ -3,21 +3,29 @@
 #include <cstdint>
 
 #include "storage/persistence_controller.h"
+#include "tarvex/ambient_light_sensor.h"
 
 namespace tarvex {
 
-/// Turns the ambient light sensor's last reading into stored samples. Thread-bound to the main thread.
+/// Turns the ambient light sensor's last reading into stored samples. Reentrant.
 ///
-/// It neither initialises nor starts the sensor; releasing it stops the sensor.
+/// It neither initialises nor starts the sensor; its end stops the sensor.
 class AmbientLightTracking {
 public:
-    explicit AmbientLightTracking(PersistenceController& store);
-    ~AmbientLightTracking();
+    explicit AmbientLightTracking(PersistenceController& store) : store_(store) {}
+    ~AmbientLightTracking() { TXAmbientLightSensor::stop_iokit(); }
     AmbientLightTracking(const AmbientLightTracking&) = delete;
     AmbientLightTracking& operator=(const AmbientLightTracking&) = delete;
 
-    /// One tick: stores the sensor's last reading as it is, whether or not the sensor has reported since the last tick.
-    void recordSample();
+    /// One tick: stores the sensor's last reading, also when the sensor has not reported since the last tick.
+    void recordSample() {
+        TXAmbientLightSensor::get_lux(&lux_, &channel0_, &channel1_, &channel2_, &channel3_);
+        store_.saveTrackingData(DataReader::ambientLight(std::nullopt), {{"lux", lux_},
+                                                                         {"channel0", channel0_},
+                                                                         {"channel1", channel1_},
+                                                                         {"channel2", channel2_},
+                                                                         {"channel3", channel3_}});
+    }
 
 private:
     PersistenceController& store_;

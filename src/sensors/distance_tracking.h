@@ -9,18 +9,17 @@
 
 namespace tarvex {
 
-/// Measures how far the user's eyes are from the camera: one face-tracking run for each measurement.
+/// Measures the distances of the user's eyes from the camera: one face-tracking run for each measurement. Needs a
+/// platform that supports face tracking, whose main queue outlives the tracker.
 ///
-/// `beginMeasurement` is called on the main thread; the delegate's callbacks arrive on the scene view's rendering
-/// thread, from where the sample is stored. Needs a platform that supports face tracking.
-///
-/// The last reference may go on any thread: the tracker and its hold on the scene view end on the main queue, which
-/// must outlive it. When that queue runs no more, the tracker stays in memory.
+/// `make` and `beginMeasurement` are thread-safe against the delegate's callbacks, which arrive on the scene view's
+/// rendering thread and store the sample there. The last reference may end on any thread: the tracker and its reference
+/// to the scene view end on the main queue, or stay in memory when that queue has ended.
 class DistanceTracking final : public platform::FaceTrackingDelegate,
                                public platform::FaceTrackingSessionDelegate,
                                public std::enable_shared_from_this<DistanceTracking> {
 public:
-    /// A tracker whose scene view is set up. Called on any thread.
+    /// A tracker whose scene view is set up. Thread-safe.
     static std::shared_ptr<DistanceTracking> make(platform::Platform& platform, PersistenceController& store);
 
     /// Attaches the scene view to `view` and starts tracking afresh. The run ends with the first face update, or

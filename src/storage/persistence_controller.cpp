@@ -74,7 +74,7 @@ void PersistenceController::saveTrackingData(const DataReader& reader, const Val
     const auto encoded = encode(data, platform_.jsonCoder());
     if (!encoded) return;
     const auto bytes = std::as_bytes(std::span(encoded->view()));
-    Sample sample{.id = platform_.uuidGenerator().makeUuid(),
+    Sample sample{.id = Uuid::random(),
                   .timestamp = platform_.clock().secondsSince1970(),
                   .type = std::string(reader.id()),
                   .data = {bytes.begin(), bytes.end()}};

@@ -1,7 +1,10 @@
 #include "tarvex/view.h"
 
 #include <algorithm>
+#include <cassert>
 #include <utility>
+
+#include "values/host_boundary.h"
 
 namespace tarvex {
 
@@ -15,15 +18,17 @@ public:
 }  // namespace
 
 View::~View() {
-    // A view that its parent shares dies after it; only one that the parent was lent does not.
+    assert((parent_ == nullptr && subviews_.empty()) || isOnMainThread());
+    // Children end after the parent that shares them; only a shared pointer that does not own lets one end before.
     if (parent_ != nullptr) parent_->remove(*this);
-    // What a child does when it dies finds no children here.
+    // A child that ends finds no children here.
     const auto children = std::exchange(subviews_, {});
     for (const auto& child : children)
         child->parent_ = nullptr;
 }
 
 void View::addSubview(std::shared_ptr<View> child) {
+    assert(isOnMainThread() && "a View is thread-bound: use it on the main thread");
     if (!child || (!subviews_.empty() && subviews_.back() == child)) return;
     for (const View* view = this; view != nullptr; view = view->parent_)
         if (view == child.get()) return;

@@ -6,15 +6,12 @@
 #include "test_platform.h"
 
 namespace tarvex {
-
 namespace {
 
 class ClientTest : public ::testing::Test {
 protected:
     test::TestPlatform platform;
 };
-
-}  // namespace
 
 static_assert(!std::is_copy_constructible_v<Client> && !std::is_move_constructible_v<Client>);
 
@@ -26,44 +23,40 @@ TEST_F(ClientTest, IsCreatedOnceByWhicheverThreadComesFirst) {
         EXPECT_EQ(client.get(), &Client::shared());
 }
 
-TEST_F(ClientTest, FirstUseStoresAUserIdentifierAndListensForTheBackground) {
-    Client::shared();
-    EXPECT_TRUE(platform.defaults->stringForKey("userID").has_value());
-    platform->notificationCenter().post(platform::applicationDidEnterBackground);
-    ASSERT_EQ(platform.backend->requests().size(), 1U);
-    EXPECT_THAT(platform.backend->requests().front().url, ::testing::EndsWith("/tracking"));
-}
-
-TEST_F(ClientTest, ReadsConsentAfreshForEachKind) {
-    const Client& client = Client::shared();
-    EXPECT_FALSE(client.hasConsentedToTracking(DataReader::distance(7)));
-    platform.defaults->setValueForKey(true, "hasConsentedToTrackDistance");
-    EXPECT_TRUE(client.hasConsentedToTracking(DataReader::distance(7)));
-    EXPECT_TRUE(client.hasConsentedToTracking(DataReader::distance(std::nullopt)));
-    EXPECT_FALSE(client.hasConsentedToTracking(DataReader::ambientLight(7)));
-}
-
-TEST_F(ClientTest, DeletesWhatWasSharedAndOnRequest) {
+TEST_F(ClientTest, StoresAUserIdentifierAndUploadsAndDeletesInTheBackgroundAndOnRequest) {
     Client& client = Client::shared();
+    EXPECT_TRUE(platform.defaults->stringForKey("userID").has_value());
     platform.defaults->setValueForKey(true, "hasConsentedToTrackAmbientLight");
     client.startTracking({DataReader::ambientLight(1)}, nullptr, {});
-    platform.timers->advance(2);
-    bool succeeded = false;
-    client.shareTrackingData(true, [&](const Client::Result& result) { succeeded = result.has_value(); });
-    platform.backend->respond(0, platform::UrlResponse{.statusCode = 200}, std::nullopt);
-    EXPECT_TRUE(succeeded);
-    EXPECT_EQ(client.trackingDataCount(), 0);
+    for (const std::size_t upload : {0U, 1U}) {
+        platform.timers->advance(2);
+        EXPECT_EQ(client.trackingDataCount(), 2);
+        bool succeeded = upload == 0;
+        if (upload == 0)
+            platform->notificationCenter().post(platform::applicationDidEnterBackground);
+        else
+            client.shareTrackingData(true, [&](const Client::Result& result) { succeeded = result.has_value(); });
+        ASSERT_EQ(platform.backend->requests().size(), upload + 1);
+        EXPECT_THAT(platform.backend->requests()[upload].url, EndsWith("/tracking"));
+        platform.backend->respond(upload, platform::UrlResponse{.statusCode = 200}, std::nullopt);
+        EXPECT_TRUE(succeeded);
+        EXPECT_EQ(client.trackingDataCount(), 0);
+    }
     platform.timers->advance(1);
-    EXPECT_EQ(client.trackingDataCount(), 1);
     client.deleteTrackingData();
     EXPECT_EQ(client.trackingDataCount(), 0);
 }
 
 using ClientDeathTest = ClientTest;
 
-TEST_F(ClientDeathTest, AThrowingCallbackTerminates) {
-    EXPECT_DEATH(Client::shared().startTracking({}, nullptr, [](auto&&...) { throw std::runtime_error("host"); }),
-                 "terminate");
+TEST_F(ClientDeathTest, AThrowingCallbackOrACallOnAnotherThreadTerminates) {
+    Client& client = Client::shared();
+    EXPECT_DEATH(client.startTracking({}, nullptr, [](auto&&...) { throw std::runtime_error("host"); }), "terminate");
+    client.informationView({}, {}, {}, {}, {});
+    EXPECT_DEBUG_DEATH(std::jthread([&] { client.shareTrackingData(false, {}); }).join(), "thread-bound");
+    EXPECT_DEBUG_DEATH(std::jthread([&] { client.informationViewController({}, {}, {}, {}, {}); }).join(),
+                       "thread-bound");
 }
 
+}  // namespace
 }  // namespace tarvex

@@ -1,83 +1,145 @@
-#include "consent/consent_actions.h"
-#include "consent/view_factories.h"
-#include "platform/plist/plist_bundles.h"
-#include "platform/portable/headless_view_toolkit.h"
 #include "prelude.h"
-#include "tarvex/testing/memory_user_defaults.h"
+#include "tarvex/client.h"
 #include "tarvex/testing/recording_application.h"
 #include "tarvex/testing/scripted_capture_device.h"
+#include "test_platform.h"
 
 namespace tarvex {
 namespace {
 
+using namespace ui;
+
 const DataReader distance = DataReader::distance(std::nullopt);
 const DataReader light = DataReader::ambientLight(5);
 
-const std::vector<ui::Element>& children(const ui::Element& screen) {
-    return std::get<ui::VStack>(screen.content).children;
+// The elements of a tree in the order in which a person reads them: each without its children, which follow it.
+void flatten(const Element& element, std::vector<Element>& flat) {
+    const auto place = flat.size();
+    flat.push_back(element);
+    const auto takeChildren = [&](std::vector<Element>& children) {
+        for (const Element& child : std::exchange(children, {}))
+            flatten(child, flat);
+    };
+    Content content = element.content;
+    if (auto* row = std::get_if<HStack>(&content)) takeChildren(row->children);
+    if (auto* column = std::get_if<VStack>(&content)) takeChildren(column->children);
+    if (auto* button = std::get_if<Button>(&content)) takeChildren(button->label);
+    if (auto* list = std::get_if<ForEach>(&content)) {
+        for (const IdentifiedElement& row : std::exchange(list->rows, {})) {
+            flat.push_back({Text{VerbatimText{std::to_string(std::hash<DataReader>{}(row.identity))}}, {}});
+            flatten(row.element, flat);
+        }
+    }
+    flat[place].content = std::move(content);
 }
 
-std::string nameOn(const InformationView& view) {
-    const ui::Element body = view.body();
-    return std::get<ui::LocalizedText>(std::get<ui::Text>(children(body)[3].content).source).arguments.front();
+std::vector<Element> elementsOf(const InformationView& view) {
+    std::vector<Element> flat;
+    flatten(view.body(), flat);
+    return flat;
+}
+
+Element localized(std::string key, std::vector<Modifier> modifiers = {}, std::vector<std::string> arguments = {}) {
+    return {Text{LocalizedText{std::move(key), std::move(arguments)}}, std::move(modifiers)};
 }
 
 class ConsentScreen : public ::testing::Test {
 protected:
     ConsentScreen() {
-        platform.setUserDefaults(install<testing::MemoryUserDefaults>(defaults));
-        platform.setCaptureDevice(install<testing::ScriptedCaptureDevice>(camera, std::deque{true, false, true}));
-        platform.setApplication(install<testing::RecordingApplication>(application));
-        platform.setViewToolkit(std::make_unique<platform::HeadlessViewToolkit>());
-        platform.setBundles(std::make_unique<platform::PlistBundles>(bundle.path()));
+        auto device = std::make_unique<testing::ScriptedCaptureDevice>(std::deque{true, false, true});
+        camera = device.get();
+        platform->setCaptureDevice(std::move(device));
+        auto opener = std::make_unique<testing::RecordingApplication>();
+        application = opener.get();
+        platform->setApplication(std::move(opener));
     }
 
-    template <typename Service, typename... Arguments>
-    static std::unique_ptr<Service> install(Service*& observer, Arguments... arguments) {
-        auto service = std::make_unique<Service>(std::move(arguments)...);
-        observer = service.get();
-        return service;
-    }
-
-    // What the host is told, with the flags as they are then.
-    ConsentDecision decide() {
+    // The host's callback: notes the decision, with the flags as they are then.
+    std::function<void(bool)> decide() {
         return [this](bool decision) {
-            decisions.push_back((decision ? "yes" : "no") + flag("Distance") + flag("AmbientLight"));
+            std::string flags;
+            for (const DataReader& reader : {distance, light})
+                if (client().hasConsentedToTracking(reader)) flags += " " + std::string(reader.id());
+            decisions.push_back((decision ? "yes" : "no") + flags);
         };
     }
-
-    std::string flag(const std::string& kind) const {
-        return defaults->boolForKey("hasConsentedToTrack" + kind) ? " " + kind : "";
+    static Client& client() { return Client::shared(); }
+    InformationView view(std::vector<DataReader> readers) {
+        return client().informationView("Study", {}, std::move(readers), Url::parse("https://example.org/"), decide());
     }
 
-    void request(std::vector<DataReader> readers) {
+    static void press(const InformationView& view, const std::string& label) {
+        const auto elements = elementsOf(view);
+        const auto text = std::ranges::find(elements, Content(localized(label).content), &Element::content);
+        ASSERT_NE(text, elements.end());
+        std::get<Button>(std::prev(text)->content).action();
+    }
+    void consent(std::vector<DataReader> readers) {
         decisions.clear();
-        requestConsent(*camera, *defaults, std::move(readers), decide());
+        press(view(std::move(readers)), "I consent");
         EXPECT_THAT(decisions, IsEmpty()) << "before the answer";
         EXPECT_TRUE(camera->answerNext());
     }
 
-    std::shared_ptr<ViewController> controller() {
-        return InformationViewFactory(platform).informationViewController("Light Study", {}, {light},
-                                                                          Url::parse("https://example.org/"), decide());
-    }
-
-    // The person presses a button of a screen that the host has dropped by then.
-    void press(std::size_t child) { press(controller()->rootView(), child); }
-
-    static void press(const InformationView& view, std::size_t child) {
-        ui::Element element = children(view.body())[child];
-        if (const auto* bar = std::get_if<ui::HStack>(&element.content)) element = ui::Element(bar->children.back());
-        std::get<ui::Button>(element.content).action();
-    }
-
-    TemporaryDirectory bundle;
-    platform::Platform platform;
-    testing::MemoryUserDefaults* defaults = nullptr;
+    test::TestPlatform platform;
     testing::ScriptedCaptureDevice* camera = nullptr;
     testing::RecordingApplication* application = nullptr;
     std::vector<std::string> decisions;
 };
+
+TEST_F(ConsentScreen, ShowsTheHostsTextsAndReadersInTheirOrder) {
+    struct Case {
+        std::string name;
+        std::optional<std::string> description;
+        std::vector<DataReader> readers;
+        std::optional<Url> url;
+    };
+    const auto url = Url::parse("https://example.org/study");
+    const Padding everywhere{{true, true, true, true}};
+    const std::vector<Modifier> paragraph{Font{TextStyle::body}, Padding{{.top = true, .bottom = true}},
+                                          Padding{{.leading = true, .trailing = true}, 30}};
+    const Element spacer{Spacer{}, {}};
+    const Element row{HStack{}, {}};
+    for (const auto& [name, description, readers, link] :
+         {Case{"Study", "", {distance, light}, url}, Case{"100 % \"light\" %@ \xff", {}, {}, {}},
+          Case{"", "%@ & <b>", {}, {}}, Case{"A", {}, {light, distance, distance}, url}}) {
+        std::vector<Element> expected{
+            {VStack{}, {}},
+            row,
+            spacer,
+            {Button{}, {Padding{{.trailing = true}}, Padding{{.top = true}}}},
+            localized("Cancel"),
+            {Image{"gearshape.2.fill"},
+             {Resizable{}, ScaledToFit{}, ForegroundColor{Color::blue}, FixedFrame{.width = 100}, everywhere}},
+            localized("Research Sensor &\nUsage Data Request",
+                      {Font{TextStyle::title}, Bold{}, MultilineTextAlignment{HorizontalAlignment::center}}),
+            localized("\"%@\" would like to collect and share Sensor & Usage Data from your device.", paragraph,
+                      {name})};
+        if (description) expected.push_back({Text{VerbatimText{*description}}, paragraph});
+        if (link) expected.insert(expected.end(), {{Button{}, {}}, localized("Learn more...")});
+        expected.insert(expected.end(), {spacer,
+                                         {HStack{}, {everywhere}},
+                                         {VStack{.alignment = HorizontalAlignment::leading}, {}},
+                                         localized("Requested Data", {Bold{}, Font{TextStyle::body}}),
+                                         {ForEach{}, {}}});
+        for (const DataReader& reader : readers)
+            expected.insert(
+                expected.end(),
+                {{Text{VerbatimText{std::to_string(std::hash<DataReader>{}(reader))}}, {}},
+                 {HStack{}, {Padding{{.leading = true}}}},
+                 {Circle{Color::gray}, {FixedFrame{.width = 10, .height = 10}, Padding{{.trailing = true}, 8}}},
+                 localized("%@", {Font{TextStyle::body}}, {reader == light ? "Ambient Light" : "Distance"})});
+        expected.insert(
+            expected.end(),
+            {spacer,
+             spacer,
+             {Button{},
+              {everywhere, FlexibleFrame{.maxWidth = std::numeric_limits<double>::infinity()}, Background{Color::blue},
+               ForegroundColor{Color::white}, ClipShape{RoundedRectangle{8}}, everywhere}},
+             localized("I consent", {Bold{}})});
+        EXPECT_EQ(elementsOf(client().informationView(name, description, readers, link, {})), expected) << name;
+    }
+}
 
 TEST_F(ConsentScreen, NamesTheHostFromItsBundleOnlyWhenNoNameIsGiven) {
     using Case = std::tuple<std::optional<std::string>, const char*, const char*>;
@@ -87,47 +149,46 @@ TEST_F(ConsentScreen, NamesTheHostFromItsBundleOnlyWhenNoNameIsGiven) {
           Case{{}, "<key>CFBundleDisplayName</key><string>D</string><key>CFBundleName</key><string>N</string>", "D"},
           Case{{}, "<key>CFBundleDisplayName</key><string></string><key>CFBundleName</key><string>N</string>", ""},
           Case{{}, "<key>CFBundleName</key><string>N</string>", "N"}, Case{{}, "", "Unknown"}}) {
-        writeFile(bundle.path() / "Info.plist", "<plist><dict>" + std::string(strings) + "</dict></plist>");
-        const InformationViewFactory factory(platform);
-        EXPECT_EQ(nameOn(factory.informationView(given, {}, {}, {}, {})), name);
-        EXPECT_EQ(nameOn(factory.informationViewController(given, {}, {}, {}, {})->rootView()), name);
+        platform.writeInfoPlist(strings);
+        const auto controller = client().informationViewController(given, {}, {}, {}, {});
+        EXPECT_EQ(controller->rootView().body(), client().informationView(name, {}, {}, {}, {}).body()) << name;
+        EXPECT_NE(client().informationViewController(given, {}, {}, {}, {}), controller) << "each call makes one";
     }
 }
 
-TEST_F(ConsentScreen, EachButtonDoesItsOwnThing) {
-    press(0);
+TEST_F(ConsentScreen, EachButtonHasItsOwnAction) {
+    press(view({light}), "Cancel");
     EXPECT_THAT(decisions, ElementsAre("no"));
     EXPECT_EQ(camera->requestCount(), 0U);
-    press(4);
+    press(view({light}), "Learn more...");
     EXPECT_THAT(application->openedUrls(), ElementsAre("https://example.org/"));
-    press(8);
-    EXPECT_THAT(decisions, ElementsAre("no")) << "before the camera's answer";
-    EXPECT_TRUE(camera->answerNext());
-    EXPECT_THAT(decisions, ElementsAre("no", "yes AmbientLight"));
-    EXPECT_NE(controller(), controller()) << "every call makes a screen of its own";
+    EXPECT_THAT(decisions, SizeIs(1));
+    consent({light});
+    EXPECT_THAT(decisions, ElementsAre("yes ambient_light"));
 }
 
 TEST_F(ConsentScreen, StoresTheFlagOfEachReaderBeforeTheHostLearnsAndNeverTakesOneBack) {
-    request({});
+    consent({});
     EXPECT_THAT(decisions, ElementsAre("yes"));
-    request({distance, light});
+    consent({distance, light});
     EXPECT_THAT(decisions, ElementsAre("no")) << "refused";
-    request({distance, light, distance});
-    EXPECT_THAT(decisions, ElementsAre("yes Distance AmbientLight"));
-    request({distance});
-    refuseConsent(decide());
-    EXPECT_THAT(decisions, ElementsAre("no Distance AmbientLight", "no Distance AmbientLight"));
-    EXPECT_EQ(camera->requestCount(), 4U) << "each press asks";
+    consent({distance, light, distance});
+    EXPECT_THAT(decisions, ElementsAre("yes distance ambient_light"));
+    EXPECT_TRUE(platform.defaults->boolForKey("hasConsentedToTrackDistance"));
+    EXPECT_TRUE(platform.defaults->boolForKey("hasConsentedToTrackAmbientLight"));
+    consent({distance});
+    press(view({}), "Cancel");
+    EXPECT_THAT(decisions, ElementsAre("no distance ambient_light", "no distance ambient_light"));
+    EXPECT_EQ(camera->requestCount(), 4U) << "each press requests the camera";
 }
 
 TEST_F(ConsentScreen, CopiesBodiesAndButtonsShareOneClosureThatMayBeEmpty) {
-    const InformationViewFactory factory(platform);
     const auto counting = [count = 0, this](bool) mutable { decisions.push_back(std::to_string(++count)); };
-    for (const auto& view :
-         {factory.informationView("", {}, {}, {}, counting), factory.informationView("", {}, {}, {}, {})}) {
-        for (const InformationView& copy : {view, InformationView(view)}) {
-            press(copy, 0);
-            press(copy, 7);
+    for (const auto& original :
+         {client().informationView("", {}, {}, {}, counting), client().informationView("", {}, {}, {}, {})}) {
+        for (const InformationView& copy : {original, InformationView(original)}) {
+            press(copy, "Cancel");
+            press(copy, "I consent");
             EXPECT_TRUE(camera->answerNext());
         }
     }

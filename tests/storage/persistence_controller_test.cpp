@@ -350,7 +350,7 @@ TEST_F(PersistenceControllerTest, ADataEntryIsAHandleToAPendingObject) {
     DataEntry entry(container->viewContext());
     const auto values = [&] { return std::tuple(entry.id(), entry.timestamp(), entry.type(), entry.data()); };
     EXPECT_EQ(values(), std::tuple(std::nullopt, 0, std::nullopt, std::nullopt));
-    const Uuid id = platform->uuidGenerator().makeUuid();
+    const Uuid id = Uuid::random();
     entry.setId(id);
     entry.setTimestamp(1.5);
     entry.setType("t");

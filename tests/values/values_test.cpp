@@ -5,9 +5,12 @@
 #include "prelude.h"
 #include "tarvex/data_reader.h"
 #include "tarvex/tarvex_error.h"
+#include "tarvex/url.h"
+#include "tarvex/uuid.h"
 #include "tarvex/view.h"
 
 namespace tarvex {
+namespace {
 
 TEST(DataReader, IsEqualInKindAndRateOnly) {
     const auto distance = &DataReader::distance;
@@ -16,41 +19,41 @@ TEST(DataReader, IsEqualInKindAndRateOnly) {
                                                   light(std::nullopt),    light(0)};
     EXPECT_THAT(distinct, SizeIs(5));
     EXPECT_EQ(DataReader::distance(5).kindKey(), DataReader::distance(std::nullopt));
-    EXPECT_NE(DataReader::distance(5).kindKey(), DataReader::distance(0));
-    EXPECT_EQ(std::hash<DataReader>{}(DataReader::distance(7)), std::hash<DataReader>{}(DataReader::distance(7)));
 }
 
-TEST(DataReader, IsNamedByItsKind) {
-    for (const auto rate : {std::optional<std::int64_t>(), std::optional<std::int64_t>(-3)}) {
-        EXPECT_EQ(DataReader::distance(rate).id(), "distance");
-        EXPECT_EQ(DataReader::distance(rate).description(), "Distance");
-        EXPECT_EQ(DataReader::ambientLight(rate).id(), "ambient_light");
-        EXPECT_EQ(DataReader::ambientLight(rate).description(), "Ambient Light");
+TEST(TarvexError, DescribesItsPayloadAndBridgesItsCode) {
+    const auto missing = TarvexError::usageDescription("NSCameraUsageDescription").bridged();
+    const auto failed = TarvexError::httpError("timed out").bridged();
+    EXPECT_EQ(missing.domain + ": " + missing.localizedDescription,
+              "Tarvex.TarvexError: NSCameraUsageDescription is not in the info.plist.");
+    EXPECT_EQ(failed.localizedDescription, "HTTPError: timed out");
+    EXPECT_EQ(failed.code, 1);
+}
+
+TEST(Uuid, IsRandomAndOfVersionFour) {
+    const Uuid uuid{{0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
+    EXPECT_EQ(uuid.uuidString(), "00112233-4455-6677-8899-AABBCCDDEEFF");
+    std::set<std::string> seen;
+    for (int i = 0; i < 1000; ++i) {
+        const std::string text = Uuid::random().uuidString();
+        EXPECT_THAT(text, MatchesRegex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}"));
+        EXPECT_TRUE(seen.insert(text).second);
     }
 }
 
-TEST(TarvexError, DescribesEveryCaseAndBridgesItsCode) {
-    using Case = std::tuple<TarvexError, int, std::string>;
-    for (const auto& [error, code, description] :
-         {Case{TarvexError::usageDescription("NSCameraUsageDescription"), 0,
-               "NSCameraUsageDescription is not in the info.plist."},
-          Case{TarvexError::httpError("timed out"), 1, "HTTPError: timed out"},
-          Case{TarvexError::noConsentToTrack(), 2, "The user has to consent to the tracking."},
-          Case{TarvexError::noViewToAttachForDistanceTracking(), 3,
-               "Distance tracking could not be started because there is no view to attach to."},
-          Case{TarvexError::distanceTrackingIsNotAvailable(), 4, "Distance tracking is not available on this device."},
-          Case{TarvexError::lightTrackingIsNotAvailable(), 5, "Light tracking is not available on this device."},
-          Case{TarvexError::noRefreshRate(), 6, "Please select a refresh rate for the reader."},
-          Case{TarvexError::cannotLoadTrackingData(), 7, "Cannot load the tracking data."}}) {
-        EXPECT_EQ(error.errorDescription(), description);
-        EXPECT_EQ(error.bridged().domain, "Tarvex.TarvexError");
-        EXPECT_EQ(error.bridged().code, code) << description;
-        EXPECT_EQ(error.bridged().localizedDescription, description);
-        EXPECT_FALSE(error.failureReason() || error.recoverySuggestion() || error.helpAnchor());
-    }
+TEST(Url, TakesAbsoluteUrlsOnly) {
+    for (const char* text : {"https://backend.example/tracking", "mailto:study@example.org", "h+t.p-1:",
+                             "https://[::1]:8443/a?b#c", "https://a:b@c:65535/%4e[x]?[y]", "file:///", "https://a:/"})
+        EXPECT_EQ(Url::parse(text).value().string(), text);
+    for (const std::string_view text :
+         {"", ":a", "tracking", "/tracking", "//host/path", "https://a b/", "1http://a", "a_b://c",
+          "https://host:port/", "https://a:65536/", "https://ex\xc3\xa4mple.org/", "https://a/#b#c", "https://a/%4",
+          "https://a/%4g", "https://[::1", "https://[::1]a", "https://[x]", "https://a[1]",
+          std::string_view("https://a/\0b", 12)})
+        EXPECT_FALSE(Url::parse(text).has_value()) << text;
 }
 
-TEST(View, HasOneParentAndIsNeverItsOwn) {
+TEST(ViewDeathTest, HasOneParentAndIsNeverItsOwnAndBelongsToOneThread) {
     const auto first = makeHeadlessView();
     const auto second = makeHeadlessView();
     const auto child = makeHeadlessView();
@@ -72,6 +75,8 @@ TEST(View, HasOneParentAndIsNeverItsOwn) {
     makeHeadlessView()->addSubview(other);
     first->addSubview(other);
     EXPECT_THAT(first->subviews(), ElementsAre(second, other)) << "the parent between is gone";
+    EXPECT_DEBUG_DEATH(std::jthread([&] { child->addSubview(makeHeadlessView()); }).join(), "thread-bound");
 }
 
+}  // namespace
 }  // namespace tarvex

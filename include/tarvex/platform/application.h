@@ -10,10 +10,10 @@ class TARVEX_EXPORT Application {
 public:
     virtual ~Application() = default;
 
-    /// Asks the desktop to open `url`; nothing is reported, also when no application opens it.
+    /// Requests the desktop to open `url`; nothing is reported, also when no application opens it.
     virtual void openUrl(const Url& url) = 0;
 
-    /// Whether the desktop has yet to say what became of a URL: it may show a dialog of its own.
+    /// True until the desktop has reported the outcome of every URL: it may show a dialog of its own until then.
     virtual bool isOpeningUrl() const { return false; }
 };
 

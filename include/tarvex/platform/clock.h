@@ -4,7 +4,7 @@
 
 namespace tarvex::platform {
 
-/// Tells when a sample was taken: the time of day, which may jump. Thread-safe.
+/// The time of day, which dates samples and may jump. Thread-safe.
 class TARVEX_EXPORT Clock {
 public:
     virtual ~Clock() = default;

@@ -2,8 +2,12 @@
 
 #include <atomic>
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -23,44 +27,46 @@
 #include "tarvex/platform/timer.h"
 #include "tarvex/platform/url_session.h"
 #include "tarvex/platform/user_defaults.h"
-#include "tarvex/platform/uuid_generator.h"
-#include "tarvex/platform/view_toolkit.h"
 
 namespace tarvex::platform {
 
-/// What `Platform::makeLinux` does not take from the system; a relative path is made absolute at once.
+/// Replaces the choices of `Platform::makeLinux`; a relative path is made absolute at once.
 struct LinuxOptions {
-    /// Where the samples and the user defaults lie; default: the XDG data home's folder that the host's bundle names.
+    /// The directory of the samples and the user defaults; default: the XDG data home's folder that the host's bundle
+    /// names.
     std::optional<std::filesystem::path> dataDirectory = std::nullopt;
 
-    /// Where Info.plist lies; default: the directory of the executable, else ../share/<executable's name>/ beside it.
+    /// The directory of Info.plist; default: the directory of the executable, else ../share/<executable's name>/ beside
+    /// it.
     std::optional<std::filesystem::path> bundleDirectory = std::nullopt;
 
     /// The tree of the light sensors; default: the kernel's, /sys/bus/iio/devices.
     std::optional<std::filesystem::path> sensorRoot = std::nullopt;
 };
 
-/// The services that the library is built on: all that it knows of the system it runs on.
+/// The services that the library is built on: a host, a test or another system may replace each.
 ///
-/// A host that is content with Linux as it finds it never meets this class. One that brings a service of its own
-/// makes a platform, sets the service, and installs it before anything uses the library:
+/// A host that uses Linux as it is does not need this class. One that brings a service of its own makes a platform,
+/// sets the service, and installs it before anything uses the library:
 ///
 ///     auto platform = Platform::makeLinux();
 ///     platform->setUrlSession(std::make_unique<MyUrlSession>());
-///     if (!Platform::install(std::move(platform))) …
+///     const bool installed = Platform::install(std::move(platform));  // false: the library was used before
 ///
 /// The services are owned by the platform and live as long as the process once it is installed. Those that `makeLinux`
 /// built on one another stay so: its dispatch queues use its own main loop and its data directory its own bundles, also
-/// when these are replaced. Getters may be called from any thread; setters only while nothing else uses the platform.
+/// when these are replaced. Accessors are thread-safe; everything else is reentrant, and done before the platform is
+/// used.
 class TARVEX_EXPORT Platform {
 public:
-    /// The services as Linux has them, for `install`. Nothing is opened or written before one of them is used.
+    /// The services of Linux, for `install`. Nothing is opened or written before one of them is used. Thread-safe.
     static std::unique_ptr<Platform> makeLinux(LinuxOptions options = {});
 
     /// The platform of the process: the installed one, else `makeLinux()`. Thread-safe.
     static Platform& current();
 
     /// Makes `platform` the current one; false, and nothing changed, once any service of the current one was used.
+    /// Thread-safe.
     [[nodiscard]] static bool install(std::unique_ptr<Platform> platform);
 
     Platform() = default;
@@ -69,7 +75,10 @@ public:
     Platform& operator=(const Platform&) = delete;
 
     UserDefaults& userDefaults() { return use(userDefaults_); }
-    NotificationCenter& notificationCenter() { return use(notificationCenter_); }
+    NotificationCenter& notificationCenter() {
+        used_.store(true, std::memory_order_relaxed);
+        return notificationCenter_;
+    }
     RunLoop& mainRunLoop() { return use(mainRunLoop_); }
     TimerScheduler& timerScheduler() { return use(timerScheduler_); }
     DispatchQueues& dispatchQueues() { return use(dispatchQueues_); }
@@ -80,16 +89,11 @@ public:
     JsonCoder& jsonCoder() { return use(jsonCoder_); }
     SystemInfo& systemInfo() { return use(systemInfo_); }
     Clock& clock() { return use(clock_); }
-    UuidGenerator& uuidGenerator() { return use(uuidGenerator_); }
     FaceTracking& faceTracking() { return use(faceTracking_); }
     Application& application() { return use(application_); }
     CaptureDevice& captureDevice() { return use(captureDevice_); }
-    ViewToolkit& viewToolkit() { return use(viewToolkit_); }
 
     void setUserDefaults(std::unique_ptr<UserDefaults> service) { replace(userDefaults_, std::move(service)); }
-    void setNotificationCenter(std::unique_ptr<NotificationCenter> service) {
-        replace(notificationCenter_, std::move(service));
-    }
     void setMainRunLoop(std::unique_ptr<RunLoop> service) { replace(mainRunLoop_, std::move(service)); }
     void setTimerScheduler(std::unique_ptr<TimerScheduler> service) { replace(timerScheduler_, std::move(service)); }
     void setDispatchQueues(std::unique_ptr<DispatchQueues> service) { replace(dispatchQueues_, std::move(service)); }
@@ -100,11 +104,15 @@ public:
     void setJsonCoder(std::unique_ptr<JsonCoder> service) { replace(jsonCoder_, std::move(service)); }
     void setSystemInfo(std::unique_ptr<SystemInfo> service) { replace(systemInfo_, std::move(service)); }
     void setClock(std::unique_ptr<Clock> service) { replace(clock_, std::move(service)); }
-    void setUuidGenerator(std::unique_ptr<UuidGenerator> service) { replace(uuidGenerator_, std::move(service)); }
     void setFaceTracking(std::unique_ptr<FaceTracking> service) { replace(faceTracking_, std::move(service)); }
     void setApplication(std::unique_ptr<Application> service) { replace(application_, std::move(service)); }
     void setCaptureDevice(std::unique_ptr<CaptureDevice> service) { replace(captureDevice_, std::move(service)); }
-    void setViewToolkit(std::unique_ptr<ViewToolkit> service) { replace(viewToolkit_, std::move(service)); }
+
+    /// Keeps what `make` returns under `name` as long as this platform: it ends before the services, which it may use
+    /// until then. False, without a call of `make`, when something is kept under that name already. For modules.
+    bool keep(std::string_view name, const std::function<std::shared_ptr<void>()>& make) {
+        return !kept_.contains(name) && kept_.emplace(name, make()).second;
+    }
 
 private:
     template <typename Service>
@@ -124,7 +132,7 @@ private:
     std::vector<std::shared_ptr<void>> replaced_;
 
     std::unique_ptr<UserDefaults> userDefaults_;
-    std::unique_ptr<NotificationCenter> notificationCenter_;
+    NotificationCenter notificationCenter_;
     std::unique_ptr<RunLoop> mainRunLoop_;
     std::unique_ptr<TimerScheduler> timerScheduler_;
     std::unique_ptr<DispatchQueues> dispatchQueues_;
@@ -135,11 +143,10 @@ private:
     std::unique_ptr<JsonCoder> jsonCoder_;
     std::unique_ptr<SystemInfo> systemInfo_;
     std::unique_ptr<Clock> clock_;
-    std::unique_ptr<UuidGenerator> uuidGenerator_;
     std::unique_ptr<Application> application_;
     std::unique_ptr<CaptureDevice> captureDevice_;
-    std::unique_ptr<ViewToolkit> viewToolkit_;
-    // Last, so that it goes first: its thread uses the others until then.
+    std::map<std::string, std::shared_ptr<void>, std::less<>> kept_;  // uses the services above until its end
+    // Last, so that it ends first: its thread uses all others until then.
     std::unique_ptr<FaceTracking> faceTracking_;
 };
 

@@ -9,14 +9,14 @@
 
 #include "tarvex/data_reader.h"
 
-/// A screen as a value: a tree of elements that says what is shown, for a renderer of any toolkit.
+/// A screen as a value: a tree of elements, for a renderer of any toolkit. Reentrant.
 ///
 /// Lengths are in points, independent of the display's resolution. An absent length, spacing or bound is left to the
 /// renderer: its toolkit's standard. Elements compare equal when they show the same; a button's action is not compared.
 namespace tarvex::ui {
 
 /// System-adaptive colours: the renderer takes its toolkit's own blue, gray and white. A toolkit without a blue takes
-/// its accent colour, and for white what is written on that.
+/// its accent colour, and for white the colour of text on that.
 enum class Color : std::uint8_t { blue, gray, white };
 
 enum class TextStyle : std::uint8_t { body, title };
@@ -24,7 +24,7 @@ enum class TextStyle : std::uint8_t { body, title };
 enum class HorizontalAlignment : std::uint8_t { leading, center, trailing };
 enum class VerticalAlignment : std::uint8_t { top, center, bottom };
 
-/// Where something smaller lies in the room that it is given.
+/// The place of something small in a larger room.
 struct Alignment {
     HorizontalAlignment horizontal = HorizontalAlignment::center;
     VerticalAlignment vertical = VerticalAlignment::center;
@@ -46,7 +46,7 @@ struct Edges {
     friend bool operator==(const Edges&, const Edges&) = default;
 };
 
-// The modifiers: each makes a new element around the one before.
+// The modifiers: each makes a new element around the previous one.
 
 /// Room around some edges: `length` points, the same at each.
 struct Padding {
@@ -56,7 +56,7 @@ struct Padding {
     friend bool operator==(const Padding&, const Padding&) = default;
 };
 
-/// Exactly this wide and high, where given; otherwise as large as what it frames.
+/// A frame of exactly this width and height; an absent one is the framed element's own.
 struct FixedFrame {
     std::optional<double> width = std::nullopt;
     std::optional<double> height = std::nullopt;
@@ -65,7 +65,7 @@ struct FixedFrame {
     friend bool operator==(const FixedFrame&, const FixedFrame&) = default;
 };
 
-/// Takes the room that it is offered, within the bounds; infinity fills all of it.
+/// A frame that takes the offered room within the bounds; infinity fills all of it.
 struct FlexibleFrame {
     std::optional<double> minWidth = std::nullopt;
     std::optional<double> idealWidth = std::nullopt;
@@ -78,7 +78,7 @@ struct FlexibleFrame {
     friend bool operator==(const FlexibleFrame&, const FlexibleFrame&) = default;
 };
 
-/// What lies behind the element, as large as it is.
+/// A colour behind the element, as large as the element.
 struct Background {
     Color color;
     Alignment alignment = {};
@@ -86,28 +86,28 @@ struct Background {
     friend bool operator==(const Background&, const Background&) = default;
 };
 
-/// The colour of text and symbols, also of those further inside that set none themselves.
+/// The colour of text and symbols, also of inner ones that set none themselves.
 struct ForegroundColor {
     Color color;
 
     friend bool operator==(const ForegroundColor&, const ForegroundColor&) = default;
 };
 
-/// The corners are circular arcs of this radius.
+/// A rectangle whose corners are circular arcs of this radius.
 struct RoundedRectangle {
     double cornerRadius;
 
     friend bool operator==(const RoundedRectangle&, const RoundedRectangle&) = default;
 };
 
-/// Shows only what lies inside the shape, as large as the element, its edge anti-aliased.
+/// Hides everything outside of the shape, which is as large as the element; its edge is anti-aliased.
 struct ClipShape {
     RoundedRectangle shape;
 
     friend bool operator==(const ClipShape&, const ClipShape&) = default;
 };
 
-/// The toolkit's own font of this style, also for texts further inside that set none themselves.
+/// The toolkit's own font of this style, also for inner texts that set none themselves.
 struct Font {
     TextStyle style;
 
@@ -119,19 +119,19 @@ struct Bold {
     friend bool operator==(const Bold&, const Bold&) = default;
 };
 
-/// How the lines of one text lie to each other.
+/// Alignment of the lines of a multi-line text.
 struct MultilineTextAlignment {
     HorizontalAlignment alignment;
 
     friend bool operator==(const MultilineTextAlignment&, const MultilineTextAlignment&) = default;
 };
 
-/// Lets an image stretch, as a whole, to the room that it is offered.
+/// Allows an image to stretch, as a whole, to the offered room.
 struct Resizable {
     friend bool operator==(const Resizable&, const Resizable&) = default;
 };
 
-/// As large as fits the room that it is offered, without distortion.
+/// Scales to the offered room without distortion.
 struct ScaledToFit {
     friend bool operator==(const ScaledToFit&, const ScaledToFit&) = default;
 };
@@ -144,8 +144,8 @@ using Modifier = std::variant<Padding, FixedFrame, FlexibleFrame, Background, Fo
 struct Element;
 struct IdentifiedElement;
 
-/// Looked up in the host application's default string table, and shown as it stands when that has no entry. Then each
-/// "%@" takes the next of the arguments, which are never translated nor interpreted.
+/// A key into the host application's default string table, shown itself when that has no entry. Then each "%@" is
+/// replaced by the next of the arguments, which are neither translated nor interpreted.
 struct LocalizedText {
     std::string key;
     std::vector<std::string> arguments;
@@ -153,45 +153,45 @@ struct LocalizedText {
     friend bool operator==(const LocalizedText&, const LocalizedText&) = default;
 };
 
-/// Shown as it stands.
+/// A text that is shown unchanged.
 struct VerbatimText {
     std::string text;
 
     friend bool operator==(const VerbatimText&, const VerbatimText&) = default;
 };
 
-/// One text, in as many lines as its room needs.
+/// One text, broken into lines where the room requires it.
 struct Text {
     std::variant<LocalizedText, VerbatimText> source;
 
     friend bool operator==(const Text&, const Text&) = default;
 };
 
-/// A symbol that every renderer draws itself. "gearshape.2.fill" is two filled gears, one larger than the other.
+/// A symbol that each renderer draws itself. "gearshape.2.fill" is two filled gears, one larger than the other.
 struct Image {
     std::string systemName;
 
     friend bool operator==(const Image&, const Image&) = default;
 };
 
-/// The largest circle that fits, filled.
+/// The largest filled circle that fits.
 struct Circle {
     Color fill;
 
     friend bool operator==(const Circle&, const Circle&) = default;
 };
 
-/// Takes the room that the other elements of its stack leave over; several share it equally.
+/// Takes the room that the other elements of its stack leave; several share it equally.
 struct Spacer {
     std::optional<double> minLength = std::nullopt;
 
     friend bool operator==(const Spacer&, const Spacer&) = default;
 };
 
-/// Something to press: all of its label can be.
+/// A button; its whole label is clickable.
 struct Button {
     std::vector<Element> label;
-    std::function<void()> action;  ///< called on the main thread, once for each press
+    std::function<void()> action;  ///< called on the main thread, once for each click
 
     bool operator==(const Button&) const;
 };
@@ -223,7 +223,7 @@ struct ForEach {
 
 using Content = std::variant<Spacer, Text, Image, Circle, Button, HStack, VStack, ForEach>;
 
-/// A content, and what is done to it: the first modifier is the innermost.
+/// A content and its modifiers, of which the first is the innermost.
 struct Element {
     Content content;
     std::vector<Modifier> modifiers;
@@ -231,7 +231,7 @@ struct Element {
     friend bool operator==(const Element&, const Element&) = default;
 };
 
-/// A row with what tells it from the others; equal readers share an identity.
+/// A row and its identity; equal readers share an identity.
 struct IdentifiedElement {
     DataReader identity;
     Element element;

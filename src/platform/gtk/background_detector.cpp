@@ -234,4 +234,17 @@ BackgroundDetector::BackgroundDetector(Callbacks callbacks, std::chrono::millise
 
 BackgroundDetector::~BackgroundDetector() = default;
 
+void postBackground(platform::Platform& platform, std::chrono::milliseconds timeWithoutFocus) {
+    platform.keep("tarvex::gtk::BackgroundDetector", [&platform, timeWithoutFocus] {
+        BackgroundDetector::Callbacks callbacks{
+            .didEnterBackground =
+                [&platform] { platform.notificationCenter().post(platform::applicationDidEnterBackground); },
+            .isCoveredBySystemDialog =
+                [&platform] {
+                    return platform.captureDevice().isRequestInProgress() || platform.application().isOpeningUrl();
+                }};
+        return std::make_shared<BackgroundDetector>(std::move(callbacks), timeWithoutFocus);
+    });
+}
+
 }  // namespace tarvex::gtk

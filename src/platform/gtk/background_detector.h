@@ -4,6 +4,8 @@
 #include <functional>
 #include <memory>
 
+#include "tarvex/platform/platform.h"
+
 namespace tarvex::gtk {
 
 /// Tells when the process's GTK windows have left the foreground: when all of them are unmapped or minimised, or none
@@ -30,5 +32,10 @@ private:
 
     std::shared_ptr<Watch> watch_;  // signals of windows hold it weakly
 };
+
+/// Posts `applicationDidEnterBackground` to the observers of `platform` as long as it lives; does nothing when this was
+/// called for it before.
+void postBackground(platform::Platform& platform,
+                    std::chrono::milliseconds timeWithoutFocus = BackgroundDetector::usualTimeWithoutFocus);
 
 }  // namespace tarvex::gtk

@@ -1,9 +1,7 @@
 #include "tarvex/gtk.h"
 
-#include <utility>
-
+#include "platform/gtk/background_detector.h"
 #include "platform/gtk/element_renderer.h"
-#include "platform/gtk/gtk_view_toolkit.h"
 #include "platform/gtk/host_view.h"
 #include "platform/gtk/usable_gtk.h"
 
@@ -11,7 +9,7 @@ namespace tarvex::gtk {
 
 void addTo(platform::Platform& platform) {
     if (!isAloneInProcess()) return;
-    if (auto toolkit = GtkViewToolkit::make(platform)) platform.setViewToolkit(std::move(toolkit));
+    postBackground(platform);
 }
 
 std::shared_ptr<View> wrap(GtkWidget* overlayHost) {

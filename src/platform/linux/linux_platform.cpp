@@ -1,3 +1,4 @@
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -11,12 +12,8 @@
 #include "platform/json/simdjson_coder.h"
 #include "platform/linux/data_directory.h"
 #include "platform/linux/kernel_system_info.h"
-#include "platform/linux/kernel_uuid_generator.h"
 #include "platform/plist/plist_bundles.h"
-#include "platform/portable/headless_view_toolkit.h"
-#include "platform/portable/local_notification_center.h"
 #include "platform/portable/no_face_tracking.h"
-#include "platform/portable/system_clock.h"
 #include "platform/portal/portal_services.h"
 #include "platform/portal/video_devices.h"
 #include "platform/sqlite/sqlite_object_store.h"
@@ -26,6 +23,12 @@
 namespace tarvex::platform {
 
 namespace {
+
+struct SystemClock final : Clock {
+    double secondsSince1970() const override {
+        return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+    }
+};
 
 struct CurrentPlatform {
     std::mutex mutex;
@@ -63,13 +66,11 @@ std::unique_ptr<Platform> Platform::makeLinux(LinuxOptions options) {
     platform->setHidEventSystem(options.sensorRoot ? std::make_unique<IioHidEventSystem>(std::move(*options.sensorRoot))
                                                    : std::make_unique<IioHidEventSystem>());
     platform->setUrlSession(std::make_unique<CurlUrlSession>());
-    platform->setNotificationCenter(std::make_unique<LocalNotificationCenter>());
     platform->setJsonCoder(std::make_unique<SimdjsonCoder>());
     platform->setSystemInfo(std::make_unique<KernelSystemInfo>());
     platform->setClock(std::make_unique<SystemClock>());
-    platform->setUuidGenerator(std::make_unique<KernelUuidGenerator>());
     platform->setFaceTracking(std::make_unique<NoFaceTracking>());
-    platform->setViewToolkit(std::make_unique<HeadlessViewToolkit>());
+
     return platform;
 }
 

@@ -1,8 +1,8 @@
 // Going to the background, as a window manager sees it.
 
 #include "consent_window.h"
+#include "platform/gtk/background_detector.h"
 #include "platform/gtk/foreground_rule.h"
-#include "platform/gtk/gtk_view_toolkit.h"
 #include "prelude.h"
 #include "tarvex/gtk.h"
 #include "tarvex/testing/recording_application.h"
@@ -52,7 +52,7 @@ protected:
         auto opener = std::make_unique<testing::RecordingApplication>();
         application = opener.get();
         platform->setApplication(std::move(opener));
-        platform->setViewToolkit(gtk::GtkViewToolkit::make(*platform, timeWithoutFocus));
+        gtk::postBackground(*platform, timeWithoutFocus);
         gtk::addTo(*platform);
         token = platform->notificationCenter().addObserverForName(platform::applicationDidEnterBackground, [this] {
             ++transitions;

@@ -1,16 +1,14 @@
 // The services that need no more than a few lines.
 
-#include "platform/linux/kernel_uuid_generator.h"
-#include "platform/portable/local_notification_center.h"
+
 #include "prelude.h"
 #include "tarvex/platform/byte_buffer.h"
 #include "tarvex/platform/platform.h"
-#include "tarvex/url.h"
 
 namespace tarvex::platform {
 
-TEST(LocalNotificationCenter, CallsTheObserversOfANameInTheirOrderAlsoWhenTheyChange) {
-    LocalNotificationCenter center;
+TEST(NotificationCenter, CallsTheObserversOfANameInTheirOrderAlsoWhenTheyChange) {
+    NotificationCenter center;
     std::string calls;
     NotificationCenter::ObserverToken first{};
     first = center.addObserverForName("sunset", [&] {
@@ -25,28 +23,6 @@ TEST(LocalNotificationCenter, CallsTheObserversOfANameInTheirOrderAlsoWhenTheyCh
     EXPECT_EQ(calls, "ab");
     center.post("sunset");
     EXPECT_EQ(calls, "abbc");
-}
-
-TEST(KernelUuidGenerator, MakesDistinctRandomUuids) {
-    const Uuid uuid{{0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
-    EXPECT_EQ(uuid.uuidString(), "00112233-4455-6677-8899-AABBCCDDEEFF");
-    KernelUuidGenerator generator;
-    std::set<std::string> seen;
-    for (int i = 0; i < 1000; ++i) {
-        const std::string text = generator.makeUuid().uuidString();
-        EXPECT_THAT(text, MatchesRegex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}"));
-        EXPECT_TRUE(seen.insert(text).second);
-    }
-}
-
-TEST(Url, TakesAbsoluteUrlsOnly) {
-    for (const char* text :
-         {"https://backend.example/tracking", "mailto:study@example.org", "https://[::1]:8443/a?b#c"})
-        EXPECT_EQ(Url::parse(text).value().string(), text);
-    for (const std::string_view text : {"", "tracking", "/tracking", "//host/path", "https://a b/", "1http://a",
-                                        "https://host:port/", "https://ex\xc3\xa4mple.org/", "https://a/#b#c"})
-        EXPECT_FALSE(Url::parse(text).has_value()) << text;
-    EXPECT_FALSE(Url::parse(std::string_view("https://a/\0b", 12)).has_value());
 }
 
 TEST(ByteBuffer, KeepsItsContentsWhileItGrows) {

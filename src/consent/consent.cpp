@@ -1,11 +1,23 @@
-#include "consent/consent_actions.h"
+#include "consent/consent.h"
 
+#include <string_view>
 #include <utility>
 
-#include "client/consent_key.h"
-#include "values/host_callback.h"
+#include "values/host_boundary.h"
 
 namespace tarvex {
+
+namespace {
+
+constexpr std::string_view flagOf(DataReader::Kind kind) {
+    return kind == DataReader::Kind::distance ? "hasConsentedToTrackDistance" : "hasConsentedToTrackAmbientLight";
+}
+
+}  // namespace
+
+bool hasConsented(const platform::UserDefaults& userDefaults, DataReader::Kind kind) {
+    return userDefaults.boolForKey(flagOf(kind));
+}
 
 void refuseConsent(const ConsentDecision& decide) noexcept {
     callHost(decide, false);
@@ -21,7 +33,7 @@ void requestConsent(platform::CaptureDevice& captureDevice, platform::UserDefaul
         [&userDefaults, readers = std::move(readers), decide = std::move(decide)](bool granted) noexcept {
             if (granted) {
                 for (const DataReader& reader : readers)
-                    userDefaults.setValueForKey(true, consentKey(reader.kind()));
+                    userDefaults.setValueForKey(true, flagOf(reader.kind()));
             }
             callHost(decide, granted);
         });

@@ -1,11 +1,11 @@
-#include "platform/portable/local_notification_center.h"
+#include "tarvex/platform/notification_center.h"
 
 #include <algorithm>
 #include <utility>
 
 namespace tarvex::platform {
 
-NotificationCenter::ObserverToken LocalNotificationCenter::addObserverForName(std::string_view name, Block block) {
+NotificationCenter::ObserverToken NotificationCenter::addObserverForName(std::string_view name, Block block) {
     const std::lock_guard lock(mutex_);
     const auto token = ObserverToken{++lastToken_};
     observers_.push_back(
@@ -13,7 +13,7 @@ NotificationCenter::ObserverToken LocalNotificationCenter::addObserverForName(st
     return token;
 }
 
-void LocalNotificationCenter::removeObserver(ObserverToken token) {
+void NotificationCenter::removeObserver(ObserverToken token) {
     std::shared_ptr<const Block> removed;  // released after the lock: what it holds may use the centre as it goes
     const std::lock_guard lock(mutex_);
     const auto observer = std::ranges::find(observers_, token, &Observer::token);
@@ -22,7 +22,7 @@ void LocalNotificationCenter::removeObserver(ObserverToken token) {
     observers_.erase(observer);
 }
 
-void LocalNotificationCenter::post(std::string_view name) {
+void NotificationCenter::post(std::string_view name) {
     std::vector<std::shared_ptr<const Block>> blocks;
     {
         const std::lock_guard lock(mutex_);
