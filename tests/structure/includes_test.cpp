@@ -1,0 +1,114 @@
+// The include lines of src/ and include/: which folder knows which third party, and no circles.
+
+#include "prelude.h"
+
+namespace tarvex {
+namespace {
+
+namespace fs = std::filesystem;
+
+using Names = std::set<std::string>;
+using Graph = std::map<std::string, Names>;
+
+/// What each file includes: a file of the project by its path, a header of others with its opening bracket.
+const Graph& includes() {
+    static const Graph files = [] {
+        Graph found;
+        for (const fs::path root : {TARVEX_SOURCE_DIR "/src", TARVEX_SOURCE_DIR "/include"}) {
+            for (const auto& entry : fs::recursive_directory_iterator(root)) {
+                if (entry.path().extension() != ".h" && entry.path().extension() != ".cpp") continue;
+                Names& targets = found[fs::relative(entry.path(), root)];
+                std::ifstream file(entry.path());
+                for (std::string line; std::getline(file, line);) {
+                    if (!line.starts_with("#include ")) continue;
+                    const std::string target = line.substr(9, line.find_first_of("\">", 10) - 9);
+                    targets.insert(target.substr(target.front() == '"' ? 1 : 0));
+                }
+            }
+        }
+        return found;
+    }();
+    return files;
+}
+
+/// The nodes that lie on a circle, or between two.
+Graph circlesOf(Graph graph) {
+    const auto isAnEnd = [&](const auto& node) {
+        const auto points = [](const auto& from, const std::string& to) { return from.second.contains(to); };
+        return std::ranges::none_of(graph, [&](const auto& other) { return points(node, other.first); }) ||
+               std::ranges::none_of(graph, [&](const auto& other) { return points(other, node.first); });
+    };
+    for (auto end = graph.begin(); (end = std::ranges::find_if(graph, isAnEnd)) != graph.end();)
+        graph.erase(end);
+    return graph;
+}
+
+TEST(Includes, EachThirdPartyIsKnownInItsOwnFolder) {
+    const Graph allowed{
+        {"platform/",
+         {"<dirent.h", "<dlfcn.h", "<fcntl.h", "<libintl.h", "<link.h", "<linux/", "<netinet/", "<pthread.h", "<pwd.h",
+          "<sys/", "<unistd.h"}},
+        {"platform/camera/", {"<glib.h"}},
+        {"platform/camera/capture/", {"<gst/"}},
+        {"platform/camera/vision/", {"<Eigen/", "<glm/", "<xnnpack.h"}},
+        {"platform/curl/", {"<curl/"}},
+        {"platform/glib/", {"<gio/", "<glib"}},
+        {"platform/gtk/", {"<gtk/"}},
+        {"platform/json/", {"<nlohmann/", "<simdjson.h"}},
+        {"platform/linux/", {"<glib.h"}},
+        {"platform/plist/", {"<glib.h", "<plist/", "<simdjson.h"}},
+        {"platform/portable/", {"<glm/"}},
+        {"platform/portal/", {"<gio/"}},
+        {"platform/sqlite/", {"<nlohmann/", "<sqlite3.h"}},
+        {"values/", {"<arpa/", "<sys/random.h"}},
+    };
+    std::size_t checked = 0;
+    for (const auto& [file, targets] : includes()) {
+        const auto knows = [&file](const auto& row, const std::string& target) {
+            return file.starts_with(row.first) &&
+                   std::ranges::any_of(row.second, [&](auto& prefix) { return target.starts_with(prefix); });
+        };
+        for (const std::string& target : targets) {
+            const bool isStandard = target.find_first_of("./") == std::string::npos;
+            if (!target.starts_with('<') || isStandard) continue;
+            EXPECT_TRUE(std::ranges::any_of(allowed, [&](auto& row) { return knows(row, target); }))
+                << file << " includes " << target << ">";
+            ++checked;
+        }
+    }
+    EXPECT_GT(checked, 50U);
+}
+
+TEST(Includes, WhatSeesAFrameCanNeitherWriteNorSendIt) {
+    std::size_t checked = 0;
+    for (const auto& [file, targets] : includes()) {
+        if (!file.starts_with("platform/camera/vision/") || file.ends_with("/face_models.cpp")) continue;
+        for (const char* outside :
+             {"<fstream", "<iostream", "<print", "<cstdio", "<sys/", "<unistd", "<fcntl", "<netinet/"})
+            EXPECT_TRUE(std::ranges::none_of(targets, [&](auto& target) { return target.starts_with(outside); }))
+                << file << " includes " << outside;
+        checked += targets.size();
+    }
+    EXPECT_GT(checked, 20U);
+}
+
+TEST(Includes, NeitherFilesNorFoldersIncludeEachOtherInACircle) {
+    std::map<std::string, std::string> folderOfStem;  // an installed header belongs to the folder of its source
+    for (const auto& [file, targets] : includes())
+        if (file.ends_with(".cpp")) folderOfStem[fs::path(file).stem()] = fs::path(file).parent_path();
+    const auto folderOf = [&](const fs::path& path) -> std::string {
+        const auto source = folderOfStem.find(path.stem());
+        return path.parent_path() == "tarvex" && source != folderOfStem.end() ? source->second
+                                                                              : path.parent_path().string();
+    };
+    Graph folders;
+    for (const auto& [file, targets] : includes())
+        for (const std::string& target : targets)
+            if (includes().contains(target) && folderOf(target) != folderOf(file))
+                folders[folderOf(file)].insert(folderOf(target));
+    EXPECT_GT(folders.size(), 10U);
+    EXPECT_THAT(circlesOf(includes()), IsEmpty());
+}
+
+}  // namespace
+}  // namespace tarvex
