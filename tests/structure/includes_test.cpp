@@ -43,53 +43,44 @@ Graph circlesOf(Graph graph) {
     return graph;
 }
 
-TEST(Includes, EachThirdPartyIsKnownInItsOwnFolder) {
+TEST(Includes, EachFolderKnowsItsOwnThirdPartiesAndWhatSeesAFrameCanNeitherWriteNorSendIt) {
+    const auto withSystem = [](Names thirdParties) {
+        thirdParties.insert({"<cstdio", "<dirent.h", "<dlfcn.h", "<fcntl.h", "<fstream", "<iostream", "<libintl.h",
+                             "<link.h", "<linux/", "<netinet/", "<pthread.h", "<pwd.h", "<sys/", "<unistd.h"});
+        return thirdParties;
+    };
     const Graph allowed{
-        {"platform/",
-         {"<dirent.h", "<dlfcn.h", "<fcntl.h", "<libintl.h", "<link.h", "<linux/", "<netinet/", "<pthread.h", "<pwd.h",
-          "<sys/", "<unistd.h"}},
-        {"platform/camera/", {"<glib.h"}},
-        {"platform/camera/capture/", {"<gst/"}},
+        {"", {}},
+        {"platform/", withSystem({})},
+        {"platform/camera/", withSystem({"<glib.h"})},
+        {"platform/camera/capture/", withSystem({"<gst/"})},
         {"platform/camera/vision/", {"<Eigen/", "<glm/", "<xnnpack.h"}},
-        {"platform/curl/", {"<curl/"}},
-        {"platform/glib/", {"<gio/", "<glib"}},
-        {"platform/gtk/", {"<gtk/"}},
+        {"platform/camera/vision/face_models.cpp", withSystem({"<glib.h"})},
+        {"platform/curl/", withSystem({"<curl/"})},
+        {"platform/glib/", withSystem({"<gio/", "<glib"})},
+        {"platform/gtk/", withSystem({"<gtk/"})},
         {"platform/json/", {"<nlohmann/", "<simdjson.h"}},
-        {"platform/linux/", {"<glib.h"}},
-        {"platform/plist/", {"<glib.h", "<plist/", "<simdjson.h"}},
-        {"platform/portable/", {"<glm/"}},
-        {"platform/portal/", {"<gio/"}},
-        {"platform/sqlite/", {"<nlohmann/", "<sqlite3.h"}},
+        {"platform/linux/", withSystem({"<glib.h"})},
+        {"platform/plist/", withSystem({"<glib.h", "<plist/", "<simdjson.h"})},
+        {"platform/portable/", withSystem({"<glm/"})},
+        {"platform/portal/", withSystem({"<gio/"})},
+        {"platform/sqlite/", withSystem({"<nlohmann/", "<sqlite3.h"})},
         {"values/", {"<arpa/", "<sys/random.h"}},
     };
     std::size_t checked = 0;
     for (const auto& [file, targets] : includes()) {
-        const auto knows = [&file](const auto& row, const std::string& target) {
-            return file.starts_with(row.first) &&
-                   std::ranges::any_of(row.second, [&](auto& prefix) { return target.starts_with(prefix); });
-        };
+        // Of the rows that hold the file, the deepest folder comes last.
+        const auto row = std::ranges::find_if(allowed.rbegin(), allowed.rend(),
+                                              [&file](auto& candidate) { return file.starts_with(candidate.first); });
         for (const std::string& target : targets) {
-            const bool isStandard = target.find_first_of("./") == std::string::npos;
+            const bool isStandard = target.find_first_of("./") == std::string::npos && !withSystem({}).contains(target);
             if (!target.starts_with('<') || isStandard) continue;
-            EXPECT_TRUE(std::ranges::any_of(allowed, [&](auto& row) { return knows(row, target); }))
+            EXPECT_TRUE(std::ranges::any_of(row->second, [&](auto& prefix) { return target.starts_with(prefix); }))
                 << file << " includes " << target << ">";
             ++checked;
         }
     }
     EXPECT_GT(checked, 50U);
-}
-
-TEST(Includes, WhatSeesAFrameCanNeitherWriteNorSendIt) {
-    std::size_t checked = 0;
-    for (const auto& [file, targets] : includes()) {
-        if (!file.starts_with("platform/camera/vision/") || file.ends_with("/face_models.cpp")) continue;
-        for (const char* outside :
-             {"<fstream", "<iostream", "<print", "<cstdio", "<sys/", "<unistd", "<fcntl", "<netinet/"})
-            EXPECT_TRUE(std::ranges::none_of(targets, [&](auto& target) { return target.starts_with(outside); }))
-                << file << " includes " << outside;
-        checked += targets.size();
-    }
-    EXPECT_GT(checked, 20U);
 }
 
 TEST(Includes, NeitherFilesNorFoldersIncludeEachOtherInACircle) {
