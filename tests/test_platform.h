@@ -18,21 +18,29 @@ namespace tarvex::test {
 class TestPlatform {
 public:
     TestPlatform() {
-        auto made = platform::Platform::makeLinux(
-            {.dataDirectory = directory.path() / "data", .bundleDirectory = directory.path() / "bundle"});
         std::filesystem::create_directory(directory.path() / "bundle");
-        own(*made, &platform::Platform::setDispatchQueues, dispatchQueues);
-        own(*made, &platform::Platform::setTimerScheduler, timers);
-        own(*made, &platform::Platform::setUserDefaults, defaults);
-        own(*made, &platform::Platform::setUrlSession, backend);
-        own(*made, &platform::Platform::setHidEventSystem, sensor);
-        own(*made, &platform::Platform::setClock, clock);
-        if (!platform::Platform::install(std::move(made)))
+        if (!platform::Platform::install(platform::Platform::makeLinux(
+                {.dataDirectory = directory.path() / "data", .bundleDirectory = directory.path() / "bundle"})))
             throw std::logic_error("a process has one current platform: one TestPlatform to a test");
+        set(&platform::Platform::setDispatchQueues, dispatchQueues);
+        set(&platform::Platform::setTimerScheduler, timers);
+        set(&platform::Platform::setUserDefaults, defaults);
+        set(&platform::Platform::setUrlSession, backend);
+        set(&platform::Platform::setHidEventSystem, sensor);
+        set(&platform::Platform::setClock, clock);
     }
 
     platform::Platform& operator*() const { return platform::Platform::current(); }
     platform::Platform* operator->() const { return &platform::Platform::current(); }
+
+    /// Puts a double, made from `arguments`, in the place of a service; `handle` then points to it.
+    template <typename Service, typename Double, typename... Arguments>
+    static void set(void (platform::Platform::*setter)(std::unique_ptr<Service>), Double*& handle,
+                    Arguments... arguments) {
+        auto made = std::make_unique<Double>(std::move(arguments)...);
+        handle = made.get();
+        (platform::Platform::current().*setter)(std::move(made));
+    }
 
     /// The host's property list, read afresh at each use.
     void writeInfoPlist(const std::string& entries) const {
@@ -47,18 +55,9 @@ public:
     testing::RecordingUrlSession* backend = nullptr;
     testing::ScriptedHidEventSystem* sensor = nullptr;
     testing::ManualClock* clock = nullptr;
-
-private:
-    template <typename Service, typename Double>
-    static void own(platform::Platform& platform, void (platform::Platform::*set)(std::unique_ptr<Service>),
-                    Double*& handle) {
-        auto made = std::make_unique<Double>();
-        handle = made.get();
-        (platform.*set)(std::move(made));
-    }
 };
 
-/// What an upload would carry now.
+/// The document that an upload would send now.
 inline TrackingDataWrapper documentOf(PersistenceController& store) {
     const auto encoded = store.loadTrackingData();
     return decodeTrackingDataWrapper(encoded.value().view(), platform::Platform::current().jsonCoder()).value();

@@ -7,7 +7,6 @@
 #include "test_platform.h"
 
 namespace tarvex {
-
 namespace {
 
 using Code = TarvexError::Code;
@@ -17,7 +16,7 @@ const DataReader lightKey = DataReader::ambientLight(std::nullopt);
 
 class StartTracking : public ::testing::Test {
 protected:
-    // What a start reports: the failures in their order; checks that one success ends them.
+    // Returns the failures that a start reports, in their order; checks that one success ends them.
     std::vector<std::pair<Code, DataReader>> start(const std::vector<DataReader>& readers,
                                                    const std::shared_ptr<View>& hostView = nullptr) {
         std::vector<std::pair<Code, DataReader>> failures;
@@ -40,10 +39,9 @@ protected:
     }
 
     testing::ScriptedFaceTracking& installFaceTracking(bool supported, int faces) {
-        auto made = std::make_unique<testing::ScriptedFaceTracking>(supported, faces);
-        auto& tracking = *made;
-        platform->setFaceTracking(std::move(made));
-        return tracking;
+        testing::ScriptedFaceTracking* tracking = nullptr;
+        platform.set(&platform::Platform::setFaceTracking, tracking, supported, faces);
+        return *tracking;
     }
 
     std::int64_t records() { return store.countTrackingData().value(); }
@@ -53,8 +51,6 @@ protected:
     std::shared_ptr<TrackingSessions> sessions = std::make_shared<TrackingSessions>(*platform, store);
     std::shared_ptr<View> view = makeHeadlessView();
 };
-
-}  // namespace
 
 TEST_F(StartTracking, AmbientLightReportsTheFirstMissingPrecondition) {
     EXPECT_THAT(start({lightKey}), ElementsAre(Pair(Code::noConsentToTrack, lightKey)));
@@ -132,7 +128,9 @@ TEST_F(StartTracking, LimitsReportIntervalsToTheSensorsRange) {
     }
 }
 
-TEST_F(StartTracking, StoppingReleasesTheTrackersOfItsKindAlone) {
+TEST_F(StartTracking, StoppingReleasesTrackersAndTimersOfItsKindOrOfAll) {
+    sessions->stop(DataReader::ambientLight(1));
+    EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(lightKey, false))) << "it never ran";
     platform.writeInfoPlist("<key>NSCameraUsageDescription</key><string></string>");
     allow(lightKey);
     allow(distanceKey);
@@ -149,34 +147,32 @@ TEST_F(StartTracking, StoppingReleasesTheTrackersOfItsKindAlone) {
     sessions->stop(DataReader::ambientLight(99));
     EXPECT_EQ(platform.sensor->deliveringCount(), 0U);
     EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(distanceKey, true), Pair(lightKey, false)));
+    start({DataReader::ambientLight(1)});
     sessions->stopAll();
     platform.dispatchQueues->runMain();
     EXPECT_TRUE(faceTracking.views().back().expired());
-}
-
-TEST_F(StartTracking, StoppingEverythingStopsSensorAndTimers) {
-    sessions->stop(DataReader::ambientLight(1));
-    EXPECT_THAT(sessions->trackingInProgress(), UnorderedElementsAre(Pair(lightKey, false))) << "it never ran";
-    allow(lightKey);
-    start({DataReader::ambientLight(1)});
-    sessions->stopAll();
-    EXPECT_THAT(sessions->trackingInProgress(), IsEmpty());
     EXPECT_EQ(platform.sensor->deliveringCount(), 0U);
     EXPECT_THAT(platform.timers->intervals(), IsEmpty());
+    EXPECT_THAT(sessions->trackingInProgress(), IsEmpty());
     sessions->start({DataReader::ambientLight(1)}, nullptr, [this](auto&&...) { sessions->stopAll(); });
     EXPECT_THAT(sessions->trackingInProgress(), IsEmpty()) << "a completion may stop what was started";
-    platform.timers->advance(10);
-    EXPECT_EQ(records(), 0);
+}
+
+TEST_F(StartTracking, StoppingCommitsWhatIsPending) {
+    allow(lightKey);
+    start({DataReader::ambientLight(1)});
+    platform.timers->advance(1);
     test::OtherProgram other(platform.directory.path() / "data/TrackingDataContainer.sqlite");
-    for (const auto& stop : {std::function([this] { sessions->stop(lightKey); }), {[this] { sessions->stopAll(); }}}) {
-        start({DataReader::ambientLight(1)});  // again
+    for (const bool everything : {false, true}) {
+        start({DataReader::ambientLight(1)});
         other.beginToWrite();
         platform.timers->advance(1);
         other.end();
         const int before = std::stoi(other.run("SELECT count(*) FROM DataEntry"));
-        stop();
-        EXPECT_EQ(other.run("SELECT count(*) FROM DataEntry"), std::to_string(before + 1)) << "what was pending";
+        everything ? sessions->stopAll() : sessions->stop(lightKey);
+        EXPECT_EQ(other.run("SELECT count(*) FROM DataEntry"), std::to_string(before + 1));
     }
 }
 
+}  // namespace
 }  // namespace tarvex

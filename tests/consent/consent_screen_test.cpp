@@ -12,25 +12,21 @@ using namespace ui;
 const DataReader distance = DataReader::distance(std::nullopt);
 const DataReader light = DataReader::ambientLight(5);
 
-// The elements of a tree in the order in which a person reads them: each without its children, which follow it.
-void flatten(const Element& element, std::vector<Element>& flat) {
-    const auto place = flat.size();
-    flat.push_back(element);
-    const auto takeChildren = [&](std::vector<Element>& children) {
-        for (const Element& child : std::exchange(children, {}))
-            flatten(child, flat);
-    };
-    Content content = element.content;
-    if (auto* row = std::get_if<HStack>(&content)) takeChildren(row->children);
-    if (auto* column = std::get_if<VStack>(&content)) takeChildren(column->children);
-    if (auto* button = std::get_if<Button>(&content)) takeChildren(button->label);
-    if (auto* list = std::get_if<ForEach>(&content)) {
+// The elements of a tree in their order: each without its children, which follow it.
+void flatten(Element element, std::vector<Element>& flat) {
+    std::vector<Element> children;
+    if (auto* row = std::get_if<HStack>(&element.content)) children.swap(row->children);
+    if (auto* column = std::get_if<VStack>(&element.content)) children.swap(column->children);
+    if (auto* button = std::get_if<Button>(&element.content)) children.swap(button->label);
+    if (auto* list = std::get_if<ForEach>(&element.content)) {
         for (const IdentifiedElement& row : std::exchange(list->rows, {})) {
-            flat.push_back({Text{VerbatimText{std::to_string(std::hash<DataReader>{}(row.identity))}}, {}});
-            flatten(row.element, flat);
+            children.push_back({Text{VerbatimText{std::to_string(std::hash<DataReader>{}(row.identity))}}, {}});
+            children.push_back(row.element);
         }
     }
-    flat[place].content = std::move(content);
+    flat.push_back(std::move(element));
+    for (Element& child : children)
+        flatten(std::move(child), flat);
 }
 
 std::vector<Element> elementsOf(const InformationView& view) {
@@ -46,12 +42,8 @@ Element localized(std::string key, std::vector<Modifier> modifiers = {}, std::ve
 class ConsentScreen : public ::testing::Test {
 protected:
     ConsentScreen() {
-        auto device = std::make_unique<testing::ScriptedCaptureDevice>(std::deque{true, false, true});
-        camera = device.get();
-        platform->setCaptureDevice(std::move(device));
-        auto opener = std::make_unique<testing::RecordingApplication>();
-        application = opener.get();
-        platform->setApplication(std::move(opener));
+        platform.set(&platform::Platform::setCaptureDevice, camera, std::deque{true, false, true});
+        platform.set(&platform::Platform::setApplication, application);
     }
 
     // The host's callback: notes the decision, with the flags as they are then.
@@ -88,24 +80,18 @@ protected:
 };
 
 TEST_F(ConsentScreen, ShowsTheHostsTextsAndReadersInTheirOrder) {
-    struct Case {
-        std::string name;
-        std::optional<std::string> description;
-        std::vector<DataReader> readers;
-        std::optional<Url> url;
-    };
+    using Case = std::tuple<std::string, std::optional<std::string>, std::vector<DataReader>, std::optional<Url>>;
     const auto url = Url::parse("https://example.org/study");
     const Padding everywhere{{true, true, true, true}};
     const std::vector<Modifier> paragraph{Font{TextStyle::body}, Padding{{.top = true, .bottom = true}},
                                           Padding{{.leading = true, .trailing = true}, 30}};
     const Element spacer{Spacer{}, {}};
-    const Element row{HStack{}, {}};
     for (const auto& [name, description, readers, link] :
          {Case{"Study", "", {distance, light}, url}, Case{"100 % \"light\" %@ \xff", {}, {}, {}},
           Case{"", "%@ & <b>", {}, {}}, Case{"A", {}, {light, distance, distance}, url}}) {
         std::vector<Element> expected{
             {VStack{}, {}},
-            row,
+            {HStack{}, {}},
             spacer,
             {Button{}, {Padding{{.trailing = true}}, Padding{{.top = true}}}},
             localized("Cancel"),
@@ -119,7 +105,7 @@ TEST_F(ConsentScreen, ShowsTheHostsTextsAndReadersInTheirOrder) {
         if (link) expected.insert(expected.end(), {{Button{}, {}}, localized("Learn more...")});
         expected.insert(expected.end(), {spacer,
                                          {HStack{}, {everywhere}},
-                                         {VStack{.alignment = HorizontalAlignment::leading}, {}},
+                                         {VStack{.alignment = HorizontalAlignment::leading, .children = {}}, {}},
                                          localized("Requested Data", {Bold{}, Font{TextStyle::body}}),
                                          {ForEach{}, {}}});
         for (const DataReader& reader : readers)

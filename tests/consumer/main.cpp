@@ -1,4 +1,4 @@
-// A stranger's host: knows the installed headers and nothing else.
+// A host that knows the installed headers only.
 // usage: consumer EMPTY-DIRECTORY
 
 #include <tarvex/client.h>
@@ -24,17 +24,13 @@ namespace {
 
 void expect(bool holds, const char* what) {
     if (holds) return;
-    std::cerr << "not so: " << what << '\n';
+    std::cerr << "Failed: " << what << '\n';
     std::exit(1);
 }
 
-// A sensor in a directory shaped like the kernel's tree.
-void makeSensor(const std::filesystem::path& root) {
-    std::filesystem::create_directories(root / "iio:device0");
-    std::ofstream(root / "iio:device0/in_illuminance_input") << "321\n";
-}
-
 RecordingUrlSession& installPlatform(const std::filesystem::path& directory) {
+    std::filesystem::create_directories(directory / "sensors/iio:device0");
+    std::ofstream(directory / "sensors/iio:device0/in_illuminance_input") << "321\n";
     auto platform = Platform::makeLinux(
         {.dataDirectory = directory / "data", .bundleDirectory = directory, .sensorRoot = directory / "sensors"});
     auto session = std::make_unique<RecordingUrlSession>();
@@ -46,7 +42,7 @@ RecordingUrlSession& installPlatform(const std::filesystem::path& directory) {
 
 }  // namespace
 
-// The library must keep to its own function of this name.
+// The library calls its own function of this name, never this one.
 extern "C" void handle_event(void*, void*, void*, void*) {
     std::cerr << "the host received the library's event\n";
     std::abort();
@@ -54,9 +50,7 @@ extern "C" void handle_event(void*, void*, void*, void*) {
 
 int main(int argc, char** argv) {
     expect(argc == 2, "one argument, an empty directory");
-    const std::filesystem::path directory = argv[1];
-    makeSensor(directory / "sensors");
-    RecordingUrlSession& backend = installPlatform(directory);
+    RecordingUrlSession& backend = installPlatform(argv[1]);
     Platform& platform = Platform::current();
     Client& client = Client::shared();
 
@@ -82,5 +76,5 @@ int main(int argc, char** argv) {
     expect(backend.requests()[0].body.find(R"("lux":321)") != std::string::npos, "the sensor's value is uploaded");
     backend.respond(0, tarvex::platform::UrlResponse{.statusCode = 200}, std::nullopt);
     expect(client.trackingDataCount() == 0, "what was uploaded is deleted");
-    std::cout << "Tarvex " TARVEX_VERSION " works for a stranger\n";
+    std::cout << "Tarvex " TARVEX_VERSION " works for a host\n";
 }

@@ -7,7 +7,6 @@
 #include "test_platform.h"
 
 namespace tarvex {
-
 namespace {
 
 using Reading = std::tuple<std::int32_t, float, float, float, float>;
@@ -19,40 +18,26 @@ Reading lastReading() {
     return reading;
 }
 
-void operate(char operation) {
-    if (operation == 'i') return TXAmbientLightSensor::init_iokit(std::numeric_limits<std::int32_t>::max());
-    if (operation == 's') return TXAmbientLightSensor::start_iokit();
-    TXAmbientLightSensor::stop_iokit();
+void operate(std::string_view operations, std::int32_t milliseconds = std::numeric_limits<std::int32_t>::max()) {
+    for (const char operation : operations) {
+        if (operation == 'i') TXAmbientLightSensor::init_iokit(milliseconds);
+        if (operation == 's') TXAmbientLightSensor::start_iokit();
+        if (operation == 'x') TXAmbientLightSensor::stop_iokit();
+    }
 }
 
 class AmbientLightSensor : public ::testing::Test {
 protected:
-    AmbientLightSensor() {
-        auto made = std::make_unique<testing::ScriptedHidEventSystem>(2);
-        sensors = made.get();
-        platform->setHidEventSystem(std::move(made));
-    }
-    void install(const std::filesystem::path& sensorRoot) const {
-        platform->setHidEventSystem(std::make_unique<platform::IioHidEventSystem>(sensorRoot));
-    }
-
-    static void start(std::int32_t milliseconds = 1000) {
-        TXAmbientLightSensor::init_iokit(milliseconds);
-        TXAmbientLightSensor::start_iokit();
-    }
+    AmbientLightSensor() { platform.set(&platform::Platform::setHidEventSystem, sensors, 2U); }
 
     test::TestPlatform platform;
     testing::ScriptedHidEventSystem* sensors = nullptr;
 };
 
-}  // namespace
-
 TEST_F(AmbientLightSensor, MatchesTheSensorAndSetsTheFirstOnesInterval) {
-    TXAmbientLightSensor::start_iokit();
-    TXAmbientLightSensor::stop_iokit();
+    operate("sx");
     EXPECT_THAT(sensors->calls(), IsEmpty()) << "without a client";
-    start(5000);
-    TXAmbientLightSensor::stop_iokit();
+    operate("isx", 5000);
     ASSERT_THAT(sensors->matchings(), SizeIs(1));
     EXPECT_EQ(sensors->matchings()[0].primaryUsagePage, 65280);
     EXPECT_EQ(sensors->matchings()[0].primaryUsage, 4);
@@ -64,7 +49,7 @@ TEST_F(AmbientLightSensor, MatchesTheSensorAndSetsTheFirstOnesInterval) {
 
 TEST_F(AmbientLightSensor, KeepsTheLastReadingOfEitherSensor) {
     EXPECT_EQ(lastReading(), Reading());
-    start();
+    operate("is");
     sensors->emit(100, 1, 2, 3, 0.1);
     EXPECT_EQ(lastReading(), Reading(100, 1, 2, 3, 0.1F));
     sensors->emit((std::int64_t{7} << 32) + (std::int64_t{1} << 31), 0, 0, 0, 0);
@@ -72,18 +57,18 @@ TEST_F(AmbientLightSensor, KeepsTheLastReadingOfEitherSensor) {
     sensors->emit(platform::ambientLightSensorEvent, {{0xC0000, 7}, {0xC0004, 4}}, 1);
     sensors->emit(11, {{0xC0000, 99}});
     EXPECT_EQ(lastReading(), Reading(7, 0, 0, 0, 4)) << "events of other types are ignored";
-
-    TXAmbientLightSensor::stop_iokit();
+    operate("x");
     sensors->emit(1, 1, 1, 1, 1);
-    TXAmbientLightSensor::init_iokit(1);
+    operate("i");
     EXPECT_EQ(lastReading(), Reading(7, 0, 0, 0, 4)) << "neither a stop nor an init resets it";
-}
 
-TEST_F(AmbientLightSensor, WorksWithoutAnySensor) {
-    install(platform.directory.path() / "missing");
-    start();
-    TXAmbientLightSensor::stop_iokit();
-    EXPECT_EQ(lastReading(), Reading());
+    struct Event final : platform::HidEvent {
+        platform::HidEventType type() const override { return 12; }
+        std::intptr_t integerValue(platform::HidEventField field) const override { return field == 0xC0000 ? 42 : -1; }
+        double floatValue(platform::HidEventField field) const override { return field - 0xC0000; }
+    } event;
+    handle_event(nullptr, nullptr, nullptr, &event);
+    EXPECT_EQ(lastReading(), Reading(42, 1, 2, 3, 4)) << "the exported callback";
 }
 
 TEST_F(AmbientLightSensor, OnlyAStopEndsAReplacedClientThatRuns) {
@@ -92,27 +77,27 @@ TEST_F(AmbientLightSensor, OnlyAStopEndsAReplacedClientThatRuns) {
          {Case{"ii", 1, 0}, Case{"iisx", 1, 0}, Case{"isi", 2, 1}, Case{"isii", 2, 1}, Case{"isis", 2, 2},
           Case{"isisi", 3, 2}, Case{"isix", 1, 0}, Case{"isisx", 1, 0}, Case{"isxi", 1, 0}, Case{"isxsi", 2, 1},
           Case{"isxx", 1, 0}, Case{"isss", 1, 1}}) {
-        for (const char operation : order)
-            operate(operation);
+        operate(order);
         EXPECT_EQ(sensors->clientCount(), clients) << order;
         EXPECT_EQ(sensors->deliveringCount(), delivering) << order;
-        TXAmbientLightSensor::stop_iokit();
+        operate("x");
     }
 }
 
-// As a host does that starts and stops within its consent callback, while the main thread receives the events.
-TEST_F(AmbientLightSensor, AfterAStopNothingReadsInWhateverOrderOtherThreadsUseIt) {
+// A host may start and stop within its consent callback while the main thread receives the events.
+TEST_F(AmbientLightSensor, ReadsNothingAfterAStopWhateverTheOrderOfOtherThreadsOperations) {
     const test::SensorTree tree;
+    platform->setHidEventSystem(std::make_unique<platform::IioHidEventSystem>(tree.root()));
+    operate("isx");  // without any sensor
+    EXPECT_EQ(lastReading(), Reading());
     for (const int number : {1, 2})
         for (const char* name : {"illuminance_input", "intensity_red_raw", "intensity_green_raw", "intensity_blue_raw",
                                  "intensity_clear_raw"})
             tree.plug(number, std::string("in_") + name + "=" + std::to_string(number));
-    install(tree.root());
-    platform::RunLoop& loop = platform->mainRunLoop();
-    constexpr int orders = 729;  // all of six operations
+    constexpr int orders = 729;  // of six operations
     const auto runOrder = [](int order) {
         for (int step = 0; step < 6; ++step, order /= 3) {
-            operate("sxi"[order % 3]);
+            operate({&"sxi"[order % 3], 1});
             EXPECT_THAT(lastReading(), AnyOf(Reading(), Reading(1, 1, 1, 1, 1), Reading(2, 2, 2, 2, 2)));
         }
     };
@@ -122,9 +107,9 @@ TEST_F(AmbientLightSensor, AfterAStopNothingReadsInWhateverOrderOtherThreadsUseI
     const std::jthread other([&] {
         const auto before = threadCount();
         const auto stopsEverything = [&] {
-            TXAmbientLightSensor::stop_iokit();
+            operate("x");
             const auto reading = lastReading();
-            return test::eventually([&] { return threadCount() == before; }) && lastReading() == reading;
+            return eventually([&] { return threadCount() == before; }) && lastReading() == reading;
         };
         for (int order = 0; order < orders && !HasFailure(); ++order) {
             runOrder(order);
@@ -134,20 +119,10 @@ TEST_F(AmbientLightSensor, AfterAStopNothingReadsInWhateverOrderOtherThreadsUseI
         std::ranges::for_each(std::views::iota(0, orders), runOrder);
         third.join();
         EXPECT_TRUE(stopsEverything());
-        loop.stop();
+        platform->mainRunLoop().stop();
     });
-    loop.run();
+    platform->mainRunLoop().run();
     EXPECT_NE(lastReading(), Reading()) << "no event came";
-}
-
-TEST_F(AmbientLightSensor, ItsExportedCallbackTakesOverAReading) {
-    struct Event final : platform::HidEvent {
-        platform::HidEventType type() const override { return 12; }
-        std::intptr_t integerValue(platform::HidEventField field) const override { return field == 0xC0000 ? 42 : -1; }
-        double floatValue(platform::HidEventField field) const override { return field - 0xC0000; }
-    } event;
-    handle_event(nullptr, nullptr, nullptr, &event);
-    EXPECT_EQ(lastReading(), Reading(42, 1, 2, 3, 4));
 }
 
 TEST_F(AmbientLightSensor, ASamplerStoresTheLastReadingWhetherItIsNewOrNot) {
@@ -155,7 +130,7 @@ TEST_F(AmbientLightSensor, ASamplerStoresTheLastReadingWhetherItIsNewOrNot) {
     {
         AmbientLightTracking tracking(store);
         tracking.recordSample();
-        start();
+        operate("is");
         sensors->emit(250, 0.1, 2, 3, 4);
         tracking.recordSample();
         tracking.recordSample();
@@ -173,4 +148,5 @@ TEST_F(AmbientLightSensor, ASamplerStoresTheLastReadingWhetherItIsNewOrNot) {
     EXPECT_EQ(samples[2].type, "ambient_light");
 }
 
+}  // namespace
 }  // namespace tarvex
