@@ -9,7 +9,7 @@ namespace tarvex::testing {
 
 using namespace platform;
 
-/// What the system, its clients and its services share: each may outlive the others.
+/// State that the system, its clients and its services share; each may outlive the others.
 struct ScriptedHidEventSystem::Script {
     // Held throughout a callback, which may use the clients: another thread's end of events waits for it.
     std::recursive_mutex mutex;

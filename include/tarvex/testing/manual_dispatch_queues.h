@@ -10,20 +10,19 @@
 
 namespace tarvex::testing {
 
-/// Queues whose blocks wait for the test. Blocks may be queued on any thread; they run on the test's.
+/// Queues whose blocks run when a test runs them, on its thread. Thread-safe.
 class TARVEX_EXPORT ManualDispatchQueues final : public platform::DispatchQueues {
 public:
     void mainAsync(std::function<void()> block) override;
     void backgroundAfter(std::chrono::nanoseconds delay, std::function<void()> block) override;
 
-    /// Runs the blocks of the main queue, and those that they queue; returns how many there were.
+    /// Runs the blocks of the main queue and those that they queue; returns their number.
     std::size_t runMain();
 
-    /// Lets time pass for the delayed blocks: those that are due run, on the calling thread, in the order of their
-    /// times.
+    /// Lets time pass: delayed blocks that become due run on the calling thread, in the order of their times.
     void advance(std::chrono::nanoseconds time);
 
-    /// How many delayed blocks still wait.
+    /// Number of delayed blocks that are not due yet.
     [[nodiscard]] std::size_t delayedCount() const;
 
 private:

@@ -9,18 +9,18 @@
 
 namespace tarvex::testing {
 
-/// A main loop that a test turns by hand. `perform` and `stop` may be called on any thread.
+/// A main loop whose blocks run when a test runs them. Thread-safe.
 class TARVEX_EXPORT ManualRunLoop final : public platform::RunLoop {
 public:
-    /// Runs blocks as they come, until `stop`. A stop before it counts.
+    /// Runs blocks as they are queued, until `stop`; returns at once when `stop` was called before.
     void run() override;
     void stop() override;
     void perform(std::function<void()> block) override;
 
-    /// Runs the blocks that are queued, and those that they queue; returns how many there were.
+    /// Runs the blocks that are queued and those that they queue; returns their number.
     std::size_t runPending();
 
-    /// Waits until another thread has queued a block; at once when one is queued.
+    /// Waits until a block is queued.
     void waitForPending();
 
     [[nodiscard]] std::size_t pendingCount() const;

@@ -8,23 +8,22 @@
 
 namespace tarvex::testing {
 
-/// Timers that tick when a test says that time has passed. Thread-bound.
+/// Timers that tick when a test lets time pass. Thread-bound.
 class TARVEX_EXPORT ManualTimerScheduler final : public platform::TimerScheduler {
 public:
     ManualTimerScheduler();
     ~ManualTimerScheduler() override;
 
-    /// As the library's own scheduler takes it: zero, a negative interval and one that is not a number tick once a
-    /// second, one past the clock's range never ticks.
+    /// Takes `interval` as the library's own scheduler does: zero, a negative number and NaN tick once a second, an
+    /// interval past the clock's range never.
     [[nodiscard]] std::shared_ptr<platform::Timer> scheduledTimer(double interval,
                                                                   std::function<void()> block) override;
 
-    /// Lets `seconds` pass: every tick that is due meanwhile runs, also of timers that a tick makes, in the order of
-    /// their times and, at the same time, of their making. None is skipped.
+    /// Lets `seconds` pass: runs every tick that becomes due, also of timers that a tick creates, in the order of their
+    /// times, those of the same time in the order of creation.
     void advance(double seconds);
 
-    /// The intervals, in seconds as they were asked for, of the timers that are not invalidated, in the order of their
-    /// making.
+    /// Intervals of the valid timers in seconds, as they were passed, in the order of creation.
     [[nodiscard]] std::vector<double> intervals() const;
 
 private:

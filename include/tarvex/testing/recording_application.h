@@ -9,7 +9,7 @@
 
 namespace tarvex::testing {
 
-/// Keeps the URLs that it is asked to open, and opens none. Thread-safe.
+/// Records the URLs that are to be opened, and opens none. Thread-safe.
 class TARVEX_EXPORT RecordingApplication final : public platform::Application {
 public:
     void openUrl(const Url& url) override {
@@ -21,7 +21,7 @@ public:
         const std::scoped_lock lock(mutex_);
         return openingUrl_;
     }
-    /// What `isOpeningUrl` answers from now on; false before.
+    /// Sets the result of `isOpeningUrl`, which is false initially.
     void setOpeningUrl(bool opening) {
         const std::scoped_lock lock(mutex_);
         openingUrl_ = opening;

@@ -13,8 +13,7 @@
 
 namespace tarvex::testing {
 
-/// A transport that sends nothing: it keeps every request that was resumed, and the test answers when it likes.
-/// Thread-safe.
+/// A transport that sends nothing: it records every request that is resumed, and the test completes it. Thread-safe.
 class TARVEX_EXPORT RecordingUrlSession final : public platform::UrlSession {
 public:
     /// A `platform::UrlRequest` as it was resumed, its body copied.
@@ -33,7 +32,7 @@ public:
     std::vector<Request> requests() const;
 
     /// Calls the handler of request `index` on the calling thread, then releases it; false when there is no such
-    /// request or it has been answered already.
+    /// request or it is complete already.
     bool respond(std::size_t index, std::optional<platform::UrlResponse> response,
                  std::optional<platform::TransportError> error);
 

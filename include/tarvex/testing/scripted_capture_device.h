@@ -10,14 +10,14 @@
 
 namespace tarvex::testing {
 
-/// A camera permission that a test answers: requests wait until `answerNext` plays the next of the given answers. Past
+/// A camera permission in a test's hands: requests wait until `answerNext` plays the next of the given answers. Past
 /// the last answer every request is refused. Thread-safe.
 ///
 ///     auto device = std::make_unique<ScriptedCaptureDevice>(std::deque{true, false});
 ///     ScriptedCaptureDevice& camera = *device;
 ///     platform->setCaptureDevice(std::move(device));
-///     …                                    // the user presses "I consent"
-///     camera.answerNext();                 // and allows the camera
+///     // The user clicks "I consent";
+///     camera.answerNext();                 // and allows the camera.
 class TARVEX_EXPORT ScriptedCaptureDevice final : public platform::CaptureDevice {
 public:
     explicit ScriptedCaptureDevice(std::deque<bool> answers = {});
@@ -25,10 +25,10 @@ public:
     void requestAccessForVideo(std::function<void(bool)> handler) override;
     bool isRequestInProgress() const override;
 
-    /// How often access was requested.
+    /// Number of requests so far.
     std::size_t requestCount() const;
 
-    /// Answers the request that has waited longest, on the calling thread; false when none waits.
+    /// Completes the request that has waited longest, on the calling thread; false when none waits.
     bool answerNext();
 
 private:

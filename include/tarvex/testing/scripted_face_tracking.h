@@ -10,11 +10,12 @@
 
 namespace tarvex::testing {
 
-/// A face-tracking view whose anchors appear when a test says so, on the thread on which it says so.
+/// A face-tracking view whose anchors a test adds and updates; the delegate is called on the test's thread. The session
+/// and its records (`runs`, `isRunning`, `pauses`) are thread-safe, the rest is reentrant.
 class TARVEX_EXPORT ScriptedSceneView final : public platform::FaceTrackingSceneView,
                                               private platform::FaceTrackingSession {
 public:
-    /// How the view was set up last.
+    /// The most recent settings.
     struct Settings {
         bool showsStatistics = false;
         int preferredFramesPerSecond = 60;
@@ -35,11 +36,11 @@ public:
     ScriptedSceneView();
     ~ScriptedSceneView() override;
 
-    /// A new anchor: asks the delegate for its node and gives that the anchor's transform. The returned node is null
-    /// where the delegate wanted none. Nothing happens while the session is paused.
+    /// Adds an anchor: takes its node from the delegate and gives it the anchor's transform. Null where the delegate
+    /// returns none. Nothing happens while the session is paused.
     std::shared_ptr<platform::SceneNode> addAnchor(const platform::Anchor& anchor) const;
 
-    /// The anchor was seen again: gives `node` its transform and tells the delegate.
+    /// Gives `node` the transform of an updated anchor and notifies the delegate, unless the session is paused.
     void updateAnchor(platform::SceneNode& node, const platform::Anchor& anchor) const;
 
     const Settings& settings() const { return settings_; }
@@ -70,7 +71,7 @@ private:
     int pauses_ = 0;
 };
 
-/// A device that can track `supportedFaces` faces, and that sees what a test shows it.
+/// A device that tracks up to `supportedFaces` faces, which a test adds to its views. Reentrant.
 class TARVEX_EXPORT ScriptedFaceTracking final : public platform::FaceTracking {
 public:
     explicit ScriptedFaceTracking(bool supported = true, int supportedFaces = 1);

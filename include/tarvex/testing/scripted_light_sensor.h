@@ -10,10 +10,10 @@
 
 namespace tarvex::testing {
 
-/// An event system with a number of light sensors that report what a test says. Thread-safe, short of the lists of
-/// calls, which are read while nobody calls.
+/// An event system with light sensors whose events a test emits. Thread-safe; the lists of calls (`matchings`,
+/// `propertiesSet`, `calls`) are references and must not be read while another thread uses a client.
 ///
-/// Events are delivered before `emit` returns, to every client that is scheduled and registered; none comes by itself,
+/// Events are delivered before `emit` returns, to every client that is scheduled and registered; there are no others,
 /// also not on registration.
 class TARVEX_EXPORT ScriptedHidEventSystem final : public platform::HidEventSystem {
 public:
@@ -40,11 +40,11 @@ public:
     [[nodiscard]] std::size_t clientCount() const;      ///< clients that are alive
     [[nodiscard]] std::size_t deliveringCount() const;  ///< those of them that are scheduled and registered
 
-    /// What clients asked for, in the order of the calls.
+    /// Arguments of the clients' calls, in the order of the calls.
     [[nodiscard]] const std::vector<platform::HidMatching>& matchings() const;
     [[nodiscard]] const std::vector<PropertySet>& propertiesSet() const;
 
-    /// The names of the operations that clients were given: "setMatching", "copyServices", "schedule", "unschedule",
+    /// Names of the clients' calls: "setMatching", "copyServices", "schedule", "unschedule",
     /// "register", "unregister".
     [[nodiscard]] const std::vector<std::string>& calls() const;
 

@@ -13,9 +13,8 @@
 #include <variant>
 #include <vector>
 
-#include "platform/gtk/frame.h"
+#include "platform/gtk/custom_widgets.h"
 #include "platform/gtk/style.h"
-#include "platform/gtk/symbol.h"
 #include "platform/gtk/wording.h"
 
 namespace tarvex::gtk {
@@ -40,7 +39,7 @@ int points(double length) {
     return static_cast<int>(std::lround(length));
 }
 
-// What an element inherits from those around it, beyond what style classes pass on.
+// Properties that an element inherits from the elements around it and that no style class passes on.
 struct Surroundings {
     ui::HorizontalAlignment textAlignment = ui::HorizontalAlignment::leading;
 
@@ -52,7 +51,7 @@ struct Surroundings {
 
 GtkWidget* render(const ui::Element& element, const Surroundings& surroundings);
 
-// Each modifier makes a new widget around the one before, or changes it where nobody can tell the difference.
+// Each modifier wraps the widget of the one before, or changes that widget where the result looks the same.
 struct ModifierRenderer {
     GtkWidget* widget;
 
@@ -85,7 +84,7 @@ struct ModifierRenderer {
     GtkWidget* operator()(const ui::Font& font) const { return withClass(widget, fontClass(font.style)); }
     GtkWidget* operator()(const ui::Bold& /*bold*/) const { return withClass(widget, boldClass()); }
 
-    // These three are what their content has been made with.
+    // These three were applied when their content was made.
     GtkWidget* operator()(const ui::MultilineTextAlignment& /*alignment*/) const { return widget; }
     GtkWidget* operator()(const ui::Resizable& /*resizable*/) const { return widget; }
     GtkWidget* operator()(const ui::ScaledToFit& /*scaled*/) const { return widget; }
@@ -103,7 +102,7 @@ private:
     }
 };
 
-// Of two colours or fonts, the inner one is seen; as style classes of one widget they would have no order.
+// The inner one of two colours or fonts wins; as style classes of one widget they would have no order.
 bool isCovered(const ui::Modifier& modifier, Modifiers inner) {
     if (std::holds_alternative<ui::ForegroundColor>(modifier)) return find<ui::ForegroundColor>(inner) != nullptr;
     return std::holds_alternative<ui::Font>(modifier) && find<ui::Font>(inner) != nullptr;
@@ -129,11 +128,11 @@ GtkWidget* renderText(const ui::Text& text, Modifiers modifiers, ui::HorizontalA
     return widget;
 }
 
-// The words of a button's label: its accessible name.
-void addWords(const ui::Element& element, std::string& words) {
+// Texts of a button's label: its accessible name.
+void addTexts(const ui::Element& element, std::string& words) {
     const auto addAll = [&words](const std::vector<ui::Element>& elements) {
         for (const ui::Element& child : elements)
-            addWords(child, words);
+            addTexts(child, words);
     };
     if (const auto* text = std::get_if<ui::Text>(&element.content))
         words += (words.empty() ? "" : " ") + wording(*text);
@@ -143,15 +142,15 @@ void addWords(const ui::Element& element, std::string& words) {
         addAll(column->children);
 }
 
-std::string wordsOf(const std::vector<ui::Element>& elements) {
+std::string textsOf(const std::vector<ui::Element>& elements) {
     std::string words;
     for (const ui::Element& element : elements)
-        addWords(element, words);
+        addTexts(element, words);
     return words;
 }
 
-// A button's background and shape are part of what is pressed: it wears all modifiers up to the last of them.
-std::size_t wornModifiers(Modifiers modifiers) {
+// A button's background and shape are clickable: the button itself carries the modifiers up to the last of these.
+std::size_t carriedModifiers(Modifiers modifiers) {
     const auto last = std::ranges::find_if(modifiers | std::views::reverse, [](const ui::Modifier& modifier) {
         return std::holds_alternative<ui::Background>(modifier) || std::holds_alternative<ui::ClipShape>(modifier);
     });
@@ -162,7 +161,7 @@ void press(GtkButton* /*button*/, gpointer action) noexcept {
     (*static_cast<std::function<void()>*>(action))();
 }
 
-void wear(GtkWidget* button, const ui::Modifier& modifier) {
+void applyToButton(GtkWidget* button, const ui::Modifier& modifier) {
     if (const auto* background = std::get_if<ui::Background>(&modifier))
         gtk_widget_add_css_class(button, backgroundClass(background->color).c_str());
     if (const auto* foreground = std::get_if<ui::ForegroundColor>(&modifier))
@@ -171,25 +170,25 @@ void wear(GtkWidget* button, const ui::Modifier& modifier) {
         gtk_widget_add_css_class(button, cornerClass(clip->shape.cornerRadius).c_str());
 }
 
-GtkWidget* renderButton(const ui::Button& content, Modifiers worn) {
+GtkWidget* renderButton(const ui::Button& content, Modifiers carried) {
     GtkWidget* button = gtk_button_new();
     GtkWidget* label = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, points(defaultSpacing));
     gtk_widget_set_halign(label, GTK_ALIGN_CENTER);
     for (const ui::Element& element : content.label)
         gtk_box_append(GTK_BOX(label), render(element, {.textAlignment = ui::HorizontalAlignment::center}));
-    if (!worn.empty()) gtk_widget_add_css_class(button, plainButtonClass().c_str());
-    for (const ui::Modifier& modifier : worn) {
+    if (!carried.empty()) gtk_widget_add_css_class(button, plainButtonClass().c_str());
+    for (const ui::Modifier& modifier : carried) {
         const bool byTheButton = std::holds_alternative<ui::Background>(modifier) ||
                                  std::holds_alternative<ui::ForegroundColor>(modifier) ||
                                  std::holds_alternative<ui::ClipShape>(modifier);
         if (byTheButton)
-            wear(button, modifier);
+            applyToButton(button, modifier);
         else
             label = std::visit(ModifierRenderer{label}, modifier);
     }
     gtk_button_set_child(GTK_BUTTON(button), label);
     gtk_accessible_update_property(GTK_ACCESSIBLE(button), GTK_ACCESSIBLE_PROPERTY_LABEL,
-                                   wordsOf(content.label).c_str(), -1);
+                                   textsOf(content.label).c_str(), -1);
     if (content.action) {
         g_signal_connect_data(
             button, "clicked", G_CALLBACK(press), new std::function<void()>(content.action),
@@ -219,7 +218,7 @@ GtkWidget* renderSpacer(const ui::Spacer& spacer, GtkOrientation orientation) {
     return room;
 }
 
-// A stack under construction: where its children lie across its axis.
+// A stack under construction; `across` aligns its children.
 struct Stack {
     GtkWidget* box;
     GtkOrientation orientation;
@@ -229,7 +228,7 @@ struct Stack {
         const bool isColumn = orientation == GTK_ORIENTATION_VERTICAL;
         const GtkOrientation other = isColumn ? GTK_ORIENTATION_HORIZONTAL : GTK_ORIENTATION_VERTICAL;
         const bool isText = isColumn && GTK_IS_LABEL(child) != 0;
-        // A text gets the whole width, so that it wraps no earlier than it must, and aligns itself in it.
+        // A text receives the whole width, so that it wraps no earlier than it must, and aligns itself in it.
         if (isText) gtk_label_set_xalign(GTK_LABEL(child), xalign());
         const bool fills = isText || gtk_widget_compute_expand(child, other) != 0;
         const GtkAlign align = fills ? GTK_ALIGN_FILL : across;
@@ -253,8 +252,7 @@ struct Stack {
                 append(row.element, surroundings);
         } else {
             GtkWidget* child = render(element, surroundings);
-            // A row asks its children how wide they would be at its height, which a long column takes seconds to try
-            // out.
+            // A row measures the widths of its children for its height, which takes seconds for a long column.
             const bool isColumnInRow =
                 orientation == GTK_ORIENTATION_HORIZONTAL && std::holds_alternative<ui::VStack>(element.content);
             append(isColumnInRow ? makeFrame(ui::FlexibleFrame{}, child) : child);
@@ -311,8 +309,8 @@ struct ContentRenderer {
 GtkWidget* render(const ui::Element& element, const Surroundings& surroundings) {
     const Modifiers modifiers = element.modifiers;
     if (const auto* button = std::get_if<ui::Button>(&element.content)) {
-        const std::size_t worn = wornModifiers(modifiers);
-        return modified(renderButton(*button, modifiers.first(worn)), modifiers.subspan(worn));
+        const std::size_t carried = carriedModifiers(modifiers);
+        return modified(renderButton(*button, modifiers.first(carried)), modifiers.subspan(carried));
     }
     const ContentRenderer renderer{.modifiers = modifiers, .surroundings = surroundings.within(modifiers)};
     return modified(std::visit(renderer, element.content), modifiers);
@@ -353,7 +351,7 @@ GtkWidget* renderScreen(const ui::Element& element) {
     const auto* stack = std::get_if<ui::VStack>(&element.content);
     const bool pinned = stack != nullptr && endsInButton(*stack);
     GtkWidget* screen = pinned ? modified(withPinnedEnd(*stack), element.modifiers) : scrolling(render(element));
-    // The width that it asks for is not that of its longest text in one line.
+    // Without an ideal width, the screen would request that of its longest text in one line.
     constexpr double infinity = std::numeric_limits<double>::infinity();
     return makeFrame(ui::FlexibleFrame{.idealWidth = screenWidth, .maxWidth = infinity, .maxHeight = infinity}, screen);
 }

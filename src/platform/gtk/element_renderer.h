@@ -6,11 +6,11 @@
 
 namespace tarvex::gtk {
 
-/// A widget with a floating reference that shows `element`. GTK has been initialised.
+/// A new widget that shows `element`, with a floating reference. Requires that GTK is initialised.
 GtkWidget* render(const ui::Element& element);
 
-/// The same, as a screen of its own: when the last child of its stack is a button, that button stays in view, and
-/// where the room is short, what stands above it scrolls.
+/// The same as a whole screen: a button that is the last child of its stack stays in view, and the content above it
+/// scrolls where the room is short.
 GtkWidget* renderScreen(const ui::Element& element);
 
 }  // namespace tarvex::gtk

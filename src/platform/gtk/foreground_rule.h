@@ -5,11 +5,11 @@
 
 namespace tarvex::gtk {
 
-/// The rule by which a host's windows leave the foreground, apart from clocks and signals: it is shown what is to be
-/// seen, and returns what that is evidence of.
+/// The rule by which a host's windows leave the foreground, without clocks and signals: `see` takes one observation and
+/// returns the evidence in it.
 class ForegroundRule {
 public:
-    /// Of the window that is seen best.
+    /// Presence of the most visible window.
     enum class Presence : std::uint8_t {
         hidden,  ///< unmapped, minimised or suspended
         visible,
@@ -21,10 +21,10 @@ public:
         hidden,     ///< counts at once
     };
 
-    /// `hasKeyboard`: some seat has one. On Wayland no window is ever active without, which then means nothing.
+    /// `hasKeyboard`: a seat has one. Without a keyboard no window is ever active on Wayland: no evidence.
     Evidence see(Presence presence, bool hasKeyboard) {
         const Presence before = std::exchange(presence_, presence);
-        // A window that was shown without ever being active has not left the foreground for that.
+        // A window that is shown without ever being active is in the foreground.
         if (presence == Presence::active || (presence == Presence::visible && before == Presence::hidden))
             foreground_ = true;
         if (presence != Presence::visible) wasActive_ = presence == Presence::active;
@@ -33,7 +33,7 @@ public:
         return presence == Presence::visible && wasActive_ && hasKeyboard ? Evidence::unfocused : Evidence::none;
     }
 
-    /// The evidence has counted: there is none before the host has been in the foreground again.
+    /// Uses the evidence up: there is none until the host has been in the foreground again.
     void leave() { foreground_ = false; }
 
     bool isForeground() const { return foreground_; }

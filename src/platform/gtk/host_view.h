@@ -2,16 +2,15 @@
 
 #include <gtk/gtk.h>
 
-#include <map>
-#include <memory>
-
 #include "tarvex/view.h"
 
 namespace tarvex::gtk {
 
-/// A host's widget as a view. Children that are not widgets of this module, such as a face tracker's, are transparent.
+/// A host's widget as a view. Where the widget is an overlay, children of this class lie over it as its layers; other
+/// children, such as a face tracker's view, show nothing.
 class HostView final : public View {
 public:
+    /// Holds `widget`, which may be null, weakly.
     explicit HostView(GtkWidget* widget);
     ~HostView() override;
     HostView(const HostView&) = delete;
@@ -20,20 +19,12 @@ public:
     void addSubview(std::shared_ptr<View> child) override;
 
 private:
-    struct Unref {
-        void operator()(GtkWidget* widget) const { g_object_unref(widget); }
-    };
-    using Widget = std::unique_ptr<GtkWidget, Unref>;
-
-    /// The widget that `child` wraps; null when it wraps none of this module.
-    static Widget widgetOf(const View& child);
-
     void willRemoveSubview(View& child) override;
-    Widget makeLayer(const View& child) const;
-    void hide(GtkWidget* layer) const;
+    void layOver(GtkWidget* overlay);
+    void takeOff();
 
-    GtkWidget* widget_;                     // null once it is gone
-    std::map<const View*, Widget> layers_;  // no entry for a child that nothing shows
+    GtkWidget* widget_ = nullptr;   // null once it is gone
+    GtkWidget* overlay_ = nullptr;  // has the widget as a layer; null once it is gone
 };
 
 }  // namespace tarvex::gtk

@@ -9,9 +9,9 @@ namespace tarvex::gtk {
 
 namespace {
 
-// GTK has no blue of its own: the theme's accent stands for it, and is blue unless the theme or the user chose another;
-// white is the colour that the theme writes on it. White text on the blue needs a blue somewhat darker than the
-// theme's; as a foreground it moves towards the text's colour, which is what stands out in light and in dark themes.
+// GTK defines no blue: the theme's accent colour takes its place, which is blue unless the theme or the user chose
+// another; white is the theme's text colour on the accent. White text on blue needs a somewhat darker blue than the
+// theme's; a blue foreground is mixed with the text colour, for contrast in light and in dark themes.
 constexpr const char* rules = R"(
 .tarvex-foreground-blue { color: mix(@theme_selected_bg_color, @theme_fg_color, 0.35); }
 .tarvex-foreground-gray { color: mix(@theme_fg_color, @theme_bg_color, 0.35); }
@@ -35,7 +35,7 @@ button.tarvex-plain-button:focus-visible { outline: 2px solid @theme_fg_color; o
 
 constexpr std::array colorNames{"blue", "gray", "white"};
 
-// Once for each display, of which a process may close one and open another.
+// Once for each display: a process may close one and open another.
 void addRulesOnce(const std::string& name, const std::string& css) {
     GdkDisplay* display = gdk_display_get_default();
     if (g_object_get_data(G_OBJECT(display), name.c_str()) != nullptr) return;

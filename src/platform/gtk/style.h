@@ -6,15 +6,15 @@
 
 namespace tarvex::gtk {
 
-/// Style classes of the elements' looks; each call makes sure that the default display knows them. They take the
-/// colours of the theme, so that dark and high-contrast ones change them.
+/// Names of style classes. Each call installs the rules for the default display. Colours derive from the theme's, so
+/// that dark and high-contrast themes apply.
 std::string foregroundClass(ui::Color color);
 std::string backgroundClass(ui::Color color);
 std::string fontClass(ui::TextStyle style);
 std::string boldClass();
 std::string cornerClass(double radius);
 
-/// For a button that wears a background instead of the theme's own look.
+/// For a button with a background of its own instead of the theme's look.
 std::string plainButtonClass();
 
 }  // namespace tarvex::gtk

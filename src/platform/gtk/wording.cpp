@@ -5,16 +5,17 @@
 
 #include <algorithm>
 #include <array>
-#include <memory>
 #include <utility>
 #include <variant>
 #include <vector>
+
+#include "platform/shared/handle.h"
 
 namespace tarvex::gtk {
 
 namespace {
 
-using Characters = std::unique_ptr<char, decltype([](char* text) { g_free(text); })>;
+using Characters = platform::Handle<char, g_free>;
 
 constexpr std::string_view placeholder = "%@";
 
@@ -25,7 +26,7 @@ std::size_t placeholdersIn(std::string_view text) {
     return count;
 }
 
-// gettext answers in the locale's character set, unless the host has bound its domain to another.
+// gettext returns text in the locale's character set, unless the host has bound its domain to another.
 std::string inUtf8(const char* translation) {
     if (g_utf8_validate(translation, -1, nullptr) != 0) return translation;
     const Characters converted(g_locale_to_utf8(translation, -1, nullptr, nullptr, nullptr));
@@ -38,7 +39,7 @@ std::string translated(const std::string& key) {
     return placeholdersIn(translation) == placeholdersIn(key) ? translation : validText(key);
 }
 
-// Unicode keeps right-to-left scripts, also those to come, in blocks of their own; the others are its direction marks.
+// Blocks that Unicode reserves for right-to-left scripts, and its direction marks.
 bool changesDirection(gunichar c) {
     struct Range {
         gunichar first;
@@ -67,8 +68,8 @@ bool endsParagraph(gunichar c) {
     return c == '\n' || c == '\r' || (c >= 0x1C && c <= 0x1E) || c == 0x85 || c == 0x2029;
 }
 
-// Between isolates, an argument cannot turn the sentence around it, nor the sentence the argument: there are as many of
-// them as it could end or begin itself. An isolate's end without a beginning does nothing.
+// Isolates keep an argument from reordering the sentence around it, and the sentence from reordering the argument: one
+// more for each isolate that the argument itself ends or begins. An isolate's end without a beginning has no effect.
 std::string isolated(std::string_view paragraph) {
     // NOLINTNEXTLINE(misc-misleading-bidirectional): closed below
     constexpr std::string_view begin = "\u2068";
@@ -100,7 +101,7 @@ std::string isolatedParagraphs(std::string_view argument) {
 std::string wordingOf(const ui::LocalizedText& text) {
     const std::string sentence = translated(text.key);
     const bool rightToLeft = changesDirection(sentence);
-    // The sentence's own direction is the paragraph's, also when an argument of the other direction comes first.
+    // The sentence sets the paragraph's direction, also when an argument of the other direction comes first.
     std::string result = rightToLeft && !text.arguments.empty() ? "\u200F" : "";
     std::size_t begin = 0;
     for (const std::string& given : text.arguments) {

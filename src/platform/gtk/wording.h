@@ -7,15 +7,15 @@
 
 namespace tarvex::gtk {
 
-/// What a text shows, as valid UTF-8: a localized one is looked up in the host's default gettext domain. A translation
-/// that does not take the arguments of its key, each once, counts as missing.
+/// The wording of `text`, as valid UTF-8. A localized text is looked up in the host's default gettext domain; a
+/// translation without as many placeholders as its key counts as missing.
 std::string wording(const ui::Text& text);
 
-/// `text` with what is no valid UTF-8 replaced.
+/// `text` with each invalid UTF-8 sequence replaced.
 std::string validText(std::string_view text);
 
-/// `text` with places to break in each word that is longer than any of a language: breaking one takes a time that grows
-/// with the square of its length.
+/// `text` with break opportunities in each word that is longer than those of any language: the time to wrap a word
+/// grows with the square of its length.
 std::string withBreaks(const std::string& text);
 
 }  // namespace tarvex::gtk
