@@ -15,7 +15,7 @@
 #include "process_figures.h"
 #include "tarvex/client.h"
 #include "tarvex/gtk.h"
-#include "virtual_screen.h"
+#include "screen.h"
 
 namespace tarvex::benchmarks {
 

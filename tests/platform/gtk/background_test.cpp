@@ -1,9 +1,9 @@
 // Going to the background, as a window manager sees it.
 
-#include "consent_window.h"
 #include "platform/gtk/background_detector.h"
 #include "platform/gtk/foreground_rule.h"
 #include "prelude.h"
+#include "screen.h"
 #include "tarvex/gtk.h"
 #include "tarvex/testing/recording_application.h"
 #include "tarvex/testing/scripted_capture_device.h"
@@ -46,12 +46,8 @@ class Background : public ::testing::Test {
 protected:
     // Stands for the usual five seconds.
     void begin(std::chrono::milliseconds timeWithoutFocus = 300ms) {
-        auto device = std::make_unique<testing::ScriptedCaptureDevice>();
-        camera = device.get();
-        platform->setCaptureDevice(std::move(device));
-        auto opener = std::make_unique<testing::RecordingApplication>();
-        application = opener.get();
-        platform->setApplication(std::move(opener));
+        TestPlatform::set(&platform::Platform::setCaptureDevice, camera);
+        TestPlatform::set(&platform::Platform::setApplication, application);
         gtk::postBackground(*platform, timeWithoutFocus);
         gtk::addTo(*platform);
         token = platform->notificationCenter().addObserverForName(platform::applicationDidEnterBackground, [this] {
@@ -148,7 +144,7 @@ TEST_F(Background, IsEnteredSomeTimeAfterTheFocusWentElsewhere) {
     begin(time);
     const ConsentWindow window(content());
     const auto loseFocus = [&] {
-        auto other = std::make_unique<OtherApplication>();
+        auto other = showOtherApplication();
         EXPECT_TRUE(runUntil([&] { return !isActive(window); }));
         return other;
     };
@@ -176,7 +172,7 @@ TEST_F(Background, IsNotEnteredForTheTimeOfTheSystemsOwnDialog) {
             camera->requestAccessForVideo([](bool) {});
         else
             application->setOpeningUrl(true);
-        const OtherApplication dialog;
+        const auto dialog = showOtherApplication();
         ASSERT_TRUE(runUntil([&] { return !isActive(window); }));
         runFor(3 * time);
         camera->answerNext();

@@ -1,10 +1,9 @@
 // The study application as a process of its own, driven like a person does it, sharing with the collector.
 
-#include "consent_window.h"
 #include "prelude.h"
+#include "screen.h"
 #include "tarvex/data_entry.h"
 #include "tarvex/platform/platform.h"
-#include "virtual_screen.h"
 
 namespace tarvex {
 namespace {
@@ -23,9 +22,9 @@ public:
         runFor(1000ms);
     }
 
-    void clickConsent() const {
+    void point(const char* x, const char* y) const {
         VirtualScreen::run(
-            {"xdotool", "windowactivate", window_, "mousemove", "--window", window_, "200", "720", "click", "1"});
+            {"xdotool", "windowactivate", window_, "mousemove", "--window", window_, x, y, "click", "1"});
     }
     static void press(const std::vector<std::string>& keys) {
         for (const std::string& key : keys) {
@@ -33,9 +32,8 @@ public:
             runFor(100ms);
         }
     }
-    void minimise() const { VirtualScreen::run({"xdotool", "windowminimize", window_}); }
-    void bringBack() const {
-        VirtualScreen::run({"xdotool", "windowactivate", window_});
+    void apply(const std::string& command) const {
+        VirtualScreen::run({"xdotool", command, window_});
         runFor(500ms);
     }
     void savePicture(const std::string& name) const {
@@ -85,7 +83,7 @@ TEST(GtkHost, AsksMeasuresSharesDeletesAndUploadsWhenItIsMinimisedOrClosed) {
                               TARVEX_RECORDING, "--pictures", measuresDistances ? TARVEX_PHOTOGRAPHS : ""});
     const Study study(data);
     study.savePicture("consent");
-    study.clickConsent();
+    study.point("200", "720");  // I consent
     runFor(measuringTime());
     study.savePicture("study");
     EXPECT_EQ(received(1), "") << "nothing is shared while it is in front";
@@ -110,9 +108,9 @@ TEST(GtkHost, AsksMeasuresSharesDeletesAndUploadsWhenItIsMinimisedOrClosed) {
     study.press({"shift+Tab", "space"});  // Start
     EXPECT_TRUE(runUntil([&] { return study.records() > 0; }));
 
-    study.minimise();
+    study.apply("windowminimize");
     EXPECT_TRUE(runUntil([&] { return received(2).ends_with('}'); }));
-    study.bringBack();
+    study.apply("windowactivate");
     EXPECT_TRUE(runUntil([&] { return study.records() > 3; }));
     study.press({"alt+F4"});
     EXPECT_TRUE(runUntil([&] { return g_subprocess_get_identifier(host.get()) == nullptr; }));

@@ -1,6 +1,5 @@
 // The services that need no more than a few lines.
 
-
 #include "prelude.h"
 #include "tarvex/platform/byte_buffer.h"
 #include "tarvex/platform/platform.h"
