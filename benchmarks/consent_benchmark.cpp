@@ -13,9 +13,9 @@
 #include <string_view>
 
 #include "process_figures.h"
+#include "screen.h"
 #include "tarvex/client.h"
 #include "tarvex/gtk.h"
-#include "screen.h"
 
 namespace tarvex::benchmarks {
 
