@@ -27,8 +27,8 @@ TEST(ConsentScreen, WorksFromTheKeyboardInReadingOrderWithVisibleFocus) {
     const TestPlatform platform;
     testing::ScriptedCaptureDevice* camera = nullptr;
     testing::RecordingApplication* application = nullptr;
-    TestPlatform::own(*platform, &platform::Platform::setCaptureDevice, camera);
-    TestPlatform::own(*platform, &platform::Platform::setApplication, application);
+    TestPlatform::set(&platform::Platform::setCaptureDevice, camera);
+    TestPlatform::set(&platform::Platform::setApplication, application);
     std::vector<bool> decisions;
     const ConsentWindow window(makeScreen("Why we ask.", [&](bool decision) { decisions.push_back(decision); }));
     std::vector<std::string> order;
