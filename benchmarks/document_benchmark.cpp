@@ -7,6 +7,7 @@
 
 #include "benchmark_memory.h"
 #include "benchmark_store.h"
+#include "client/sender.h"
 #include "storage/persistence_controller.h"
 #include "tarvex/platform/platform.h"
 
@@ -35,7 +36,7 @@ void documentTarvex(benchmark::State& state) {
     for (auto _ : state) {
         const std::int64_t before = residentMemory();
         resetPeakMemory();
-        const auto document = store.loadTrackingData();
+        const auto document = store.loadTrackingData([&platform] { return sender(*platform); });
         if (!document) return state.SkipWithError("no document");
         state.counters["megabytes"] = static_cast<double>(document->size()) / 1e6;
         state.counters["memory"] = static_cast<double>(peakMemory() - before) / static_cast<double>(document->size());

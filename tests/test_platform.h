@@ -1,5 +1,6 @@
 #pragma once
 
+#include "client/sender.h"
 #include "prelude.h"
 #include "storage/persistence_controller.h"
 #include "storage/tracking_data.h"
@@ -59,8 +60,8 @@ public:
 
 /// The document that an upload would send now.
 inline TrackingDataWrapper documentOf(PersistenceController& store) {
-    const auto encoded = store.loadTrackingData();
-    return decodeTrackingDataWrapper(encoded.value().view(), platform::Platform::current().jsonCoder()).value();
+    const auto encoded = store.loadTrackingData([] { return sender(platform::Platform::current()); });
+    return decodeTrackingDataWrapper(encoded.value().view()).value();
 }
 
 }  // namespace tarvex::test

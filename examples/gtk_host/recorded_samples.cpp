@@ -1,6 +1,7 @@
 #include "recorded_samples.h"
 
 #include <tarvex/data_entry.h>
+#include <tarvex/platform/json.h>
 
 #include <algorithm>
 #include <span>
@@ -16,8 +17,7 @@ void Signal::dropBefore(double begin) {
 }
 
 RecordedSamples::RecordedSamples(platform::Platform& platform)
-    : platform_(platform),
-      store_(platform.objectStore().makeContainer("TrackingDataContainer", {{DataEntry::entityDescription()}})) {
+    : store_(platform.objectStore().makeContainer("TrackingDataContainer", {{DataEntry::entityDescription()}})) {
     if (!store_->loadPersistentStores()) store_.reset();
 }
 
@@ -29,7 +29,7 @@ void RecordedSamples::update() {
         const auto* data = std::get_if<std::span<const std::byte>>(&record[DataEntry::dataIndex]);
         if (time == nullptr || data == nullptr || *time <= latest_) return true;
         latest = std::max(latest, *time);
-        const auto json = platform_.jsonCoder().decode({reinterpret_cast<const char*>(data->data()), data->size()});
+        const auto json = platform::decodeJson({reinterpret_cast<const char*>(data->data()), data->size()});
         const auto* numbers = json ? std::get_if<platform::JsonValue::Object>(&json->value) : nullptr;
         if (numbers == nullptr) return true;
         for (const auto& [name, member] : *numbers) {

@@ -34,7 +34,6 @@ public:
     void dropBefore(double begin);
 
 private:
-    tarvex::platform::Platform& platform_;
     std::unique_ptr<tarvex::platform::PersistentContainer> store_;
     std::map<std::string, Signal> signals_;
     double latest_ = 0;

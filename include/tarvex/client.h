@@ -127,6 +127,7 @@ private:
     Client(platform::Platform& platform, PersistenceController& store);
 
     platform::Platform& platform_;
+    PersistenceController& store_;
     std::shared_ptr<TrackingSessions> sessions_;
     std::shared_ptr<DataSharing> sharing_;
 };

@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "client/data_sharing.h"
+#include "client/sender.h"
 #include "client/tracking_sessions.h"
-#include "client/user_identifier.h"
 #include "consent/consent.h"
 #include "storage/persistence_controller.h"
 #include "tarvex/platform/platform.h"
@@ -53,6 +53,7 @@ Client& Client::shared() {
 
 Client::Client(platform::Platform& platform, PersistenceController& store)
     : platform_(platform),
+      store_(store),
       sessions_(std::make_shared<TrackingSessions>(platform, store)),
       sharing_(std::make_shared<DataSharing>(platform, store, backendEndpoint)) {
     sharing_->uploadInBackground();
@@ -112,11 +113,11 @@ void Client::shareTrackingData(bool deleteIfSuccessfull, ShareCompletion complet
 }
 
 void Client::deleteTrackingData() {
-    sharing_->deleteAll();
+    store_.deleteAllTrackingData();
 }
 
 std::int64_t Client::trackingDataCount() const {
-    return sharing_->count();
+    return store_.countTrackingData().value_or(0);
 }
 
 }  // namespace tarvex

@@ -7,6 +7,7 @@
 #include <thread>
 #include <utility>
 
+#include "client/sender.h"
 #include "values/host_boundary.h"
 
 namespace tarvex {
@@ -67,7 +68,7 @@ void DataSharing::share(bool deleteIfSuccessfull, Client::ShareCompletion comple
 
 void DataSharing::upload(bool deleteIfSuccessfull, Client::ShareCompletion completion,
                          std::shared_ptr<const void> underWay) {
-    auto document = store_.loadTrackingData();
+    auto document = store_.loadTrackingData([this] { return sender(platform_); });
     if (!document) return callHost(completion, std::unexpected(TarvexError::cannotLoadTrackingData()));
 
     auto url = Url::parse(endpoint_);
@@ -90,14 +91,6 @@ void DataSharing::handleUploadResponse(const std::optional<platform::UrlResponse
     const Client::Result result = outcome(response, error);
     if (result && deleteIfSuccessfull) store_.deleteAllTrackingData(deletionPatience);
     callHost(completion, result);
-}
-
-void DataSharing::deleteAll() {
-    store_.deleteAllTrackingData();
-}
-
-std::int64_t DataSharing::count() {
-    return store_.countTrackingData().value_or(0);
 }
 
 }  // namespace tarvex

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -11,10 +10,10 @@
 
 namespace tarvex {
 
-/// What leaves the device or is deleted: the upload of the whole store, on request and whenever the host goes to the
-/// background, deletion and counting.
+/// The upload of the whole store, on request and whenever the host goes to the background.
 ///
-/// Owned by a shared pointer: an upload holds it until its outcome has been handled, the background observer does not.
+/// Thread-bound. Owned by a shared pointer: an upload holds it until its outcome has been handled on the delivery thread,
+/// the background observer does not.
 class DataSharing : public std::enable_shared_from_this<DataSharing> {
 public:
     DataSharing(platform::Platform& platform, PersistenceController& store, std::string_view endpoint);
@@ -28,9 +27,6 @@ public:
 
     /// See `Client::shareTrackingData`.
     void share(bool deleteIfSuccessfull, Client::ShareCompletion completion);
-
-    void deleteAll();
-    std::int64_t count();
 
 private:
     /// `underWay` is kept until the outcome has been handled, or is known not to come.

@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <mutex>
+#include <new>
+#include <span>
+#include <string_view>
 #include <utility>
+#include <variant>
 
-#include "storage/fatal_stop.h"
+#include "storage/upload_document.h"
 #include "tarvex/data_entry.h"
 #include "tarvex/platform/diagnostics.h"
 
@@ -21,6 +24,20 @@ constexpr Milliseconds operationPatience = 1000ms;
 /// Of the first use: another process may be creating the store, or emptying the log of its last connection.
 constexpr Milliseconds openingPatience = 5000ms;
 constexpr Milliseconds exitPatience = 250ms;
+
+/// Ends the process because the record store cannot work: one line on standard error, then an abort.
+[[noreturn]] void fatalStop(const std::string& message) {
+    platform::writeErrorLine("Fatal error: " + message + ": file PersistenceController");
+    std::abort();
+}
+
+void appendRecord(std::span<const platform::AttributeView> record, UploadDocument& document) {
+    const auto* timestamp = std::get_if<double>(&record[DataEntry::timestampIndex]);
+    const auto* type = std::get_if<std::string_view>(&record[DataEntry::typeIndex]);
+    const auto* data = std::get_if<std::span<const std::byte>>(&record[DataEntry::dataIndex]);
+    if (timestamp == nullptr || type == nullptr || data == nullptr) return;
+    document.appendSample(*timestamp, *type, {reinterpret_cast<const char*>(data->data()), data->size()});
+}
 
 }  // namespace
 
@@ -71,7 +88,7 @@ platform::ManagedObjectContext& PersistenceController::viewContextOrStop() {
 }
 
 void PersistenceController::saveTrackingData(const DataReader& reader, const ValueMap& data) {
-    const auto encoded = encode(data, platform_.jsonCoder());
+    const auto encoded = encode(data);
     if (!encoded) return;
     const auto bytes = std::as_bytes(std::span(encoded->view()));
     Sample sample{.id = Uuid::random(),
@@ -159,6 +176,33 @@ std::optional<std::int64_t> PersistenceController::countTrackingData() {
     const std::lock_guard lock(mutex_);
     const auto count = viewContextOrStop().count(DataEntry::fetchRequest());
     return count ? std::optional(*count) : std::nullopt;
+}
+
+std::optional<platform::ByteBuffer> PersistenceController::loadTrackingData(const SenderSource& sender) {
+    try {
+        auto document = fetchSamples();
+        if (!document) return std::nullopt;
+        // Without the lock: no sample waits for the user defaults.
+        const auto from = sender();
+        return from ? document->finish(*from) : std::nullopt;
+    } catch (const std::bad_alloc&) {
+        return std::nullopt;
+    }
+}
+
+std::optional<UploadDocument> PersistenceController::fetchSamples() {
+    const std::lock_guard lock(mutex_);
+    platform::ManagedObjectContext& context = viewContextOrStop();
+    if (isAnythingPending()) commit(tickPatience);
+    platform::FetchRequest request = DataEntry::fetchRequest();
+    request.propertiesToFetch = {DataEntry::timestampIndex, DataEntry::typeIndex, DataEntry::dataIndex};
+    std::optional<UploadDocument> document(std::in_place, context.fetchSizeBound(request));
+    const auto fetched = context.fetch(request, [&document](std::span<const platform::AttributeView> record) {
+        appendRecord(record, *document);
+        return true;
+    });
+    if (!fetched) document.reset();
+    return document;
 }
 
 }  // namespace tarvex

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <expected>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -28,6 +29,7 @@ class UploadDocument;
 class PersistenceController {
 public:
     using Milliseconds = std::chrono::milliseconds;
+    using SenderSource = std::function<std::optional<Sender>()>;
 
     /// How long a tick of the host's main loop may wait: once for other threads, and once for other processes.
     static constexpr Milliseconds tickPatience{20};
@@ -57,10 +59,10 @@ public:
     /// Stored and pending records; absent when counting fails.
     std::optional<std::int64_t> countTrackingData();
 
-    /// Every readable record, stored or pending, as one encoded upload document. Absent when the records cannot be
-    /// read, there is no durable user identifier, the document cannot be encoded, or there is no memory for it. What is
-    /// pending is first tried to commit.
-    std::optional<platform::ByteBuffer> loadTrackingData();
+    /// Every readable record, stored or pending, as one encoded upload document. Pending records are committed first, if
+    /// that is possible. `sender` is called once the records have been read, without the lock. Absent when the records
+    /// cannot be read, there is no sender, the document cannot be encoded, or there is no memory for it.
+    std::optional<platform::ByteBuffer> loadTrackingData(const SenderSource& sender);
 
 private:
     /// A record that no context has taken yet.
@@ -83,7 +85,6 @@ private:
 
     // The caller does not hold it.
     std::expected<void, platform::StoreError> deleteRecords(Milliseconds wait);
-    std::optional<platform::ByteBuffer> assembleUploadDocument();
 
     platform::Platform& platform_;
     FairMutex mutex_;

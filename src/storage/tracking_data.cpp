@@ -1,8 +1,5 @@
 #include "storage/tracking_data.h"
 
-#include <algorithm>
-#include <array>
-#include <span>
 #include <utility>
 #include <variant>
 
@@ -13,16 +10,6 @@ namespace tarvex {
 namespace {
 
 using platform::JsonValue;
-
-// In the order of the key enumerations.
-constexpr std::array<std::string_view, 3> sampleKeys{"timestamp", "type", "data"};
-constexpr std::array<std::string_view, 4> documentKeys{"userId", "device", "applicationIdentifier", "trackingData"};
-
-template <typename CodingKeys>
-std::optional<CodingKeys> keyNamed(std::string_view name, std::span<const std::string_view> names) {
-    const auto found = std::ranges::find(names, name);
-    return found == names.end() ? std::nullopt : std::optional(static_cast<CodingKeys>(found - names.begin()));
-}
 
 const JsonValue* member(const JsonValue& object, std::string_view name) {
     const auto* members = std::get_if<JsonValue::Object>(&object.value);
@@ -72,70 +59,49 @@ std::optional<std::vector<TrackingData>> samples(const JsonValue* value) {
 
 }  // namespace
 
-std::string_view stringValue(TrackingData::CodingKeys key) {
-    return sampleKeys.at(static_cast<std::size_t>(key));
-}
-
-std::string_view stringValue(TrackingDataWrapper::CodingKeys key) {
-    return documentKeys.at(static_cast<std::size_t>(key));
-}
-
-template <>
-std::optional<TrackingData::CodingKeys> codingKey(std::string_view name) {
-    return keyNamed<TrackingData::CodingKeys>(name, sampleKeys);
-}
-
-template <>
-std::optional<TrackingDataWrapper::CodingKeys> codingKey(std::string_view name) {
-    return keyNamed<TrackingDataWrapper::CodingKeys>(name, documentKeys);
-}
-
-std::optional<platform::ByteBuffer> encode(const ValueMap& values, const platform::JsonCoder& coder) {
+std::optional<platform::ByteBuffer> encode(const ValueMap& values) {
     platform::ByteBuffer output;
     char separator = '{';
     for (const auto& [name, value] : values) {
         output.append(std::exchange(separator, ','));
-        coder.appendString(name, output);
+        platform::appendJsonString(name, output);
         output.append(':');
-        if (!coder.appendNumber(value, output)) return std::nullopt;
+        if (!platform::appendJsonNumber(value, output)) return std::nullopt;
     }
     output.append(values.empty() ? "{}" : "}");
     return output;
 }
 
-std::optional<platform::ByteBuffer> encode(const TrackingDataWrapper& wrapper, const platform::JsonCoder& coder) {
-    UploadDocument document(coder, 0);
+std::optional<platform::ByteBuffer> encode(const TrackingDataWrapper& wrapper) {
+    UploadDocument document(0);
     for (const TrackingData& sample : wrapper.trackingData) {
-        const auto values = encode(sample.data, coder);
+        const auto values = encode(sample.data);
         if (!values) return std::nullopt;
         document.appendSample(sample.timestamp, sample.type, values->view());
     }
-    return document.finish(wrapper.userId, wrapper.device, wrapper.applicationIdentifier);
+    return document.finish(wrapper);
 }
 
-std::optional<ValueMap> decodeValueMap(std::string_view text, const platform::JsonCoder& coder) {
-    const auto value = coder.decode(text);
+std::optional<ValueMap> decodeValueMap(std::string_view text) {
+    const auto value = platform::decodeJson(text);
     return value ? valueMap(&*value) : std::nullopt;
 }
 
-std::optional<TrackingData> decodeTrackingData(std::string_view text, const platform::JsonCoder& coder) {
-    const auto value = coder.decode(text);
+std::optional<TrackingData> decodeTrackingData(std::string_view text) {
+    const auto value = platform::decodeJson(text);
     return value ? trackingData(*value) : std::nullopt;
 }
 
-std::optional<TrackingDataWrapper> decodeTrackingDataWrapper(std::string_view text, const platform::JsonCoder& coder) {
+std::optional<TrackingDataWrapper> decodeTrackingDataWrapper(std::string_view text) {
     using enum TrackingDataWrapper::CodingKeys;
-    const auto value = coder.decode(text);
+    const auto value = platform::decodeJson(text);
     if (!value) return std::nullopt;
     auto user = typed<std::string>(member(*value, stringValue(userId)));
     auto machine = typed<std::string>(member(*value, stringValue(device)));
     auto application = typed<std::string>(member(*value, stringValue(applicationIdentifier)));
     auto taken = samples(member(*value, stringValue(trackingData)));
     if (!user || !machine || !application || !taken) return std::nullopt;
-    return TrackingDataWrapper{.userId = std::move(*user),
-                               .device = std::move(*machine),
-                               .applicationIdentifier = std::move(*application),
-                               .trackingData = std::move(*taken)};
+    return TrackingDataWrapper{{std::move(*user), std::move(*machine), std::move(*application)}, std::move(*taken)};
 }
 
 }  // namespace tarvex

@@ -100,7 +100,7 @@ TEST(TrackingScenario, ConsentCallbacksStartAndStopSessionsWhileTheMainLoopTicks
     loop.run();
 
     EXPECT_THAT(ends, ::testing::AllOf(SizeIs(12), Each(mainThread)));
-    const auto document = PersistenceController::shared().loadTrackingData();
+    const auto document = PersistenceController::shared().loadTrackingData([] { return Sender(); });
     EXPECT_THAT(std::string(document->view()), ::testing::AllOf(HasSubstr("leftEye"), HasSubstr(R"("lux":250)")));
 }
 

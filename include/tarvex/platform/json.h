@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +11,9 @@
 
 #include "tarvex/export.h"
 #include "tarvex/platform/byte_buffer.h"
+
+// Reading and writing of JSON (RFC 8259), compact and in UTF-8. Numbers are 64-bit floats and keep their value exactly.
+// The functions are thread-safe.
 
 namespace tarvex::platform {
 
@@ -22,39 +26,39 @@ struct JsonValue {
     using Object = std::map<std::string, JsonValue, std::less<>>;
 
     std::variant<std::monostate, bool, double, std::string, Array, Object> value;
+
+    friend bool operator==(const JsonValue&, const JsonValue&) = default;
 };
 
-/// Appends the value maps of one document, see `JsonCoder::appendValueMap`. Owns the memory that reading them takes.
-using ValueMapAppender = std::move_only_function<bool(std::string_view text, ByteBuffer& output)>;
+/// Absent for anything but one complete JSON text of valid UTF-8, nested up to 64 deep, whose numbers are finite and
+/// have exponents of up to 19 digits.
+TARVEX_EXPORT std::optional<JsonValue> decodeJson(std::string_view text);
 
-/// Reads and writes JSON (RFC 8259), compact and in UTF-8. Numbers are 64-bit floats and keep their value exactly.
-/// Thread-safe.
-class TARVEX_EXPORT JsonCoder {
+/// True for text that may stand in a document as it is.
+TARVEX_EXPORT bool isValidUtf8(std::string_view text);
+
+/// Appends a JSON string; bytes that are not UTF-8 become U+FFFD.
+TARVEX_EXPORT void appendJsonString(std::string_view text, ByteBuffer& output);
+
+/// Appends a number in the shortest form that every reader reads back the same; false, and nothing appended, when it is
+/// not finite.
+[[nodiscard]] TARVEX_EXPORT bool appendJsonNumber(double number, ByteBuffer& output);
+
+/// Appends encoded value maps to documents, and keeps the memory that reading them takes. Reentrant.
+class TARVEX_EXPORT ValueMapAppender {
 public:
-    virtual ~JsonCoder() = default;
+    ValueMapAppender();
+    ~ValueMapAppender();
+    ValueMapAppender(ValueMapAppender&&) noexcept;
+    ValueMapAppender& operator=(ValueMapAppender&&) noexcept;
 
-    /// Absent for anything but one complete JSON text of valid UTF-8 whose numbers are finite.
-    virtual std::optional<JsonValue> decode(std::string_view text) const = 0;
+    /// Appends `text` when it is an object whose members are all numbers; false, and nothing appended, otherwise. The
+    /// members keep their bytes, unless names repeat: then only the last of each is written.
+    [[nodiscard]] bool append(std::string_view text, ByteBuffer& output);
 
-    /// Whether a string may stand in a document as it is.
-    virtual bool isValidUtf8(std::string_view text) const = 0;
-
-    /// Appends a JSON string; bytes that are not UTF-8 become U+FFFD.
-    virtual void appendString(std::string_view text, ByteBuffer& output) const = 0;
-
-    /// Appends a number in the shortest form that every reader reads back the same; false, and nothing appended, when
-    /// it is not finite.
-    [[nodiscard]] virtual bool appendNumber(double number, ByteBuffer& output) const = 0;
-
-    /// Appends `text` when it is an object whose members are all numbers; false, and nothing appended, otherwise.
-    /// The members keep their bytes, unless names repeat: then only the last of each is written.
-    [[nodiscard]] virtual bool appendValueMap(std::string_view text, ByteBuffer& output) const = 0;
-
-    /// `appendValueMap` for one document: what the coder needs again for each map is kept until the appender goes.
-    /// Used by one thread at a time; not to outlive the coder.
-    [[nodiscard]] virtual ValueMapAppender valueMapAppender() const {
-        return [this](std::string_view text, ByteBuffer& output) { return appendValueMap(text, output); };
-    }
+private:
+    struct Parser;
+    std::unique_ptr<Parser> parser_;
 };
 
 }  // namespace tarvex::platform

@@ -19,11 +19,10 @@
 #include "tarvex/platform/dispatch.h"
 #include "tarvex/platform/face_tracking.h"
 #include "tarvex/platform/hid_event_system.h"
-#include "tarvex/platform/json.h"
 #include "tarvex/platform/notification_center.h"
 #include "tarvex/platform/object_store.h"
 #include "tarvex/platform/run_loop.h"
-#include "tarvex/platform/system_info.h"
+
 #include "tarvex/platform/timer.h"
 #include "tarvex/platform/url_session.h"
 #include "tarvex/platform/user_defaults.h"
@@ -86,8 +85,6 @@ public:
     UrlSession& urlSession() { return use(urlSession_); }
     HidEventSystem& hidEventSystem() { return use(hidEventSystem_); }
     ObjectStore& objectStore() { return use(objectStore_); }
-    JsonCoder& jsonCoder() { return use(jsonCoder_); }
-    SystemInfo& systemInfo() { return use(systemInfo_); }
     Clock& clock() { return use(clock_); }
     FaceTracking& faceTracking() { return use(faceTracking_); }
     Application& application() { return use(application_); }
@@ -101,8 +98,6 @@ public:
     void setUrlSession(std::unique_ptr<UrlSession> service) { replace(urlSession_, std::move(service)); }
     void setHidEventSystem(std::unique_ptr<HidEventSystem> service) { replace(hidEventSystem_, std::move(service)); }
     void setObjectStore(std::unique_ptr<ObjectStore> service) { replace(objectStore_, std::move(service)); }
-    void setJsonCoder(std::unique_ptr<JsonCoder> service) { replace(jsonCoder_, std::move(service)); }
-    void setSystemInfo(std::unique_ptr<SystemInfo> service) { replace(systemInfo_, std::move(service)); }
     void setClock(std::unique_ptr<Clock> service) { replace(clock_, std::move(service)); }
     void setFaceTracking(std::unique_ptr<FaceTracking> service) { replace(faceTracking_, std::move(service)); }
     void setApplication(std::unique_ptr<Application> service) { replace(application_, std::move(service)); }
@@ -140,8 +135,6 @@ private:
     std::unique_ptr<UrlSession> urlSession_;
     std::unique_ptr<HidEventSystem> hidEventSystem_;
     std::unique_ptr<ObjectStore> objectStore_;
-    std::unique_ptr<JsonCoder> jsonCoder_;
-    std::unique_ptr<SystemInfo> systemInfo_;
     std::unique_ptr<Clock> clock_;
     std::unique_ptr<Application> application_;
     std::unique_ptr<CaptureDevice> captureDevice_;

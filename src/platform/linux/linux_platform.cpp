@@ -9,9 +9,8 @@
 #include "platform/glib/glib_run_loop.h"
 #include "platform/glib/glib_timer_scheduler.h"
 #include "platform/iio/iio_hid_event_system.h"
-#include "platform/json/simdjson_coder.h"
 #include "platform/linux/data_directory.h"
-#include "platform/linux/kernel_system_info.h"
+
 #include "platform/plist/plist_bundles.h"
 #include "platform/portable/no_face_tracking.h"
 #include "platform/portal/portal_services.h"
@@ -66,8 +65,7 @@ std::unique_ptr<Platform> Platform::makeLinux(LinuxOptions options) {
     platform->setHidEventSystem(options.sensorRoot ? std::make_unique<IioHidEventSystem>(std::move(*options.sensorRoot))
                                                    : std::make_unique<IioHidEventSystem>());
     platform->setUrlSession(std::make_unique<CurlUrlSession>());
-    platform->setJsonCoder(std::make_unique<SimdjsonCoder>());
-    platform->setSystemInfo(std::make_unique<KernelSystemInfo>());
+
     platform->setClock(std::make_unique<SystemClock>());
     platform->setFaceTracking(std::make_unique<NoFaceTracking>());
 

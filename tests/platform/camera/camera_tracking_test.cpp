@@ -43,7 +43,8 @@ struct Tracked {
     Tracked& operator=(const Tracked&) = delete;
 
     std::vector<TrackingData> samples() const {
-        return decodeTrackingDataWrapper(store->loadTrackingData().value().view(), platform->jsonCoder())->trackingData;
+        const auto document = store->loadTrackingData([] { return Sender(); });
+        return decodeTrackingDataWrapper(document.value().view())->trackingData;
     }
 
     TemporaryDirectory directory;

@@ -3,7 +3,7 @@
 #include <unistd.h>
 
 #include "child_process.h"
-#include "client/user_identifier.h"
+#include "client/sender.h"
 #include "prelude.h"
 #include "read_only_directory.h"
 #include "recorded_log.h"

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "storage/tracking_data.h"
 #include "tarvex/platform/platform.h"
 
 namespace tarvex {
@@ -11,7 +12,11 @@ namespace tarvex {
 /// new random UUID is stored there first. Read afresh on every call; two first reads, also of two processes, end with
 /// one identifier.
 ///
-/// Never one that is not durable: absent while the stored one cannot be read or a new one cannot be stored.
+/// Never one that is not durable: absent while the stored one cannot be read or a new one cannot be stored. Thread-safe.
 std::optional<std::string> userID(platform::Platform& platform);
+
+/// Who sends a document now: `userID`, the kernel's name for the machine's hardware (empty when unknown), and the
+/// bundle identifier of the host ("unknown" without one). Absent without a user identifier. Thread-safe.
+std::optional<Sender> sender(platform::Platform& platform);
 
 }  // namespace tarvex
