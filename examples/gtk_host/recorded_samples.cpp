@@ -4,8 +4,6 @@
 #include <tarvex/platform/json.h>
 
 #include <algorithm>
-#include <span>
-#include <string_view>
 #include <variant>
 
 namespace gtk_host {
@@ -17,17 +15,16 @@ void Signal::dropBefore(double begin) {
 }
 
 RecordedSamples::RecordedSamples(platform::Platform& platform)
-    : store_(platform.objectStore().makeContainer("TrackingDataContainer", {{DataEntry::entityDescription()}})) {
+    : store_(platform.objectStore().makeContainer("TrackingDataContainer")) {
     if (!store_->loadPersistentStores()) store_.reset();
 }
 
 void RecordedSamples::update() {
     if (!store_) return;
     double latest = latest_;
-    const auto visit = [&](std::span<const platform::AttributeView> record) {
-        const auto* time = std::get_if<double>(&record[DataEntry::timestampIndex]);
-        const auto* data = std::get_if<std::span<const std::byte>>(&record[DataEntry::dataIndex]);
-        if (time == nullptr || data == nullptr || *time <= latest_) return true;
+    const auto visit = [&](const platform::ManagedObjectView& record) {
+        const auto& [time, type, data] = record;
+        if (!time || !data || *time <= latest_) return true;
         latest = std::max(latest, *time);
         const auto json = platform::decodeJson({reinterpret_cast<const char*>(data->data()), data->size()});
         const auto* numbers = json ? std::get_if<platform::JsonValue::Object>(&json->value) : nullptr;

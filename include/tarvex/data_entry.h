@@ -14,26 +14,18 @@ namespace tarvex {
 
 /// The stored record of one sample: a managed object of the entity "DataEntry".
 ///
-/// Its attributes live in the object that the context holds; a `DataEntry` is a handle to it, cheap to copy.
+/// Its attributes live in the object that the context holds; a `DataEntry` is a handle to it, cheap to copy. Reentrant,
+/// where a context counts as one object together with all records that are pending in it.
 class TARVEX_EXPORT DataEntry {
 public:
     /// A value map as stored: JSON in UTF-8, not terminated.
     using Bytes = std::vector<std::byte>;
 
-    // The attributes' places in a record.
-    static constexpr std::size_t idIndex = 0;         ///< a `Uuid`
-    static constexpr std::size_t timestampIndex = 1;  ///< a double
-    static constexpr std::size_t typeIndex = 2;       ///< a string
-    static constexpr std::size_t dataIndex = 3;       ///< bytes
-
-    /// The entity as the store's object model must describe it.
-    static platform::EntityDescription entityDescription();
-
     /// A request for every record, without a predicate or an order.
     static platform::FetchRequest fetchRequest();
 
-    /// Inserts a new record into `context`, pending until the context is saved: its timestamp 0, all else absent.
-    /// The context's model must have the entity as `entityDescription` has it.
+    /// Inserts a new record into `context`, pending until the context is saved: its timestamp 0, all else absent. The
+    /// record is durable once `context.save()` has succeeded.
     explicit DataEntry(platform::ManagedObjectContext& context);
 
     // Copies, as the record holds them now; absent where nothing was set.

@@ -6,7 +6,6 @@
 #include <span>
 #include <string_view>
 #include <utility>
-#include <variant>
 
 #include "storage/upload_document.h"
 #include "tarvex/data_entry.h"
@@ -25,18 +24,18 @@ constexpr Milliseconds operationPatience = 1000ms;
 constexpr Milliseconds openingPatience = 5000ms;
 constexpr Milliseconds exitPatience = 250ms;
 
+constexpr std::string_view storeName = "TrackingDataContainer";
+
 /// Ends the process because the record store cannot work: one line on standard error, then an abort.
 [[noreturn]] void fatalStop(const std::string& message) {
     platform::writeErrorLine("Fatal error: " + message + ": file PersistenceController");
     std::abort();
 }
 
-void appendRecord(std::span<const platform::AttributeView> record, UploadDocument& document) {
-    const auto* timestamp = std::get_if<double>(&record[DataEntry::timestampIndex]);
-    const auto* type = std::get_if<std::string_view>(&record[DataEntry::typeIndex]);
-    const auto* data = std::get_if<std::span<const std::byte>>(&record[DataEntry::dataIndex]);
-    if (timestamp == nullptr || type == nullptr || data == nullptr) return;
-    document.appendSample(*timestamp, *type, {reinterpret_cast<const char*>(data->data()), data->size()});
+void appendRecord(const platform::ManagedObjectView& record, UploadDocument& document) {
+    if (!record.timestamp || !record.type || !record.data) return;
+    document.appendSample(*record.timestamp, *record.type,
+                          {reinterpret_cast<const char*>(record.data->data()), record.data->size()});
 }
 
 }  // namespace
@@ -50,23 +49,19 @@ PersistenceController& PersistenceController::shared() {
 
 PersistenceController::PersistenceController(platform::Platform& platform) : platform_(platform) {}
 
-const platform::ManagedObjectModel& PersistenceController::managedObjectModel() {
-    if (managedObjectModel_) return *managedObjectModel_;
+/// A library whose model resource is missing, or another version's, must not touch the records.
+void PersistenceController::checkManagedObjectModel() {
     const platform::Bundle* resources = platform_.bundles().bundleWithIdentifier(platform::libraryBundleIdentifier);
-    if (resources == nullptr) fatalStop("Unresolved error");
-    const auto path = resources->pathForResource("TrackingDataContainer", "momd");
-    if (!path) fatalStop("Unresolved error");
-    managedObjectModel_ = platform_.objectStore().modelWithContentsOfFile(*path);
-    if (!managedObjectModel_ || managedObjectModel_->entities != std::vector{DataEntry::entityDescription()})
-        fatalStop("Unresolved error");
-    return *managedObjectModel_;
+    const auto path = resources ? resources->pathForResource(storeName, "momd") : std::nullopt;
+    if (!path || !platform_.objectStore().fitsModel(*path)) fatalStop("Unresolved error");
 }
 
 /// A store that is only in use for longer than `wait` is no reason to stop: a later operation opens it.
 std::expected<platform::ManagedObjectContext*, platform::StoreError> PersistenceController::viewContext(
     Milliseconds wait) {
     if (!container_) {
-        auto container = platform_.objectStore().makeContainer("TrackingDataContainer", managedObjectModel());
+        checkManagedObjectModel();
+        auto container = platform_.objectStore().makeContainer(storeName);
         container->waitAtMost(wait);
         if (auto loaded = container->loadPersistentStores(); !loaded) {
             platform::StoreError& error = loaded.error();
@@ -194,10 +189,9 @@ std::optional<UploadDocument> PersistenceController::fetchSamples() {
     const std::lock_guard lock(mutex_);
     platform::ManagedObjectContext& context = viewContextOrStop();
     if (isAnythingPending()) commit(tickPatience);
-    platform::FetchRequest request = DataEntry::fetchRequest();
-    request.propertiesToFetch = {DataEntry::timestampIndex, DataEntry::typeIndex, DataEntry::dataIndex};
+    const platform::FetchRequest request = DataEntry::fetchRequest();
     std::optional<UploadDocument> document(std::in_place, context.fetchSizeBound(request));
-    const auto fetched = context.fetch(request, [&document](std::span<const platform::AttributeView> record) {
+    const auto fetched = context.fetch(request, [&document](const auto& record) {
         appendRecord(record, *document);
         return true;
     });

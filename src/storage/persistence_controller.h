@@ -59,9 +59,9 @@ public:
     /// Stored and pending records; absent when counting fails.
     std::optional<std::int64_t> countTrackingData();
 
-    /// Every readable record, stored or pending, as one encoded upload document. Pending records are committed first, if
-    /// that is possible. `sender` is called once the records have been read, without the lock. Absent when the records
-    /// cannot be read, there is no sender, the document cannot be encoded, or there is no memory for it.
+    /// Every readable record, stored or pending, as one encoded upload document. Pending records are committed first,
+    /// if that is possible. `sender` is called once the records have been read, without the lock. Absent when the
+    /// records cannot be read, there is no sender, the document cannot be encoded, or there is no memory for it.
     std::optional<platform::ByteBuffer> loadTrackingData(const SenderSource& sender);
 
 private:
@@ -74,7 +74,7 @@ private:
     };
 
     // The caller holds the lock.
-    const platform::ManagedObjectModel& managedObjectModel();
+    void checkManagedObjectModel();
     std::expected<platform::ManagedObjectContext*, platform::StoreError> viewContext(Milliseconds wait);
     platform::ManagedObjectContext& viewContextOrStop();
     void insertWaiting(platform::ManagedObjectContext& context);
@@ -88,7 +88,6 @@ private:
 
     platform::Platform& platform_;
     FairMutex mutex_;
-    std::optional<platform::ManagedObjectModel> managedObjectModel_;
     std::unique_ptr<platform::PersistentContainer> container_;
     bool contextHoldsPending_ = false;
 

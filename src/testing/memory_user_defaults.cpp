@@ -1,7 +1,5 @@
 #include "tarvex/testing/memory_user_defaults.h"
 
-#include "platform/sqlite/truth_of_text.h"
-
 namespace tarvex::testing {
 
 bool MemoryUserDefaults::boolForKey(std::string_view key) const {
@@ -9,7 +7,7 @@ bool MemoryUserDefaults::boolForKey(std::string_view key) const {
     const auto entry = values_.find(key);
     if (entry == values_.end()) return false;
     const auto* text = std::get_if<std::string>(&entry->second);
-    return text != nullptr ? platform::isTrue(*text) : std::get<bool>(entry->second);
+    return text != nullptr ? isTrueText(*text) : std::get<bool>(entry->second);
 }
 
 std::optional<std::string> MemoryUserDefaults::stringForKey(std::string_view key) const {

@@ -11,7 +11,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
 #include "tarvex/export.h"
@@ -19,50 +18,29 @@
 
 namespace tarvex::platform {
 
-/// The types that an attribute's value can have: see `AttributeValue`, in the same order.
-enum class AttributeType : std::uint8_t { uuid, number, string, binary };
-
-/// One attribute that every record of an entity has. Only an optional one can be absent.
-struct AttributeDescription {
-    std::string name;
-    AttributeType type;
-    bool optional;
-
-    friend bool operator==(const AttributeDescription&, const AttributeDescription&) = default;
-};
-
-/// A kind of record. The order of its attributes is that of the values in a record.
-struct EntityDescription {
-    std::string name;
-    std::vector<AttributeDescription> attributes;
-
-    friend bool operator==(const EntityDescription&, const EntityDescription&) = default;
-};
-
-/// What a store holds: read from a model resource, never changed.
-struct ManagedObjectModel {
-    std::vector<EntityDescription> entities;
-};
-
-/// An attribute's value; `std::monostate` where it is absent.
-using AttributeValue = std::variant<std::monostate, Uuid, double, std::string, std::vector<std::byte>>;
-
-/// The same, looking at memory of the store for the length of a callback. A stored value that does not have its
-/// attribute's type reads as absent; a string's bytes are passed on as they are stored.
-using AttributeView = std::variant<std::monostate, Uuid, double, std::string_view, std::span<const std::byte>>;
-
-/// A new record: one value for each attribute of its entity, in the entity's order.
+/// The attributes of a record: see `DataEntry`.
 struct ManagedObject {
-    std::vector<AttributeValue> values;
+    std::optional<Uuid> id;
+    double timestamp = 0;
+    std::optional<std::string> type;
+    std::optional<std::vector<std::byte>> data;
 };
 
-/// Which records an operation is about: all of one entity.
+/// The attributes that a fetch reads, in memory of the store for the length of a callback. A stored value that does not
+/// have its attribute's type reads as absent; a string's bytes are passed on as they are stored.
+struct ManagedObjectView {
+    std::optional<double> timestamp;
+    std::optional<std::string_view> type;
+    std::optional<std::span<const std::byte>> data;
+};
+
+/// A request for every record of an entity. A store keeps one entity, "DataEntry": operations on another one fail.
 struct FetchRequest {
     std::string entityName;
-    std::vector<std::size_t> propertiesToFetch;  ///< places of attributes; the others read as absent. Empty: all
 };
 
-/// Why an operation of the store failed: the text for the one line of diagnostics about it, and what can be done.
+/// The failure of an operation: the text for one line of diagnostics about it, and its cause as far as a caller can
+/// decide by it.
 struct StoreError {
     enum class Cause : std::uint8_t {
         other,
@@ -71,22 +49,23 @@ struct StoreError {
         noRoom,  ///< the disk is full
     };
 
-    std::string description;     ///< one readable sentence that names the file
-    std::string userInfo;        ///< details, printed as a dictionary
-    Cause cause = Cause::other;  ///< what a caller can decide by
+    std::string description;  ///< one readable sentence that names the file
+    std::string userInfo;     ///< details, printed as a dictionary
+    Cause cause = Cause::other;
 };
 
 /// The record store's one context: new objects are pending in it, in memory, until `save` writes them.
-/// Not synchronised: its owner lets one operation run at a time.
+///
+/// Reentrant. Only `save` and `batchDelete` change what a power cut leaves: both are durable when they return success.
 class TARVEX_EXPORT ManagedObjectContext {
 public:
     /// Called for one record after the other; returning false ends the fetch.
-    using RowVisitor = std::function<bool(std::span<const AttributeView>)>;
+    using RowVisitor = std::function<bool(const ManagedObjectView&)>;
 
     virtual ~ManagedObjectContext() = default;
 
-    /// A new pending object of the entity, every attribute absent (a number: 0); null when the model has no such
-    /// entity.
+    /// A new pending object of the entity, every attribute absent, its time 0; null for an entity that is not kept. In
+    /// memory only, until `save`: it does not survive the process.
     virtual std::shared_ptr<ManagedObject> insertNewObject(std::string_view entityName) = 0;
 
     /// Commits all pending objects in one transaction, in the order of their insertion. Durable when it succeeds: the
@@ -104,23 +83,25 @@ public:
     /// Stored and pending records, in microseconds at any size.
     [[nodiscard]] virtual std::expected<std::int64_t, StoreError> count(const FetchRequest& request) = 0;
 
-    /// Removes every stored record at once; pending ones stay. The bytes of the removed records may stay in the files
-    /// until `scrub`. Works on a full disk as well, unless another connection holds the store open then.
+    /// Removes every stored record at once; pending ones stay. Durable when it succeeds: no power cut brings a record
+    /// back. The bytes of the removed records may stay in the files until `scrub`. Works on a full disk as well, unless
+    /// another connection holds the store open then.
     [[nodiscard]] virtual std::expected<void, StoreError> batchDelete(const FetchRequest& request) = 0;
 
-    /// Removes what deleted records left behind in the files, when that is owed; does nothing otherwise.
+    /// Removes the bytes of deleted records from the files, where there are any; does nothing otherwise.
     ///
-    /// Other connections can prevent it; it waits for them 50 ms at most. What is still owed then is remembered in the
-    /// store, and tried again, without waiting, after each later operation and when the store is next opened.
+    /// Other connections can prevent it; it waits for them 50 ms at most. The store remembers durably that a scrub is
+    /// owed, and tries it again, without waiting, after each later operation and when it is next opened.
     virtual void scrub() = 0;
 };
 
-/// A record store on disk, by its name and model. Not synchronised: its owner lets one operation run at a time.
+/// A record store on disk. Reentrant; its context is part of it.
 class TARVEX_EXPORT PersistentContainer {
 public:
     virtual ~PersistentContainer() = default;
 
-    /// Opens the store, creating it when it is not there. Nothing is moved or deleted on failure.
+    /// Opens the store, creating it when it is not there: durably when this succeeds. Nothing is moved or deleted on
+    /// failure.
     [[nodiscard]] virtual std::expected<void, StoreError> loadPersistentStores() = 0;
 
     /// The same context on every call; used once the store is open, and owned by the container.
@@ -136,12 +117,11 @@ class TARVEX_EXPORT ObjectStore {
 public:
     virtual ~ObjectStore() = default;
 
-    /// The model in the file at `path`; absent when it cannot be read.
-    virtual std::optional<ManagedObjectModel> modelWithContentsOfFile(const std::filesystem::path& path) const = 0;
+    /// True when the file at `path` is the object model of the records that this store keeps.
+    [[nodiscard]] virtual bool fitsModel(const std::filesystem::path& path) const = 0;
 
     /// A container for the store `name` in the data directory. Touches no file: `loadPersistentStores` does.
-    [[nodiscard]] virtual std::unique_ptr<PersistentContainer> makeContainer(std::string_view name,
-                                                                             const ManagedObjectModel& model) = 0;
+    [[nodiscard]] virtual std::unique_ptr<PersistentContainer> makeContainer(std::string_view name) = 0;
 };
 
 }  // namespace tarvex::platform

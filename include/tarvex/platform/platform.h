@@ -22,7 +22,6 @@
 #include "tarvex/platform/notification_center.h"
 #include "tarvex/platform/object_store.h"
 #include "tarvex/platform/run_loop.h"
-
 #include "tarvex/platform/timer.h"
 #include "tarvex/platform/url_session.h"
 #include "tarvex/platform/user_defaults.h"

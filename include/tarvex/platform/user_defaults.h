@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <expected>
 #include <optional>
 #include <string>
@@ -16,15 +17,14 @@ class TARVEX_EXPORT UserDefaults {
 public:
     virtual ~UserDefaults() = default;
 
-    /// False when missing. As on the phone platform, a string is true when it begins with Y, y, T, t or a number other
-    /// than 0.
+    /// False when missing. A string is read by `isTrueText`.
     virtual bool boolForKey(std::string_view key) const = 0;
 
     /// Absent when missing; a bool is no string.
     virtual std::optional<std::string> stringForKey(std::string_view key) const = 0;
 
-    /// The string that is stored under the key for good; absent when there is none. Where the store cannot be read, or
-    /// the string still waits to be written, the error is a sentence that says so.
+    /// The string that is stored durably under the key; absent when there is none. While the store cannot be read, or
+    /// the string still waits to be written, the error is a sentence with the key or the file.
     ///
     /// By default what `stringForKey` has, for a store that keeps every write.
     virtual std::expected<std::optional<std::string>, std::string> durableStringForKey(std::string_view key) const {
@@ -39,6 +39,16 @@ public:
 
     /// Stores `value` unless a string is there already; returns the one that is stored afterwards.
     virtual std::string setStringIfAbsent(std::string_view value, std::string_view key) = 0;
+
+protected:
+    /// A string among the defaults, read as a bool. As on the phone platform, it is true when it begins with Y, y, T, t
+    /// or a number other than 0.
+    static bool isTrueText(std::string_view text) {
+        text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
+        if (text.starts_with('+') || text.starts_with('-')) text.remove_prefix(1);
+        text.remove_prefix(std::min(text.find_first_not_of('0'), text.size()));
+        return !text.empty() && std::string_view("YyTt123456789").contains(text.front());
+    }
 };
 
 }  // namespace tarvex::platform

@@ -37,7 +37,7 @@ std::string_view textOf(sqlite3_value* value);
 /// A column of the current row as text; valid until the statement goes on. Empty for NULL.
 std::string_view columnText(sqlite3_stmt* row, int column);
 
-/// An open database file. Not synchronised: one thread at a time uses it, and the statements prepared on it.
+/// An open database file. Reentrant; the statements prepared on it count as part of it.
 class SqliteConnection {
 public:
     /// Opens the database at `path`, read-only where it cannot be written; a new one is made with mode 0600, as its log
@@ -57,7 +57,7 @@ public:
     /// Takes that back: nothing at the path is touched when this is closed.
     void leaveFilesWhenClosed() const;
 
-    /// Whether the file at the path is no longer the one that is open: it was removed, or another took its place.
+    /// True when the file at the path is no longer the one that is open: it was removed, or another took its place.
     bool hasMoved() const;
 
     [[nodiscard]] std::expected<void, StoreError> execute(const char* sql) const;
@@ -69,7 +69,7 @@ public:
     /// How long the following calls wait for other connections, all together.
     void waitAtMost(std::chrono::milliseconds wait) noexcept { patience_ = wait; }
 
-    /// What the last call reported, with the file's name.
+    /// The failure of the last call, with the file's name.
     StoreError error() const;
     /// `message` about the file.
     StoreError error(std::string_view message, int code) const;
@@ -91,6 +91,23 @@ private:
     const char* vfs_;
     std::chrono::milliseconds patience_{0};
     Database database_;
+};
+
+/// A write transaction: all of it at `commit`, or nothing of it.
+class SqliteTransaction {
+public:
+    /// Nothing may be written, nor committed, unless this succeeded.
+    explicit SqliteTransaction(SqliteConnection& connection);
+    ~SqliteTransaction();
+    SqliteTransaction(const SqliteTransaction&) = delete;
+    SqliteTransaction& operator=(const SqliteTransaction&) = delete;
+
+    const std::expected<void, StoreError>& begun() const noexcept { return begun_; }
+    [[nodiscard]] std::expected<void, StoreError> commit();
+
+private:
+    SqliteConnection& connection_;
+    std::expected<void, StoreError> begun_;
 };
 
 }  // namespace tarvex::platform

@@ -3,22 +3,38 @@
 #include <string>
 #include <utility>
 
-#include "platform/sqlite/object_model_file.h"
-#include "platform/sqlite/sqlite_persistent_container.h"
+#include "platform/sqlite/sqlite_managed_object_context.h"
+#include "platform/sqlite/sqlite_schema.h"
 
 namespace tarvex::platform {
+
+namespace {
+
+class SqlitePersistentContainer final : public PersistentContainer {
+public:
+    SqlitePersistentContainer(std::function<std::filesystem::path()> file, const char* vfs)
+        : context_(std::move(file), vfs) {}
+
+    std::expected<void, StoreError> loadPersistentStores() override { return context_.open(); }
+    ManagedObjectContext& viewContext() override { return context_; }
+    void waitAtMost(std::chrono::milliseconds wait) override { context_.waitAtMost(wait); }
+
+private:
+    SqliteManagedObjectContext context_;
+};
+
+}  // namespace
 
 SqliteObjectStore::SqliteObjectStore(std::function<std::filesystem::path()> directory, const char* vfs)
     : directory_(std::move(directory)), vfs_(vfs) {}
 
-std::optional<ManagedObjectModel> SqliteObjectStore::modelWithContentsOfFile(const std::filesystem::path& path) const {
-    return readObjectModel(path);
+bool SqliteObjectStore::fitsModel(const std::filesystem::path& path) const {
+    return isObjectModel(path);
 }
 
-std::unique_ptr<PersistentContainer> SqliteObjectStore::makeContainer(std::string_view name,
-                                                                      const ManagedObjectModel& model) {
+std::unique_ptr<PersistentContainer> SqliteObjectStore::makeContainer(std::string_view name) {
     auto file = [directory = directory_, fileName = std::string(name) + ".sqlite"] { return directory() / fileName; };
-    return std::make_unique<SqlitePersistentContainer>(std::move(file), vfs_, model);
+    return std::make_unique<SqlitePersistentContainer>(std::move(file), vfs_);
 }
 
 }  // namespace tarvex::platform

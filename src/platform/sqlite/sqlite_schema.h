@@ -1,34 +1,42 @@
 #pragma once
 
 #include <expected>
-#include <string>
+#include <filesystem>
 
 #include "platform/sqlite/sqlite_connection.h"
 #include "tarvex/platform/object_store.h"
 
 namespace tarvex::platform {
 
-/// One table an entity, a row a record: `seq`, which counts the records in the order of their insertion, then the
-/// attributes. Columns carry no constraint: a value that a constraint refuses would hold up every later record too.
-class SqliteSchema {
-public:
-    explicit SqliteSchema(const ManagedObjectModel& model) : model_(model) {}
+// The one object model that a store keeps, as a resource file and as SQL: a row of the table DataEntry for each record.
+// `seq` counts the records in the order of their insertion. Columns carry no constraint: a value that a constraint
+// refuses would hold up every later record too.
 
-    /// Whether the tables are there (true), the library's own included, or the database is empty (false); an error when
-    /// it holds something else. Only reads.
-    [[nodiscard]] std::expected<bool, StoreError> isPresentIn(SqliteConnection& connection) const;
+/// True when `file` is a JSON text of that model.
+bool isObjectModel(const std::filesystem::path& file);
 
-    /// Creates the tables in an empty database, unless another process was faster.
-    [[nodiscard]] std::expected<void, StoreError> createIn(SqliteConnection& connection) const;
+inline constexpr const char* recordInsertion =
+    "INSERT INTO DataEntry(id, timestamp, type, data) VALUES(?1, ?2, ?3, ?4)";
+inline constexpr const char* recordSelection = "SELECT timestamp, type, data FROM DataEntry ORDER BY seq";
+/// Without a condition, SQLite drops whole pages instead of one record after the other.
+inline constexpr const char* recordDeletion = "DELETE FROM DataEntry";
+/// An expression. Records leave only all at once, so their numbers have no gaps. Each subselect reads an edge of the
+/// tree; both in one would read it all.
+inline constexpr const char* recordCount = "(SELECT max(seq) FROM DataEntry) - (SELECT min(seq) FROM DataEntry) + 1";
+inline constexpr const char* anyRecord = "SELECT EXISTS(SELECT 1 FROM DataEntry)";
 
-    /// `name`, or the names of the attributes separated by commas, as SQL writes them.
-    static std::string quoted(std::string_view name);
-    static std::string columns(const EntityDescription& entity);
+/// Binds the parameters of `recordInsertion` without copying: the object must live until the statement is reset.
+/// Returns SQLite's result.
+int bindRecord(sqlite3_stmt* insertion, const ManagedObject& object);
 
-private:
-    std::string creation() const;
+/// The current row of `recordSelection`, valid until the statement goes on.
+ManagedObjectView recordIn(sqlite3_stmt* row);
 
-    const ManagedObjectModel& model_;
-};
+/// True when the tables are there, the library's own included; false in an empty database; an error when it holds
+/// something else. Only reads.
+[[nodiscard]] std::expected<bool, StoreError> schemaIsPresentIn(SqliteConnection& connection);
+
+/// Creates the tables in an empty database, unless another process was faster. Durable when it succeeds.
+[[nodiscard]] std::expected<void, StoreError> createSchemaIn(SqliteConnection& connection);
 
 }  // namespace tarvex::platform

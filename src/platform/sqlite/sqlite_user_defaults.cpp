@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "platform/sqlite/sqlite_transaction.h"
-#include "platform/sqlite/truth_of_text.h"
 #include "tarvex/platform/diagnostics.h"
 
 namespace tarvex::platform {
@@ -45,7 +43,7 @@ bool SqliteUserDefaults::boolForKey(std::string_view key) const {
     const auto found = value(key);
     if (!found) return false;
     const auto* text = std::get_if<std::string>(&*found);
-    return text ? isTrue(*text) : std::get<bool>(*found);
+    return text ? isTrueText(*text) : std::get<bool>(*found);
 }
 
 std::optional<std::string> SqliteUserDefaults::stringForKey(std::string_view key) const {

@@ -43,8 +43,7 @@ public:
 
     std::int64_t records() const {
         const auto platform = platform::Platform::makeLinux({.dataDirectory = data_});
-        const auto store =
-            platform->objectStore().makeContainer("TrackingDataContainer", {{DataEntry::entityDescription()}});
+        const auto store = platform->objectStore().makeContainer("TrackingDataContainer");
         if (!store->loadPersistentStores()) throw std::runtime_error("the study's store cannot be opened");
         return store->viewContext().count(DataEntry::fetchRequest()).value();
     }

@@ -1,16 +1,96 @@
+#include <random>
 
-
-#include "power_cut_vfs.h"
 #include "prelude.h"
 #include "sample_store.h"
 
 namespace tarvex::platform {
 namespace {
 
-using test::PowerCutVfs;
+using test::FileCall;
 using test::SampleStore;
 
-/// What the files hold after a power cut, and what must be in them.
+/// Knows at each moment what a power cut would leave of the files: all that was synced, and of the rest nothing, the
+/// oldest part, or any part, with the last write torn. Starts without files; the database's own is there, empty, when
+/// it is opened.
+class PowerCutVfs final : public test::InterposedVfs {
+public:
+    using Files = std::map<std::string, std::string>;  ///< contents by file name
+
+    PowerCutVfs() : InterposedVfs(false) {}
+
+    /// Called before each call that reaches the files.
+    std::function<void()> onCall = [] {};
+
+    Files afterPowerCut(std::mt19937& random) const {
+        Files left;
+        for (const auto& [path, file] : files_) {
+            if ((file.removed || !file.entryDurable) && random() % 2 == 0) continue;
+            left.emplace(std::filesystem::path(path).filename(), remains(file, random));
+        }
+        return left;
+    }
+
+protected:
+    int before(FileCall /*call*/) override {
+        onCall();
+        return SQLITE_OK;
+    }
+    void opened(const std::string& path) override {
+        auto [file, isNew] = files_.try_emplace(path);
+        if (isNew || file->second.removed) file->second = File{};
+    }
+    void removed(const std::string& path) override { files_[path].removed = true; }
+    void written(const std::string& path, std::uint64_t offset, std::span<const char> bytes) override {
+        files_[path].unsynced.push_back({offset, std::string(bytes.begin(), bytes.end())});
+    }
+    void truncated(const std::string& path, std::uint64_t size) override {
+        files_[path].unsynced.push_back({size, std::nullopt});
+    }
+    void synced(const std::string& path) override {
+        File& file = files_[path];
+        for (const Change& change : file.unsynced)
+            apply(file.durable, change);
+        file.unsynced.clear();
+        if (std::exchange(file.entryDurable, true)) return;
+        // SQLite syncs the directory with a new file: what was removed before is gone for good.
+        std::erase_if(files_, [](const auto& entry) { return entry.second.removed; });
+    }
+
+private:
+    struct Change {
+        std::uint64_t offset;              // or the new size
+        std::optional<std::string> bytes;  // absent: a truncation
+    };
+    struct File {
+        bool removed = false;       // may come back until the directory is synced
+        bool entryDurable = false;  // else it may not be there
+        std::string durable;
+        std::vector<Change> unsynced;
+    };
+
+    static void apply(std::string& contents, const Change& change) {
+        if (!change.bytes) return contents.resize(change.offset);
+        contents.resize(std::max(contents.size(), change.offset + change.bytes->size()));
+        contents.replace(change.offset, change.bytes->size(), *change.bytes);
+    }
+    static std::string remains(const File& file, std::mt19937& random) {
+        enum : std::uint8_t { nothing, oldest, anything, ways };
+        const auto way = random() % ways;
+        const auto kept = way == oldest ? random() % (file.unsynced.size() + 1) : file.unsynced.size();
+        std::string contents = file.durable;
+        for (std::size_t i = 0; way != nothing && i < kept; ++i) {
+            if (way == anything && random() % 2 == 0) continue;
+            Change change = file.unsynced[i];
+            if (change.bytes && i + 1 == kept) change.bytes->resize(random() % (change.bytes->size() + 1));
+            apply(contents, change);
+        }
+        return contents;
+    }
+
+    std::map<std::string, File> files_;
+};
+
+/// The files after a power cut, and what must be in them.
 struct Cut {
     PowerCutVfs::Files files;
     std::vector<int> acknowledged;           // the samples stored before the operation that the cut hit
@@ -21,79 +101,47 @@ struct Cut {
 
 /// Works on a store as a host does, and cuts the power now and then: the files as they would be are kept, the work goes
 /// on.
-class Host {
-public:
-    explicit Host(unsigned seed) : random_(seed) {
-        vfs_.onCall = [this] {
-            if (random_() % 24 != 0) return;
-            state_.files = vfs_.afterPowerCut(random_);
-            cuts_.push_back(state_);
-        };
-        reopen();
-    }
-
-    std::vector<Cut> work(int operations) {
-        for (int i = 0; i < operations; ++i) {
-            switch (random_() % 16) {
-                case 0:
-                    removeAll();
-                    store_->context().scrub();
-                    break;
-                case 1:
-                    reopen();
-                    break;
-                case 2:
-                    add(1 + static_cast<int>(random_() % 40));
-                    break;
-                default:
-                    add(1);
+std::vector<Cut> cutsDuringWork(unsigned seed, int operations) {
+    std::mt19937 random(seed);
+    const TemporaryDirectory directory;
+    PowerCutVfs vfs;
+    Cut state;
+    std::vector<Cut> cuts;
+    vfs.onCall = [&] {
+        if (random() % 24 != 0) return;
+        state.files = vfs.afterPowerCut(random);
+        cuts.push_back(state);
+    };
+    std::unique_ptr<SampleStore> store;
+    for (int i = 0, next = 0; i < operations; ++i) {
+        const auto choice = store ? random() % 16 : 0;
+        if (choice == 0) {
+            store.reset();
+            store = std::make_unique<SampleStore>(directory.path(), vfs.name());
+            EXPECT_TRUE(store->open());
+        } else if (choice == 1) {
+            state.deletedByTheOperation = std::exchange(state.complete, {});
+            EXPECT_TRUE(store->removeAll());
+            std::ranges::move(state.deletedByTheOperation, std::back_inserter(state.deleted));
+            state.deletedByTheOperation.clear();
+            state.acknowledged.clear();
+            store->context().scrub();
+        } else {
+            for (auto count = choice == 2 ? 1 + random() % 40 : 1; count > 0; --count) {
+                store->insert(next);
+                state.complete.push_back(next++);
             }
+            EXPECT_TRUE(store->context().save());
+            state.acknowledged = state.complete;
         }
-        return std::move(cuts_);
     }
-
-private:
-    void reopen() {
-        store_.reset();
-        store_ = std::make_unique<SampleStore>(directory_.path(), vfs_.name());
-        ASSERT_TRUE(store_->open());
-    }
-
-    void add(int count) {
-        for (int i = 0; i < count; ++i) {
-            store_->insert(next_);
-            state_.complete.push_back(next_++);
-        }
-        ASSERT_TRUE(store_->context().save());
-        acknowledge();
-    }
-
-    void removeAll() {
-        state_.deletedByTheOperation = state_.acknowledged;
-        state_.complete.clear();
-        ASSERT_TRUE(store_->removeAll());
-        acknowledge();
-    }
-
-    void acknowledge() {
-        state_.acknowledged = state_.complete;
-        std::ranges::move(state_.deletedByTheOperation, std::back_inserter(state_.deleted));
-        state_.deletedByTheOperation.clear();
-    }
-
-    std::mt19937 random_;
-    TemporaryDirectory directory_;
-    PowerCutVfs vfs_;
-    Cut state_;
-    std::vector<Cut> cuts_;
-    int next_ = 0;
-    std::unique_ptr<SampleStore> store_;
-};
+    return cuts;
+}
 
 void expectNothingLost(const Cut& cut) {
     const TemporaryDirectory directory;
     for (const auto& [name, contents] : cut.files)
-        std::ofstream(directory.path() / name, std::ios::binary) << contents;
+        writeFile(directory.path() / name, contents);
     auto deleted = cut.deleted;
     {
         const PowerCutVfs withoutSyncs;
@@ -111,19 +159,17 @@ void expectNothingLost(const Cut& cut) {
     EXPECT_FALSE(test::leavesTrace(directory.path(), deleted));
 }
 
-class PowerCut : public testing::TestWithParam<unsigned> {};
-
-TEST_P(PowerCut, LosesNoAcknowledgedSampleAndBringsNoDeletedOneBack) {
-    const auto cuts = Host(randomSeed(GetParam())).work(120);
-    ASSERT_GE(cuts.size(), 20U);
-    for (std::size_t i = 0; i < cuts.size(); ++i) {
-        SCOPED_TRACE(i);
-        ASSERT_NO_FATAL_FAILURE(expectNothingLost(cuts[i]));
-        if (HasFailure()) return;
+TEST(PowerCut, LosesNoAcknowledgedSampleAndBringsNoDeletedOneBack) {
+    const auto seed = randomSeed(1);
+    for (unsigned run = 0; run < 6 && !HasFailure(); ++run) {
+        const auto cuts = cutsDuringWork(seed + run, 120);
+        ASSERT_GE(cuts.size(), 20U);
+        for (std::size_t i = 0; i < cuts.size() && !HasFailure(); ++i) {
+            SCOPED_TRACE(std::to_string(seed + run) + ", cut " + std::to_string(i));
+            expectNothingLost(cuts[i]);
+        }
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(Seeds, PowerCut, testing::Range(1U, 7U));
 
 }  // namespace
 }  // namespace tarvex::platform

@@ -1,5 +1,7 @@
 #include "sample_store.h"
 
+#include <unistd.h>
+
 #include <bit>
 #include <cstring>
 #include <unordered_set>
@@ -12,7 +14,7 @@ namespace {
 using namespace platform;
 using Window = std::uint64_t;  // any eight bytes in a file
 
-const FetchRequest everySample{"DataEntry", {}};
+const FetchRequest everySample{"DataEntry"};
 
 /// The same well-mixed bytes for the same number.
 std::uint64_t mixed(std::uint64_t number) {
@@ -31,36 +33,25 @@ std::string markOf(std::uint64_t number) {
     return mark;
 }
 
-Uuid identifierOf(std::uint64_t number) {
-    return {std::bit_cast<decltype(Uuid::bytes)>(std::array{mixed(number), mixed(~number)})};
-}
-
-double timestampOf(std::uint64_t number) {
-    return 1.7e9 + static_cast<double>(number) + static_cast<double>(mixed(number) % 999983) / 1e6;
-}
-
 /// Mostly short; the data of every seventh is longer than a page.
-std::vector<AttributeValue> valuesOf(int number) {
+ManagedObject sampleOf(int number) {
     const auto seed = static_cast<std::uint64_t>(number);
     std::string text;
     for (int i = 0; i < (number % 7 == 6 ? 600 : 6); ++i)
         text += '<' + markOf(seed) + '>';
     const auto bytes = std::as_bytes(std::span(text));
-    return {identifierOf(seed), timestampOf(seed), std::string("ambient_light"),
-            std::vector<std::byte>(bytes.begin(), bytes.end())};
+    return {.id = Uuid{std::bit_cast<decltype(Uuid::bytes)>(std::array{mixed(seed), mixed(~seed)})},
+            .timestamp = 1.7e9 + number + static_cast<double>(mixed(seed) % 999983) / 1e6,
+            .type = "ambient_light",
+            .data = std::vector(bytes.begin(), bytes.end())};
 }
 
-int numberOf(std::span<const AttributeView> values) {
-    const auto* id = std::get_if<Uuid>(values.data());
-    const auto* timestamp = std::get_if<double>(&values[1]);
-    const auto* type = std::get_if<std::string_view>(&values[2]);
-    const auto* data = std::get_if<std::span<const std::byte>>(&values[3]);
-    if (!id || !timestamp || !type || !data) return -1;
-    const int number = static_cast<int>(*timestamp - 1.7e9);
-    const auto made = valuesOf(number);
-    const bool same = made[0] == AttributeValue(*id) && made[1] == AttributeValue(*timestamp) &&
-                      made[2] == AttributeValue(std::string(*type)) &&
-                      std::ranges::equal(std::get<std::vector<std::byte>>(made[3]), *data);
+int numberOf(const ManagedObjectView& record) {
+    if (!record.timestamp || !record.data) return -1;
+    const int number = static_cast<int>(*record.timestamp - 1.7e9);
+    const ManagedObject made = sampleOf(number);
+    const bool same =
+        made.timestamp == record.timestamp && made.type == record.type && std::ranges::equal(*made.data, *record.data);
     return same ? number : -1;
 }
 
@@ -68,19 +59,6 @@ Window windowAt(const void* bytes) {
     Window window = 0;
     std::memcpy(&window, bytes, sizeof(window));
     return window;
-}
-
-/// What only these samples have, as SQLite stores it: their identifiers' halves, their times, highest byte first, and
-/// their marks.
-std::unordered_set<Window> tracesOf(const std::vector<int>& numbers) {
-    std::unordered_set<Window> traces;
-    for (const int number : numbers) {
-        const auto seed = static_cast<std::uint64_t>(number);
-        const Uuid id = identifierOf(seed);
-        traces.insert({windowAt(id.bytes.data()), windowAt(id.bytes.data() + sizeof(Window)),
-                       windowAt(markOf(seed).data()), __builtin_bswap64(std::bit_cast<Window>(timestampOf(seed)))});
-    }
-    return traces;
 }
 
 bool anyFileHolds(const std::filesystem::path& directory, const std::unordered_set<Window>& traces) {
@@ -94,23 +72,8 @@ bool anyFileHolds(const std::filesystem::path& directory, const std::unordered_s
 
 }  // namespace
 
-ManagedObjectModel sampleModel() {
-    return {{{"DataEntry",
-              {{"id", AttributeType::uuid, true},
-               {"timestamp", AttributeType::number, false},
-               {"type", AttributeType::string, true},
-               {"data", AttributeType::binary, true}}}}};
-}
-
-SampleStore::SampleStore(const std::filesystem::path& directory, const char* vfs)
-    : store_([directory] { return directory; }, vfs), container_(store_.makeContainer("Samples", sampleModel())) {}
-
 void SampleStore::insert(int number) {
-    context().insertNewObject("DataEntry")->values = valuesOf(number);
-}
-
-std::expected<void, StoreError> SampleStore::add(int number) {
-    return addAll({number});
+    *context().insertNewObject("DataEntry") = sampleOf(number);
 }
 
 std::expected<void, StoreError> SampleStore::addAll(const std::vector<int>& numbers) {
@@ -128,8 +91,8 @@ std::expected<std::int64_t, StoreError> SampleStore::count() {
 
 std::expected<std::vector<int>, StoreError> SampleStore::numbers() {
     std::vector<int> numbers;
-    auto fetched = context().fetch(everySample, [&](std::span<const AttributeView> values) {
-        numbers.push_back(numberOf(values));
+    auto fetched = context().fetch(everySample, [&](const auto& record) {
+        numbers.push_back(numberOf(record));
         return true;
     });
     if (!fetched) return std::unexpected(fetched.error());
@@ -137,21 +100,39 @@ std::expected<std::vector<int>, StoreError> SampleStore::numbers() {
 }
 
 bool leavesTrace(const std::filesystem::path& directory, const std::vector<int>& numbers) {
-    const auto traces = tracesOf(numbers);
+    // As SQLite stores them: the identifiers' halves, the times, highest byte first, and the marks.
+    std::unordered_set<Window> traces;
+    for (const int number : numbers) {
+        const ManagedObject sample = sampleOf(number);
+        traces.insert({windowAt(sample.id->bytes.data()), windowAt(sample.id->bytes.data() + sizeof(Window)),
+                       windowAt(sample.data->data() + 1), __builtin_bswap64(std::bit_cast<Window>(sample.timestamp))});
+    }
     const int found = ChildProcess([&](int) { return anyFileHolds(directory, traces) ? 1 : 0; }).wait();
     if (found < 0) throw std::runtime_error("cannot look into " + directory.native());
     return found == 1;
 }
 
 std::string OtherProgram::run(const std::string& sql) {
-    std::string answer;
+    std::string result;
     const auto append = [](void* text, int, char** columns, char**) {
         static_cast<std::string*>(text)->append(columns[0]);
         return 0;
     };
-    if (sqlite3_exec(database_, sql.c_str(), append, &answer, nullptr) != SQLITE_OK)
+    if (sqlite3_exec(database_, sql.c_str(), append, &result, nullptr) != SQLITE_OK)
         throw std::runtime_error(sqlite3_errmsg(database_));
-    return answer;
+    return result;
+}
+
+ReadOnlyDirectory::ReadOnlyDirectory(const std::filesystem::path& directory) : directory_(directory) {
+    using std::filesystem::perms;
+    constexpr uid_t nobody = 65534;
+    bool done = geteuid() != 0 || chown(directory.c_str(), nobody, nobody) == 0;
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+        done = done && (geteuid() != 0 || chown(entry.path().c_str(), nobody, nobody) == 0);
+        std::filesystem::permissions(entry.path(), perms::owner_read);
+    }
+    std::filesystem::permissions(directory, perms::owner_read | perms::owner_exec);
+    if (!done || (geteuid() == 0 && setuid(nobody) != 0)) throw std::runtime_error("cannot give up root's rights");
 }
 
 std::string integrity(const std::filesystem::path& directory) {

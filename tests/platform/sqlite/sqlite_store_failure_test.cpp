@@ -1,12 +1,19 @@
+#include <unistd.h>
+
+#include "child_process.h"
 #include "prelude.h"
 #include "sample_store.h"
 
 namespace tarvex::platform {
 namespace {
 
+using std::filesystem::path;
 using test::FileCall;
+using test::range;
 using test::SampleStore;
 using SqliteObjectStoreTest = test::SampleStoreTest;
+
+constexpr std::uintmax_t pageSize = 4096;
 
 TEST_F(SqliteObjectStoreTest, KeepsRecordsPendingWhileItCannotBeWritten) {
     struct Case {
@@ -20,25 +27,22 @@ TEST_F(SqliteObjectStoreTest, KeepsRecordsPendingWhileItCannotBeWritten) {
          {Case{FileCall::write, SQLITE_READONLY, false}, Case{FileCall::sync, SQLITE_IOERR_FSYNC, false},
           Case{FileCall::write, SQLITE_FULL, true}, Case{FileCall::write, SQLITE_IOERR_WRITE, true}}) {
         SCOPED_TRACE(c.code);
-        const int first = next;
-        ASSERT_TRUE(store.addAll(test::range(first, 300)));
-        next += 300;
+        const auto stored = range(next, 300);
+        ASSERT_TRUE(store.addAll(stored));
+        const std::vector pending{next + 300, next + 301};
         vfs.failEvery(c.call, c.code);
-        const std::vector pending{next++, next++};
-        for (int number : pending) {
-            const auto saved = store.add(number);
-            ASSERT_FALSE(saved);
-            EXPECT_THAT(saved.error().description, HasSubstr(SampleStore::fileName));
-        }
-        std::ranges::copy(test::range(first, 302), std::back_inserter(expected));
+        for (int number : pending)
+            EXPECT_THAT(store.add(number).error().description, HasSubstr(SampleStore::fileName));
+        std::ranges::copy(range(next, 302), std::back_inserter(expected));
         EXPECT_EQ(store.numbers(), expected);
         EXPECT_EQ(store.removeAll().has_value(), c.canBeEmptied);
         if (c.canBeEmptied) expected = pending;
-        EXPECT_EQ(test::leavesTrace(directory.path(), test::range(first, 300)), !c.canBeEmptied);
+        EXPECT_EQ(test::leavesTrace(directory.path(), stored), !c.canBeEmptied);
         vfs.heal();
         EXPECT_EQ(store.numbers(), expected);
-        expected.push_back(next);
-        EXPECT_TRUE(store.add(next++));
+        expected.push_back(next + 302);
+        EXPECT_TRUE(store.add(next + 302));
+        next += 303;
         EXPECT_EQ(store.count(), expected.size());
         SampleStore other(directory.path());
         ASSERT_TRUE(other.open());
@@ -47,7 +51,7 @@ TEST_F(SqliteObjectStoreTest, KeepsRecordsPendingWhileItCannotBeWritten) {
 }
 
 TEST_F(SqliteObjectStoreTest, IsNotEmptiedByCuttingWhileAnotherProgramHasItOpen) {
-    ASSERT_TRUE(store.addAll(test::range(0, 300)));
+    ASSERT_TRUE(store.addAll(range(0, 300)));
     {
         SampleStore other(directory.path());
         ASSERT_TRUE(other.open());
@@ -59,7 +63,7 @@ TEST_F(SqliteObjectStoreTest, IsNotEmptiedByCuttingWhileAnotherProgramHasItOpen)
 }
 
 TEST_F(SqliteObjectStoreTest, IsScrubbedByCuttingOnlyWhileNothingIsStored) {
-    const auto deleted = test::range(0, 300);
+    const auto deleted = range(0, 300);
     for (const bool refilled : {true, false}) {
         ASSERT_TRUE(store.addAll(deleted) && store.removeAll());
         if (refilled)
@@ -75,59 +79,46 @@ TEST_F(SqliteObjectStoreTest, IsScrubbedByCuttingOnlyWhileNothingIsStored) {
     }
 }
 
-/// What a store holds afterwards.
-std::vector<int> removeAllButPending(SampleStore& store) {
-    store.insert(3);
-    return store.removeAll() ? std::vector{3} : std::vector{0, 1, 2, 3};
-}
-
 TEST(SqliteObjectStore, LosesAndRepeatsNothingWhicheverCallFails) {
+    using Numbers = std::vector<int>;
     const TemporaryDirectory original;
     {
         SampleStore store(original.path());
         ASSERT_TRUE(store.open() && store.addAll({0, 1, 2}));
     }
-    struct Operation {
-        const char* what;
-        std::function<std::vector<int>(SampleStore&)> run;  ///< returns the samples that must be there afterwards
+    const auto removeAll = [](SampleStore& store) {
+        store.insert(3);
+        return store.removeAll() ? Numbers{3} : Numbers{0, 1, 2, 3};
     };
-    for (const Operation& operation : {
-             Operation{"save one",
-                       [](SampleStore& store) {
-                           std::ignore = store.add(3);
-                           return std::vector{0, 1, 2, 3};
-                       }},
-             Operation{"save several",
-                       [](SampleStore& store) {
-                           std::ignore = store.addAll({3, 4, 5, 6});
-                           return std::vector{0, 1, 2, 3, 4, 5, 6};
-                       }},
-             Operation{"fetch and count",
-                       [](SampleStore& store) {
-                           const std::vector all{0, 1, 2, 3};
-                           store.insert(3);
-                           EXPECT_EQ(store.count().value_or(4), 4);
-                           EXPECT_EQ(store.numbers().value_or(all), all);
-                           return all;
-                       }},
-             Operation{"delete", removeAllButPending},
-             Operation{"delete and scrub",
-                       [](SampleStore& store) {
-                           const auto left = removeAllButPending(store);
-                           store.context().scrub();
-                           return left;
-                       }},
-         }) {
+    // Each returns the samples that must be there afterwards.
+    const std::map<std::string, std::function<Numbers(SampleStore&)>> operations{
+        {"save one", [](SampleStore& store) { return std::ignore = store.add(3), Numbers{0, 1, 2, 3}; }},
+        {"save several", [](SampleStore& store) { return std::ignore = store.addAll({3, 4}), Numbers{0, 1, 2, 3, 4}; }},
+        {"fetch and count",
+         [](SampleStore& store) {
+             const Numbers all{0, 1, 2, 3};
+             store.insert(3);
+             EXPECT_EQ(store.count().value_or(4), 4);
+             EXPECT_EQ(store.numbers().value_or(all), all);
+             return all;
+         }},
+        {"delete", removeAll},
+        {"delete and scrub", [&](SampleStore& store) {
+             auto left = removeAll(store);
+             store.context().scrub();
+             return left;
+         }}};
+    for (const auto& [name, operation] : operations) {
         bool reached = true;
         for (int call = 1; reached && !HasFailure(); ++call) {
-            SCOPED_TRACE(std::string(operation.what) + ", call " + std::to_string(call));
+            SCOPED_TRACE(name + ", call " + std::to_string(call));
             const TemporaryDirectory directory;
             std::filesystem::copy(original.path(), directory.path());
             test::FaultyVfs vfs;
             SampleStore store(directory.path(), vfs.name());
             ASSERT_TRUE(store.open());
             vfs.failCall(call);
-            std::vector<int> expected = operation.run(store);
+            Numbers expected = operation(store);
             reached = vfs.reached();
             vfs.heal();
 
@@ -143,6 +134,151 @@ TEST(SqliteObjectStore, LosesAndRepeatsNothingWhicheverCallFails) {
             EXPECT_EQ(test::leavesTrace(directory.path(), {0, 1, 2}), expected.front() == 0);
         }
     }
+}
+
+TEST(SqliteObjectStore, OpensAfterAnyFailureWhileItWasCreated) {
+    bool reached = true;
+    for (int call = 1; reached; ++call) {
+        SCOPED_TRACE(call);
+        const TemporaryDirectory directory;
+        test::FaultyVfs vfs;
+        vfs.failCall(call);
+        std::ignore = SampleStore(directory.path(), vfs.name()).open();
+        reached = vfs.reached();
+        vfs.heal();
+        SampleStore store(directory.path(), vfs.name());
+        ASSERT_TRUE(store.open() && store.add(1));
+        EXPECT_THAT(*store.numbers(), ElementsAre(1));
+    }
+}
+
+TEST(SqliteObjectStore, WaitsForAProcessThatIsJustCreatingIt) {
+    const TemporaryDirectory directory;
+    auto creator = std::make_unique<test::OtherProgram>(directory.path() / SampleStore::fileName);
+    creator->beginToWrite();
+    const std::jthread creating([&] {
+        std::this_thread::sleep_for(50ms);
+        creator.reset();
+    });
+    EXPECT_TRUE(SampleStore(directory.path()).open());
+}
+
+/// As a killed process leaves a store: the records are in the log.
+void fillLog(const path& directory, int samples) {
+    const auto work = [&](int) -> int {
+        SampleStore store(directory);
+        _exit(store.open() && store.addAll(range(0, samples)) ? 0 : 1);
+    };
+    ASSERT_EQ(test::ChildProcess(work).wait(), 0);
+}
+
+void overwrite(const path& file, std::uintmax_t offset, std::uintmax_t count) {
+    std::fstream stream(file, std::ios::binary | std::ios::in | std::ios::out);
+    stream.seekp(static_cast<std::streamoff>(offset)) << std::string(count, 'x');
+}
+
+void overwriteFromThirdPage(const path& file) {
+    overwrite(file, 2 * pageSize, std::filesystem::file_size(file) - 2 * pageSize);
+}
+
+/// Changes of another program to the tables.
+auto sql(const char* statements) {
+    return [statements](const path& file) { test::OtherProgram(file).run(statements); };
+}
+
+TEST(SqliteObjectStore, NamesADamagedFileAndLeavesItAsItIs) {
+    struct Damage {
+        const char* what;
+        int samples;
+        std::function<void(const path& file)> cause;
+    };
+    // The index beside the log is SQLite's own and is made anew by every process.
+    const auto contentsWithoutIndex = [](const path& directory) {
+        std::map<path, std::string> contents;
+        for (const auto& entry : std::filesystem::directory_iterator(directory))
+            if (!entry.path().native().ends_with("-shm")) contents.emplace(entry, contentsOf(entry));
+        return contents;
+    };
+    for (const auto& [what, samples, cause] : {
+             Damage{"garbage", 0, [](const path& file) { writeFile(file, std::string(100'000, 'g')); }},
+             Damage{"short garbage", 0, [](const path& file) { writeFile(file, "gg"); }},
+             Damage{"cut off", 1000,
+                    [](const path& file) {
+                        std::filesystem::resize_file(file, std::filesystem::file_size(file) - 2 * pageSize);
+                    }},
+             Damage{"emptied beside a log", 0,
+                    [](const path& file) {
+                        fillLog(file.parent_path(), 10);
+                        writeFile(file, "s");
+                    }},
+             Damage{"damaged beside a log", 1000,
+                    [](const path& file) {
+                        fillLog(file.parent_path(), 1);
+                        overwriteFromThirdPage(file);
+                    }},
+             Damage{"damaged tables", 10, [](const path& file) { overwrite(file, 100, 1000); }},
+             Damage{"damaged records", 10, overwriteFromThirdPage},
+             Damage{"other tables", 0, sql("CREATE TABLE a(b)")},
+             Damage{"a column more", 1, sql("ALTER TABLE DataEntry ADD COLUMN more")},
+             Damage{"a view in place of the table", 1,
+                    sql("ALTER TABLE DataEntry RENAME TO x; CREATE VIEW DataEntry AS SELECT * FROM x")},
+             Damage{"an empty place to remember a scrub", 1, sql("DELETE FROM _scrub")},
+             Damage{"another place to remember a scrub", 1, sql("ALTER TABLE _scrub DROP COLUMN scrubbed")},
+             Damage{"a directory", 0, [](const path& file) { std::filesystem::create_directory(file); }},
+         }) {
+        SCOPED_TRACE(what);
+        const TemporaryDirectory directory;
+        const auto file = directory.path() / SampleStore::fileName;
+        if (samples > 0) {
+            SampleStore store(directory.path());
+            ASSERT_TRUE(store.open() && store.addAll(range(0, samples)));
+        }
+        cause(file);
+        const auto before = contentsWithoutIndex(directory.path());
+        {
+            const auto opened = SampleStore(directory.path()).open();
+            ASSERT_FALSE(opened);
+            EXPECT_THAT(opened.error().description, HasSubstr(file.native()));
+            EXPECT_THAT(opened.error().userInfo, HasSubstr(file.native()));
+        }
+        auto after = contentsWithoutIndex(directory.path());
+        std::erase_if(after, [&](const auto& entry) { return !before.contains(entry.first); });
+        EXPECT_TRUE(after == before);
+    }
+}
+
+TEST(SqliteObjectStore, CannotBeOpenedInADirectoryThatIsMissingOrCannotBeWritten) {
+    const auto fails = [](const path& directory) {
+        const auto opened = SampleStore(directory).open();
+        return !opened && opened.error().description.contains(SampleStore::fileName);
+    };
+    const TemporaryDirectory directory;
+    EXPECT_TRUE(fails(directory.path() / "missing"));
+    fillLog(directory.path(), 10);
+    test::ChildProcess child([&](int) {
+        const test::ReadOnlyDirectory readOnly(directory.path());
+        return fails(directory.path()) ? 0 : 1;
+    });
+    EXPECT_EQ(child.wait(), 0);
+    SampleStore store(directory.path());
+    ASSERT_TRUE(store.open());
+    EXPECT_EQ(store.count(), 10);
+}
+
+TEST(SqliteObjectStore, FailsAFetchThatMeetsDamage) {
+    const TemporaryDirectory directory;
+    const auto file = directory.path() / SampleStore::fileName;
+    {
+        auto shortOnes = range(0, 2000);  // many to a page
+        std::ranges::for_each(shortOnes, [](int& number) { number *= 7; });
+        SampleStore store(directory.path());
+        ASSERT_TRUE(store.open() && store.addAll(shortOnes));
+    }
+    overwrite(file, std::filesystem::file_size(file) / 2 / pageSize * pageSize, pageSize);
+    SampleStore store(directory.path());
+    ASSERT_TRUE(store.open());
+    EXPECT_EQ(store.count(), 2000);
+    EXPECT_THAT(store.numbers().error().description, HasSubstr(file.native()));
 }
 
 }  // namespace
