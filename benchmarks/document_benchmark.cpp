@@ -15,8 +15,8 @@ namespace tarvex::benchmarks {
 
 namespace {
 
-// Uses as much memory as the document and gives it back. The host of a virtual machine may have taken what nobody used:
-// without this, what comes next would measure how fast it is given again.
+// Uses as much memory as the document and gives it back. The host of a virtual machine may have taken unused
+// memory: without this, the next figure would measure how fast it is given back.
 void warmMemory() {
     constexpr std::size_t amount = std::size_t{256} << 20U;
     platform::ByteBuffer buffer;
@@ -43,7 +43,7 @@ void documentTarvex(benchmark::State& state) {
     }
 }
 
-// What remains when nothing is validated: stepping, copying, framing.
+// The floor: stepping, copying and framing without any validation.
 void documentCopyAndFraming(benchmark::State& state) {
     BenchmarkDirectory directory;
     directory.takeManyRecords();

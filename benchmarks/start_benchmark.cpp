@@ -32,7 +32,7 @@ void useTarvex(const std::filesystem::path& directory) {
     if (Client::shared().trackingDataCount() != manyRecords) _exit(1);
 }
 
-// The same two files, opened and asked the same questions.
+// The same two files, opened and read by the same queries.
 void useSqlite(const std::filesystem::path& directory) {
     const Database defaults = openByHand(directory / "UserDefaults.sqlite");
     const Statement user = prepare(defaults.get(), "SELECT value FROM user_defaults WHERE key = 'userID'");

@@ -19,7 +19,8 @@ public:
         bool fitsModel = true;
     };
 
-    explicit ScriptedObjectStore(Script script = {}) : script_(std::move(script)) {}
+    ScriptedObjectStore() = default;
+    explicit ScriptedObjectStore(Script script) : script_(std::move(script)) {}
 
     bool fitsModel(const std::filesystem::path&) const override { return script_.fitsModel; }
     std::unique_ptr<platform::PersistentContainer> makeContainer(std::string_view) override {

@@ -30,7 +30,7 @@ public:
 
     // Copies, as the record holds them now; absent where nothing was set.
 
-    std::optional<Uuid> id() const;           ///< tells the record from all others
+    std::optional<Uuid> id() const;           ///< distinct for each record
     double timestamp() const;                 ///< seconds since 1970-01-01 00:00:00 UTC
     std::optional<std::string> type() const;  ///< `DataReader::id` of the reader that took the sample
     std::optional<Bytes> data() const;        ///< the sample's named numbers

@@ -14,7 +14,7 @@ namespace tarvex {
 
 namespace {
 
-/// Of a deletion that nobody waits for. Samples are stored in between.
+/// Patience of the deletion after an upload, which no caller waits for. Samples are stored in between.
 constexpr std::chrono::seconds deletionPatience{10};
 
 Client::Result outcome(const std::optional<platform::UrlResponse>& response,

@@ -35,7 +35,7 @@ public:
         const std::lock_guard guard(mutex_);
         handingOver_ = waiting_ > 0;
         held_ = handingOver_;
-        lastInvited_ = lastPlace_;  // whoever comes from now on waits behind those
+        lastInvited_ = lastPlace_;  // later threads wait behind those
         if (handingOver_) handedOver_.notify_all();
     }
 
@@ -50,13 +50,13 @@ private:
         --waiting_;
     }
 
-    std::mutex mutex_;  // guards what follows, for moments only
+    std::mutex mutex_;  // guards the members below, for moments only
     std::condition_variable handedOver_;
     bool held_ = false;
     bool handingOver_ = false;
     int waiting_ = 0;
     std::uint64_t lastPlace_ = 0;
-    std::uint64_t lastInvited_ = 0;  // one of those up to here may take what is handed over
+    std::uint64_t lastInvited_ = 0;  // one of those up to here may take the mutex
 };
 
 }  // namespace tarvex

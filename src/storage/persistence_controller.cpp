@@ -18,9 +18,9 @@ namespace {
 using namespace std::chrono_literals;
 using Milliseconds = PersistenceController::Milliseconds;
 
-/// Of the host's calls that are no ticks.
+/// Patience of the host's calls that are no ticks.
 constexpr Milliseconds operationPatience = 1000ms;
-/// Of the first use: another process may be creating the store, or emptying the log of its last connection.
+/// Patience of the first use: another process may be creating the store, or emptying the log of its last connection.
 constexpr Milliseconds openingPatience = 5000ms;
 constexpr Milliseconds exitPatience = 250ms;
 
@@ -74,7 +74,7 @@ std::expected<platform::ManagedObjectContext*, platform::StoreError> Persistence
     return &container_->viewContext();
 }
 
-/// For what a host calls and waits for.
+/// For operations that a host calls and waits for.
 platform::ManagedObjectContext& PersistenceController::viewContextOrStop() {
     const auto context = viewContext(container_ ? operationPatience : openingPatience);
     if (!context) fatalStop("Unresolved error " + context.error().description + ", " + context.error().userInfo);
@@ -147,7 +147,7 @@ void PersistenceController::savePending(Milliseconds wait) {
 }
 
 void PersistenceController::deleteAllTrackingData(Milliseconds wait) {
-    // A failed deletion leaves the records, and nobody to tell.
+    // A failed deletion leaves the records; no caller could do more.
     if (!deleteRecords(wait)) return;
     // Between the two, a tick that waits stores its sample: it need not wait for the clean-up.
     const std::lock_guard lock(mutex_);

@@ -31,11 +31,11 @@ public:
     using Milliseconds = std::chrono::milliseconds;
     using SenderSource = std::function<std::optional<Sender>()>;
 
-    /// How long a tick of the host's main loop may wait: once for other threads, and once for other processes.
+    /// Longest wait of a tick of the host's main loop: once for other threads, and once for other processes.
     static constexpr Milliseconds tickPatience{20};
 
-    /// The one controller of the process, created on first use and never destroyed. When the process exits, what is
-    /// pending is written, if that is possible within half a second.
+    /// The one controller of the process, created on first use and never destroyed. When the process exits, pending
+    /// samples are written, if that is possible within half a second.
     static PersistenceController& shared();
 
     explicit PersistenceController(platform::Platform& platform);
@@ -45,15 +45,15 @@ public:
     /// written by the next commit that works.
     void saveTrackingData(const DataReader& reader, const ValueMap& data);
 
-    /// Commits what is pending; a failure is one line on standard output.
+    /// Commits pending samples, durably when it succeeds; a failure is one line on standard output.
     void saveChanges();
 
-    /// The same where something is pending; does not even open the store otherwise. Waits for other threads, and for
+    /// The same when a sample is pending; otherwise does not even open the store. Waits for other threads, and for
     /// other processes, for `wait` each.
     void savePending(Milliseconds wait = tickPatience);
 
-    /// Removes every stored record; pending ones stay. A failure is silent, and the records stay. While another process
-    /// holds the store, tries again for `wait`; in between, samples are stored.
+    /// Removes every stored record, durably; pending ones stay. A failure is silent, and the records stay. While
+    /// another process holds the store, tries again for `wait`; in between, samples are stored.
     void deleteAllTrackingData(Milliseconds wait = Milliseconds(1000));
 
     /// Stored and pending records; absent when counting fails.
@@ -92,7 +92,7 @@ private:
     bool contextHoldsPending_ = false;
 
     std::mutex waitingMutex_;      // held for moments only, also by a tick that does not get the lock
-    std::vector<Sample> waiting_;  // until whoever holds the lock next inserts them
+    std::vector<Sample> waiting_;  // until the next holder of the lock inserts them
 };
 
 }  // namespace tarvex

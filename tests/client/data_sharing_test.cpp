@@ -127,45 +127,35 @@ TEST_F(ShareTrackingData, UploadsAndDeletesWheneverTheHostGoesToTheBackground) {
     EXPECT_THAT(platform.backend->requests(), SizeIs(2)) << "nobody is left to upload";
 }
 
-/// The defaults' file, and what is wrong there.
-struct Place {
-    std::unique_ptr<platform::UserDefaults> open() {
-        return std::make_unique<platform::SqliteUserDefaults>([this] { return directory.path(); }, vfs.name());
-    }
-    void lock(const char* sql) { other.emplace(file).run(sql); }
-    void damage() {
-        kept = contentsOf(file);
-        writeFile(file, std::string(10'000, 'g'));
-    }
-    void mend() {
-        other.reset();
-        vfs.heal();
-        if (kept) writeFile(file, *kept);
-    }
-
-    TemporaryDirectory directory;
-    std::string file = directory.path() / "UserDefaults.sqlite";
-    test::FaultyVfs vfs;
-    std::optional<test::OtherProgram> other;
-    std::optional<std::string> kept;
-};
-
 TEST_F(ShareTrackingData, NamesOnlyAnIdentifierThatIsDurable) {
-    using Trouble = std::tuple<std::string, bool, std::function<void(Place&)>>;
+    using Damage = std::tuple<std::string, bool, std::function<std::shared_ptr<void>(test::FaultyVfs&, std::string)>>;
+    const auto lock = [](const char* sql) {
+        return [sql](test::FaultyVfs&, const std::string& file) {
+            auto other = std::make_shared<test::OtherProgram>(file);
+            other->run(sql);
+            return other;
+        };
+    };
+    const auto fail = [](test::FileCall call, int code) {
+        return [=](test::FaultyVfs& vfs, const std::string&) { return vfs.failEvery(call, code), nullptr; };
+    };
     storeSample(1);
-    const char* forItself = "PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE; CREATE TABLE held(x)";
-    for (const auto& [trouble, readable, cause] :
-         {Trouble{"another writes", true, [](Place& place) { place.lock("BEGIN IMMEDIATE"); }},
-          Trouble{"another locks it", false, [=](Place& place) { place.lock(forItself); }},
-          Trouble{"full disk", true, [](Place& place) { place.vfs.failEvery(test::FileCall::write, SQLITE_FULL); }},
-          Trouble{"forbidden", false, [](Place& place) { place.vfs.failEvery(test::FileCall::open, SQLITE_CANTOPEN); }},
-          Trouble{"damaged", false, [](Place& place) { place.damage(); }}}) {
+    for (const auto& [name, readable, cause] :
+         {Damage{"another program writes", true, lock("BEGIN IMMEDIATE")},
+          Damage{"another program locks it", false,
+                 lock("PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE; CREATE TABLE held(x)")},
+          Damage{"full disk", true, fail(test::FileCall::write, SQLITE_FULL)},
+          Damage{"forbidden", false, fail(test::FileCall::open, SQLITE_CANTOPEN)}}) {
         for (const auto& stored : std::vector<std::optional<std::string>>{std::nullopt, "participant 7", ""}) {
-            SCOPED_TRACE(trouble + stored.value_or(", nothing stored"));
-            Place place;
-            place.open()->setValueForKey(stored.value_or("none yet"), stored ? "userID" : "another");
-            cause(place);
-            platform->setUserDefaults(place.open());
+            SCOPED_TRACE(name + stored.value_or(", nothing stored"));
+            const TemporaryDirectory directory;
+            test::FaultyVfs vfs;
+            const auto open = [&] {
+                return std::make_unique<platform::SqliteUserDefaults>([&] { return directory.path(); }, vfs.name());
+            };
+            open()->setValueForKey(stored.value_or("none yet"), stored ? "userID" : "another");
+            auto damage = cause(vfs, directory.path() / "UserDefaults.sqlite");
+            platform->setUserDefaults(open());
             const auto start = std::chrono::steady_clock::now();
             for (int i = 0; i < 30 && !(stored && readable); ++i) {
                 share(true);
@@ -173,12 +163,14 @@ TEST_F(ShareTrackingData, NamesOnlyAnIdentifierThatIsDurable) {
                 EXPECT_EQ(recordsAtCallback, 1);
             }
             EXPECT_EQ(userID(*platform), readable ? stored : std::nullopt);
-            EXPECT_LT(std::chrono::steady_clock::now() - start, 2s) << "nobody waits again";
-            EXPECT_EQ(platform.backend->requests().size(), 0U);
-            place.mend();
+            EXPECT_LT(std::chrono::steady_clock::now() - start, 2s) << "only the first waits";
+            EXPECT_THAT(platform.backend->requests(), IsEmpty());
+            damage.reset();
+            vfs.heal();
             const std::string id = test::documentOf(store).userId;
             EXPECT_THAT(id, MatchesRegex(stored.value_or("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}")));
-            EXPECT_EQ(place.open()->durableStringForKey("userID"), id) << "in the next process";
+            EXPECT_EQ(open()->durableStringForKey("userID"), id) << "in the next process";
+            platform->setUserDefaults(std::make_unique<testing::MemoryUserDefaults>());
         }
     }
 }

@@ -8,6 +8,7 @@
 #include "platform/sqlite/sample_store.h"
 #include "prelude.h"
 #include "scripted_object_store.h"
+#include "sleeping_thread.h"
 #include "tarvex/data_entry.h"
 #include "test_platform.h"
 
@@ -49,7 +50,7 @@ protected:
         ASSERT_TRUE(container->viewContext().save().has_value());
     }
 
-    // What another process would upload: nothing that is pending.
+    // The samples that another process would upload: none that is pending.
     std::vector<TrackingData> committed() const {
         PersistenceController other(*platform);
         return test::documentOf(other).trackingData;
@@ -157,28 +158,18 @@ TEST_F(PersistenceControllerTest, ASampleWaitsNeitherForADeletionNorForAnUpload)
 TEST_F(PersistenceControllerTest, StoresNothingIntoFilesThatWereRemovedOrReplaced) {
     const auto data = file.parent_path();
     const auto backup = data.native() + ".backup";
-    struct Case {
-        const char* what;
-        std::function<void()> happens;
-        std::vector<double> found;
+    const auto remove = [&] { std::filesystem::remove_all(data); };
+    const auto removeFiles = [&] {
+        for (const char* suffix : {"", "-wal", "-shm"})
+            std::filesystem::remove(file.native() + suffix);
     };
-    for (const auto& [what, happens, found] :
-         {Case{"directory removed", [&] { std::filesystem::remove_all(data); }, {3}},
-          Case{"directory replaced",
-               [&] {
-                   std::filesystem::remove_all(data.native() + ".old");
-                   std::filesystem::rename(data, data.native() + ".old");
-                   std::filesystem::copy(backup, data);
-               },
-               {1, 3}},
-          Case{"files removed",
-               [&] {
-                   for (const char* suffix : {"", "-wal", "-shm"})
-                       std::filesystem::remove(file.native() + suffix);
-               },
-               {3}}}) {
-        SCOPED_TRACE(what);
-        std::filesystem::remove_all(data);
+    const auto replace = [&] {
+        remove();
+        std::filesystem::copy(backup, data);
+    };
+    using Case = std::pair<std::function<void()>, std::vector<double>>;
+    for (const auto& [happens, found] : {Case{remove, {3}}, Case{replace, {1, 3}}, Case{removeFiles, {3}}}) {
+        remove();
         storeSample(1);
         std::filesystem::remove_all(backup);
         std::filesystem::copy(data, backup);
@@ -234,23 +225,32 @@ TEST(PersistenceController, WritesWhatIsPendingWhenTheProcessExits) {
 }
 
 TEST_F(PersistenceControllerTest, TakesSamplesFromSeveralThreadsBesideDeletionsAndUploads) {
-    constexpr int samples = 40;
+    const auto storeAll = [this] {
+        for (int i = 0; i < 40; ++i)
+            storeSample(i);
+    };
     {
-        const auto storeAll = [this] {
-            for (int i = 0; i < samples; ++i)
-                storeSample(i);
-        };
         const std::jthread one(storeAll);
         const std::jthread other(storeAll);
         for (int i = 0; i < 5; ++i)
             EXPECT_TRUE(store.loadTrackingData(anySender).has_value());
     }
-    EXPECT_EQ(store.countTrackingData(), 2 * samples);
-    {
-        const std::jthread deleting([this] { store.deleteAllTrackingData(); });
-        EXPECT_TRUE(store.countTrackingData().has_value());
-    }
+    EXPECT_EQ(store.countTrackingData(), 80);
+    std::jthread([this] { store.deleteAllTrackingData(); }).join();
     EXPECT_EQ(store.countTrackingData(), 0);
+}
+
+TEST(FairMutex, GoesToTheThreadThatWaitsBeforeTheOneThatReleasedIt) {
+    FairMutex mutex;
+    bool hadIt = false;
+    mutex.lock();
+    const test::SleepingThread other([&] {
+        const std::lock_guard lock(mutex);
+        hadIt = true;
+    });
+    mutex.unlock();
+    const std::lock_guard lock(mutex);
+    EXPECT_TRUE(hadIt);
 }
 
 TEST_F(PersistenceControllerTest, NamesTheInstallationTheDeviceAndTheApplicationInAnUpload) {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "tarvex/export.h"
 
@@ -14,10 +15,22 @@ namespace tarvex::platform {
 /// Growing bytes for one large document.
 ///
 /// Reserve an upper bound: memory that is never written to is never taken, and a large buffer is backed by huge pages.
-/// Bytes behind `size()` may be written through `spare`, then kept with `extend`. Throws `std::bad_alloc`.
+/// Bytes behind `size()` may be written through `spare`, then kept with `extend`. Throws `std::bad_alloc`. Reentrant.
+/// A buffer that was moved from is empty, and can be used again.
 class TARVEX_EXPORT ByteBuffer {
 public:
     ByteBuffer() = default;
+    ByteBuffer(ByteBuffer&& other) noexcept
+        : bytes_(std::move(other.bytes_)),
+          size_(std::exchange(other.size_, 0)),
+          capacity_(std::exchange(other.capacity_, 0)) {}
+    ByteBuffer& operator=(ByteBuffer&& other) noexcept {
+        bytes_ = std::move(other.bytes_);
+        size_ = std::exchange(other.size_, 0);
+        capacity_ = std::exchange(other.capacity_, 0);
+        return *this;
+    }
+    ~ByteBuffer() = default;
 
     /// Makes room for `capacity` bytes in all, so that appending up to there moves nothing.
     void reserve(std::size_t capacity);
@@ -41,9 +54,9 @@ public:
         if (capacity_ - size_ < count) grow(size_ + count);
         return {bytes_.get() + size_, capacity_ - size_};
     }
-    /// Keeps the first `count` bytes of what `spare` gave.
+    /// Adds the first `count` bytes of the last `spare` to the contents.
     void extend(std::size_t count) noexcept { size_ += count; }
-    /// Drops what lies behind the first `size` bytes, which are at most `size()`.
+    /// Drops the bytes behind the first `size`, which is at most `size()`.
     void truncate(std::size_t size) noexcept { size_ = size; }
 
 private:

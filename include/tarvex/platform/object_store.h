@@ -107,7 +107,7 @@ public:
     /// The same context on every call; used once the store is open, and owned by the container.
     virtual ManagedObjectContext& viewContext() = 0;
 
-    /// How long each later operation, of the container and of its context, waits for other connections at most. By
+    /// Sets how long each later operation, of the container and of its context, waits for other connections at most. By
     /// default an implementation waits as it sees fit.
     virtual void waitAtMost(std::chrono::milliseconds /*wait*/) {}
 };

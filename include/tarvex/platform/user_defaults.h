@@ -26,7 +26,7 @@ public:
     /// The string that is stored durably under the key; absent when there is none. While the store cannot be read, or
     /// the string still waits to be written, the error is a sentence with the key or the file.
     ///
-    /// By default what `stringForKey` has, for a store that keeps every write.
+    /// By default the result of `stringForKey`, for a store that keeps every write.
     virtual std::expected<std::optional<std::string>, std::string> durableStringForKey(std::string_view key) const {
         return stringForKey(key);
     }

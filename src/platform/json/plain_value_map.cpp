@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t longestNumber = 300;  // this many digits are finite
 
-// Printable ASCII but what ends a name, escapes, or ends the map.
+// Printable ASCII without the bytes that end a name, escape, or end the map.
 constexpr std::array<bool, 256> plainBytes = [] {
     std::array<bool, 256> plain{};
     for (std::size_t byte = ' '; byte < 0x7F; ++byte)
@@ -18,7 +18,7 @@ constexpr std::array<bool, 256> plainBytes = [] {
     return plain;
 }();
 
-// Where the reading stands. Nothing goes past a closing brace: the one at the end of the text bounds it all.
+// The place of the reading. No step passes a closing brace: the one at the end of the text bounds them all.
 class Cursor {
 public:
     explicit Cursor(const char* begin) : at_(begin) {}

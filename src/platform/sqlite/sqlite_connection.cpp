@@ -45,7 +45,7 @@ std::unexpected<StoreError> systemError(const std::filesystem::path& path) {
     return std::unexpected(std::move(error));
 }
 
-/// As SQLite sees it, which takes a file of one byte for an empty one.
+/// Like SQLite, takes a file of one byte for an empty one.
 bool isMissingOrEmpty(const std::filesystem::path& path) {
     std::error_code missing;
     const auto size = std::filesystem::file_size(path, missing);
@@ -82,7 +82,7 @@ std::string_view columnText(sqlite3_stmt* row, int column) {
 std::expected<std::unique_ptr<SqliteConnection>, StoreError> SqliteConnection::open(const std::filesystem::path& path,
                                                                                     const char* vfs,
                                                                                     std::chrono::milliseconds wait) {
-    // SQLite deletes a log whose database is empty, and with it what an emptied database may still be rescued from.
+    // SQLite deletes a log whose database is empty, and with it the records that could be rescued from the log.
     // The log is looked at first: a process that is just creating both makes it last.
     if (!isMissingOrEmpty(path.native() + "-wal") && isMissingOrEmpty(path))
         return std::unexpected(describe(path, "database is empty but its log is not", SQLITE_CORRUPT));

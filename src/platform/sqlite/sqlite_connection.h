@@ -48,7 +48,7 @@ public:
                                                                              std::chrono::milliseconds wait);
 
     /// Makes every later commit durable when it returns (write-ahead log, synced), lets rebuilt pages carry nothing of
-    /// what was deleted, and keeps temporary data in memory.
+    /// deleted records, and keeps temporary data in memory.
     [[nodiscard]] std::expected<void, StoreError> configure();
 
     /// From now on the last connection that closes moves the log into the database. Before, a file that turns out to be
@@ -66,7 +66,7 @@ public:
     /// The first column of the only row of `sql`.
     [[nodiscard]] std::expected<std::int64_t, StoreError> integer(std::string_view sql) const;
 
-    /// How long the following calls wait for other connections, all together.
+    /// Sets how long the following calls wait for other connections, all together.
     void waitAtMost(std::chrono::milliseconds wait) noexcept { patience_ = wait; }
 
     /// The failure of the last call, with the file's name.

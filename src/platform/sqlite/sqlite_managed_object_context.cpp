@@ -30,7 +30,7 @@ std::size_t byteCount(const ManagedObject& object) {
            (object.data ? object.data->size() : 0);
 }
 
-/// On a full disk, a transaction finds no room for what it would write.
+/// True on a full disk, where a transaction finds no room.
 bool mayCutFiles(const StoreError& error) {
     return error.cause == StoreError::Cause::noRoom;
 }
@@ -94,8 +94,8 @@ std::expected<SqliteManagedObjectContext::Database*, StoreError> SqliteManagedOb
     return database();
 }
 
-/// Before records are read or deleted: those of a file that somebody has removed are nobody's. A count, which is made
-/// all the time, notices with the next sample.
+/// Before records are read or deleted: those of a removed file are gone. A count, which hosts make all the time,
+/// notices with the next sample.
 void SqliteManagedObjectContext::leaveIfMoved() {
     if (database_ && database_->connection->hasMoved()) leave();
 }

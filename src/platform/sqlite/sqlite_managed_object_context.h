@@ -18,8 +18,8 @@ namespace tarvex::platform {
 /// The records of one database. Pending ones are in memory alone, never in an open transaction: nothing of them is in
 /// the way of another process.
 ///
-/// When the database's file is removed or replaced by somebody else, the next operation opens it again, and makes it
-/// where it is missing: records are never stored into a file that nobody will find.
+/// When the database's file is removed or replaced by another program, the next operation opens it again, and makes it
+/// when it is missing: records are never stored into a file that has no name any more.
 class SqliteManagedObjectContext final : public ManagedObjectContext {
 public:
     /// `file` returns the path whenever the database is opened. `vfs` names SQLite's file system; null is the system's
@@ -29,7 +29,7 @@ public:
     /// Called before any other operation; see `PersistentContainer::loadPersistentStores`.
     [[nodiscard]] std::expected<void, StoreError> open();
 
-    /// How long an operation waits for other connections: a second by default, an opening five.
+    /// Sets how long an operation waits for other connections: a second by default, an opening five.
     void waitAtMost(std::chrono::milliseconds wait);
 
     std::shared_ptr<ManagedObject> insertNewObject(std::string_view entityName) override;

@@ -102,7 +102,7 @@ const SqliteUserDefaults::Value* SqliteUserDefaults::unwritten(std::string_view 
     return onlyIfAbsent && stored && std::holds_alternative<std::string>(*stored) ? nullptr : &value;
 }
 
-/// What the file holds, once the rest has been written, or could not be.
+/// The value in the file, after a try to write the unwritten ones.
 std::expected<std::optional<SqliteUserDefaults::Value>, StoreError> SqliteUserDefaults::read(
     std::string_view key) const {
     auto written = open();
@@ -189,7 +189,7 @@ std::expected<void, StoreError> SqliteUserDefaults::open() const {
     if (connection_ && !moved) return {};
     connection_.reset();
     const auto file = directory_() / "UserDefaults.sqlite";
-    // Whoever removes the file takes back what it held. One that cannot be looked at may still be the same.
+    // The values of a removed file are taken back. A file that cannot be examined may still be the same.
     std::error_code unknown;
     if (const bool exists = std::filesystem::exists(file, unknown); !unknown && (moved || !exists)) lastKnown_.clear();
     auto connection = SqliteConnection::open(file, vfs_, patient_ ? openingPatience : 0ms);
@@ -205,7 +205,7 @@ std::expected<void, StoreError> SqliteUserDefaults::open() const {
 void SqliteUserDefaults::finish(const std::expected<void, StoreError>& outcome) const {
     patient_ = outcome.has_value();
     if (outcome) return;
-    // By the next use the file may be writable. Otherwise it stays open: what it holds can be read.
+    // By the next use the file may be writable. Otherwise it stays open: it can be read.
     if (connection_ && connection_->readOnly()) connection_.reset();
     warning_.log("user defaults are kept in memory for now: " + outcome.error().description);
 }

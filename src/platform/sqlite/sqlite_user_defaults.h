@@ -18,15 +18,15 @@ namespace tarvex::platform {
 
 /// User defaults in a database of their own, `UserDefaults.sqlite`, which is opened at the first use.
 ///
-/// Every read goes to the file that lies in its place: one that was removed is made again, empty. A read that fails is
-/// answered with what was last read or written. What cannot be written is kept in memory, is read back from there, and
-/// is tried again at every read and write; the first failure is logged as a warning.
+/// Every read goes to the file that lies in its place: one that was removed is made again, empty. A read that fails
+/// returns the value that was last read or written. A value that cannot be written is kept in memory, is read back from
+/// there, and is tried again at every read and write; the first failure is logged as a warning.
 ///
-/// An operation waits 50 ms for other processes, one that opens the file 100 ms; after one that failed nobody waits
-/// until one succeeds.
+/// An operation waits 50 ms for other processes, one that opens the file 100 ms; after a failure none waits until
+/// one succeeds.
 class SqliteUserDefaults final : public UserDefaults {
 public:
-    /// `directory` is asked for the place of the file when it is opened; it has made that directory when it returns.
+    /// `directory` returns the place of the file whenever it is opened, and has made that directory then.
     /// `vfs` names SQLite's file system; null is the system's own.
     explicit SqliteUserDefaults(std::function<std::filesystem::path()> directory, const char* vfs = nullptr);
 

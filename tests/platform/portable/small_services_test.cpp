@@ -35,7 +35,10 @@ TEST(ByteBuffer, KeepsItsContentsWhileItGrows) {
     buffer.reserve(std::size_t{64} << 20U);
     EXPECT_EQ(buffer.view(), expected);
     EXPECT_THROW(buffer.reserve(std::size_t{1} << 62U), std::bad_alloc);
-    EXPECT_EQ(buffer.view(), expected);
+    const ByteBuffer taken = std::move(buffer);
+    EXPECT_EQ(taken.view(), expected);
+    buffer.append("again");
+    EXPECT_EQ(buffer.view(), "again");
 }
 
 TEST(SceneNode, PlacesNodesInTheWorldThroughTheirParents) {

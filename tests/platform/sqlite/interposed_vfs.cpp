@@ -111,7 +111,7 @@ InterposedVfs::InterposedVfs(bool syncs)
       name_("interposed-" + std::to_string(reinterpret_cast<std::uintptr_t>(this))),
       syncs_(syncs),
       vfs_(*real_) {
-    // What is copied from the real one and not replaced here has no file: time, randomness, full paths.
+    // The functions that are copied and not replaced have no file: time, randomness, full paths.
     vfs_.iVersion = 1;
     vfs_.szOsFile = static_cast<int>(sizeof(File)) + real_->szOsFile;
     vfs_.zName = name_.c_str();

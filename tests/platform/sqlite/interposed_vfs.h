@@ -9,7 +9,7 @@ namespace tarvex::test {
 enum class FileCall : std::uint8_t { open, remove, read, write, truncate, sync, size, lock, sharedMap, sharedLock };
 
 /// SQLite's own file system on real files, with a place to step in before each call. Temporary files, which would keep
-/// what was deleted, it refuses. Registered while it lives; outlives the connections that use it.
+/// deleted records, it refuses. Registered while it lives; outlives the connections that use it.
 class InterposedVfs {
 public:
     virtual ~InterposedVfs() { sqlite3_vfs_unregister(&vfs_); }

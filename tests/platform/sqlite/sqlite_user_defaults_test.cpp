@@ -5,7 +5,6 @@
 #include "child_process.h"
 #include "client/sender.h"
 #include "prelude.h"
-#include "read_only_directory.h"
 #include "recorded_log.h"
 #include "sample_store.h"
 #include "tarvex/platform/platform.h"
@@ -53,7 +52,7 @@ TEST_F(UserDefaultsFile, KeepsValuesAcrossProcesses) {
     EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0600));
 }
 
-TEST_F(UserDefaultsFile, TellsBoolsFromStringsAndReadsAStringAsABoolLikeThePhonePlatform) {
+TEST_F(UserDefaultsFile, DistinguishesBoolsFromStringsAndReadsAStringAsABool) {
     const auto inFile = open();
     testing::MemoryUserDefaults inMemory;
     for (UserDefaults* defaults : {static_cast<UserDefaults*>(inFile.get()), static_cast<UserDefaults*>(&inMemory)}) {
@@ -92,18 +91,17 @@ TEST_F(UserDefaultsFile, AgreesOnOneIdentifierWhenProcessesRace) {
 
 TEST_F(UserDefaultsFile, ServesThreads) {
     const auto defaults = open();
-    std::deque<std::jthread> threads;
-    for (const char name : {'a', 'b', 'c', 'd'})
-        threads.emplace_back([&defaults, name] {
-            for (std::size_t i = 1; i < 10; ++i)
-                defaults->setValueForKey(true, std::string(i, name));
-        });
-    threads.clear();
-    for (std::size_t i = 0; i < 36; ++i)
-        EXPECT_TRUE(defaults->boolForKey(std::string(i % 9 + 1, "abcd"[i / 9])));
+    const auto writeAndRead = [&defaults](char name) {
+        for (std::size_t i = 1; i < 10; ++i) {
+            defaults->setValueForKey(true, std::string(i, name));
+            EXPECT_TRUE(defaults->boolForKey(std::string(i, name)));
+        }
+    };
+    const std::jthread one(writeAndRead, 'a');
+    const std::jthread other(writeAndRead, 'b');
 }
 
-TEST_F(UserDefaultsFile, RemembersWhatItCannotWriteAndTriesAgainAtEveryRead) {
+TEST_F(UserDefaultsFile, KeepsUnwrittenValuesAndTriesAgainAtEveryRead) {
     const auto defaults = open(vfs.name());
     defaults->setValueForKey(false, "consent");
     const test::RecordedLog log;
@@ -123,7 +121,7 @@ TEST_F(UserDefaultsFile, RemembersWhatItCannotWriteAndTriesAgainAtEveryRead) {
     EXPECT_EQ(other->stringForKey("userID"), "theirs");
 }
 
-TEST_F(UserDefaultsFile, AnswersAReadThatFailsWithWhatWasThereLast) {
+TEST_F(UserDefaultsFile, ReturnsTheLastKnownValueWhileReadsFail) {
     const auto defaults = open(vfs.name());
     defaults->setValueForKey("participant 7", "userID");
     EXPECT_FALSE(defaults->boolForKey("changed"));
