@@ -93,6 +93,10 @@ TEST_F(PersistenceControllerTest, StoresEachSampleAsARecordOfItsOwn) {
     EXPECT_EQ(records[1].timestamp, 1700000001.5);
     EXPECT_EQ(test::OtherProgram(file).run("SELECT count(DISTINCT id) FROM DataEntry"), "2");
     store.deleteAllTrackingData();
+    const auto anyByteIsLeft = [&](int) {
+        return (contentsOf(file) + contentsOf(file.native() + "-wal")).contains("leftEye") ? 1 : 0;
+    };
+    EXPECT_EQ(test::ChildProcess(anyByteIsLeft).wait(), 0);
     EXPECT_EQ(store.countTrackingData(), 0);
 }
 
