@@ -145,7 +145,12 @@ TEST_F(ShareTrackingData, NamesOnlyAnIdentifierThatIsDurable) {
           Damage{"another program locks it", false,
                  lock("PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE; CREATE TABLE held(x)")},
           Damage{"full disk", true, fail(test::FileCall::write, SQLITE_FULL)},
-          Damage{"forbidden", false, fail(test::FileCall::open, SQLITE_CANTOPEN)}}) {
+          Damage{"forbidden", false, fail(test::FileCall::open, SQLITE_CANTOPEN)},
+          Damage{"damaged", false, [](test::FaultyVfs&, const std::string& file) {
+                     auto mend = [file, kept = contentsOf(file)](void*) { writeFile(file, kept); };
+                     writeFile(file, std::string(10'000, 'g'));
+                     return std::shared_ptr<void>(nullptr, std::move(mend));
+                 }}}) {
         for (const auto& stored : std::vector<std::optional<std::string>>{std::nullopt, "participant 7", ""}) {
             SCOPED_TRACE(name + stored.value_or(", nothing stored"));
             const TemporaryDirectory directory;
