@@ -12,8 +12,8 @@ namespace tarvex {
 
 /// The upload of the whole store, on request and whenever the host goes to the background.
 ///
-/// Thread-bound. Owned by a shared pointer: an upload holds it until its outcome has been handled on the delivery thread,
-/// the background observer does not.
+/// Thread-bound. Owned by a shared pointer: an upload holds it until its outcome has been handled on the delivery
+/// thread, the background observer does not.
 class DataSharing : public std::enable_shared_from_this<DataSharing> {
 public:
     DataSharing(platform::Platform& platform, PersistenceController& store, std::string_view endpoint);

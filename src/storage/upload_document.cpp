@@ -52,9 +52,9 @@ bool UploadDocument::encodeType(std::string_view type) {
 
 std::optional<platform::ByteBuffer> UploadDocument::finish(const Sender& sender) {
     bytes_.append(']');
-    for (const auto& [key, text] : {std::pair(Document::userId, &sender.userId),
-                                    std::pair(Document::device, &sender.device),
-                                    std::pair(Document::applicationIdentifier, &sender.applicationIdentifier)}) {
+    for (const auto& [key, text] :
+         {std::pair(Document::userId, &sender.userId), std::pair(Document::device, &sender.device),
+          std::pair(Document::applicationIdentifier, &sender.applicationIdentifier)}) {
         bytes_.append(member(',', key));
         platform::appendJsonString(*text, bytes_);
     }
