@@ -59,8 +59,4 @@ std::shared_ptr<platform::FaceTrackingSceneView> CameraFaceTracking::makeSceneVi
     return std::make_shared<CameraSceneView>(capture_);
 }
 
-void addTo(platform::Platform& platform, Options options) {
-    platform.setFaceTracking(std::make_unique<CameraFaceTracking>(std::move(options)));
-}
-
 }  // namespace tarvex::camera

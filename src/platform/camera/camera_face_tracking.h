@@ -1,6 +1,5 @@
 #pragma once
 
-
 #include <memory>
 
 #include "platform/camera/capture/camera_capture.h"

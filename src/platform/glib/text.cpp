@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "platform/shared/handle.h"
-
 namespace tarvex::platform {
 namespace {
 
@@ -36,12 +34,6 @@ std::vector<std::string> messageLanguages() {
         if (language != languages.back()) languages.push_back(language);
     }
     return languages;
-}
-
-std::string sha256(std::string_view bytes) {
-    const Handle<gchar, g_free> digest(
-        g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(bytes.data()), bytes.size()));
-    return digest.get();
 }
 
 }  // namespace tarvex::platform

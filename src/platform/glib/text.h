@@ -14,7 +14,4 @@ bool isUtf8(std::string_view text);
 /// whatever LANGUAGE names, as with gettext. Never a path.
 std::vector<std::string> messageLanguages();
 
-/// The SHA-256 digest of `bytes` as 64 lowercase hexadecimal digits.
-std::string sha256(std::string_view bytes);
-
 }  // namespace tarvex::platform

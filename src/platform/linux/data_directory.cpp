@@ -9,7 +9,7 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/glib/text.h"
+#include "platform/glib/sha256.h"
 #include "platform/shared/own_file.h"
 #include "platform/shared/private_files.h"
 #include "tarvex/platform/diagnostics.h"
@@ -103,7 +103,7 @@ std::string safeFileName(std::string_view text) {
             name += percentEncoded(c);
     }
     if (name.size() <= maximumLength) return name;
-    const std::string end = "~" + sha256(text).substr(0, digestLength);
+    const std::string end = "~" + sha256Of(text).substr(0, digestLength);
     return name.substr(0, maximumLength - end.size()) + end;
 }
 

@@ -61,10 +61,10 @@ TEST(Json, RefusesWhatIsNoMapOfFiniteNumbers) {
     for (const auto* value : {R"("1")", "null", "true", "[1]", "{}", "1e999", "-1e999", "-", ".5", "NaN", "01", "1.",
                               "+1", "1,", "1 2", R"(1}{"b":2)", ""})
         EXPECT_EQ(appended(R"({"b":0,"a":)" + std::string(value) + "}"), std::nullopt) << value;
-    for (const auto& text :
-         {""s, "{"s, "[1]"s, "null"s, R"({"a":1)"s, R"({"a":1}})"s, R"({"a":1}x)"s, R"({"a"1})"s, R"({'a':1})"s,
-          "{\"a\":1}\0"s, "\xEF\xBB\xBF{\"a\":1}"s, "{\"\xFF\":1}"s, R"({"\ud800":1})"s, R"({"\x":1})"s,
-          "{\"a\nb\":1}"s, R"({"a":1]})"s, R"({"a":1}],[{})"s, R"({"a":1)" + std::string(400, '0') + "}", std::string(100'000, '[')})
+    for (const auto& text : {""s, "{"s, "[1]"s, "null"s, R"({"a":1)"s, R"({"a":1}})"s, R"({"a":1}x)"s, R"({"a"1})"s,
+                             R"({'a':1})"s, "{\"a\":1}\0"s, "\xEF\xBB\xBF{\"a\":1}"s, "{\"\xFF\":1}"s,
+                             R"({"\ud800":1})"s, R"({"\x":1})"s, "{\"a\nb\":1}"s, R"({"a":1]})"s, R"({"a":1}],[{})"s,
+                             R"({"a":1)" + std::string(400, '0') + "}", std::string(100'000, '[')})
         EXPECT_EQ(appended(text), std::nullopt) << text.substr(0, 40);
 }
 
