@@ -75,6 +75,11 @@ TEST(ViewDeathTest, HasOneParentAndIsNeverItsOwnAndBelongsToOneThread) {
     makeHeadlessView()->addSubview(other);
     first->addSubview(other);
     EXPECT_THAT(first->subviews(), ElementsAre(second, other)) << "the parent between is gone";
+    {
+        const auto lent = makeHeadlessView();
+        first->addSubview({lent.get(), [](View* /*not owned*/) {}});
+    }
+    EXPECT_THAT(first->subviews(), ElementsAre(second, other)) << "a lent view leaves its parent when it ends";
     EXPECT_DEBUG_DEATH(std::jthread([&] { child->addSubview(makeHeadlessView()); }).join(), "thread-bound");
 }
 
