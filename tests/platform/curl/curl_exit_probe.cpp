@@ -16,10 +16,8 @@
 
 namespace {
 
-using tarvex::Client;
-using tarvex::platform::CurlTransportOptions;
-using tarvex::platform::CurlUrlSession;
-using tarvex::platform::Platform;
+using namespace tarvex;
+using namespace tarvex::platform;
 
 std::string_view mode;
 std::latch exiting(1);
@@ -29,7 +27,7 @@ std::unique_ptr<CurlUrlSession> oldest;
 
 CurlTransportOptions options(const std::string& directory, const std::string& port) {
     if (mode.starts_with("resolver")) return {};
-    return {.trustedCertificatesPem = tarvex::test::contentsOf(directory + "/certificate.pem"),
+    return {.trustedCertificatesPem = test::contentsOf(directory + "/certificate.pem"),
             .connectTo = CurlTransportOptions::ConnectTo{TARVEX_BACKEND_HOST, 443, "127.0.0.1",
                                                          static_cast<std::uint16_t>(std::stoi(port))}};
 }
@@ -60,7 +58,7 @@ int hostThatShares(const std::string& directory, const std::string& port) {
     auto host = Platform::makeLinux({.dataDirectory = directory + "/data", .bundleDirectory = directory});
     host->setUrlSession(std::make_unique<CurlUrlSession>(options(directory, port)));
     if (!Platform::install(std::move(host))) return 3;
-    tarvex::PersistenceController::shared().saveTrackingData(tarvex::DataReader::ambientLight(1), {{"lux", 1e5}});
+    PersistenceController::shared().saveTrackingData(DataReader::ambientLight(1), {{"lux", 1e5}});
     shareAndWait();
     return std::atexit(&shareAndWait);
 }
@@ -84,9 +82,9 @@ int main(int, char** argv) {
     sigprocmask(SIG_BLOCK, &awaited, nullptr);
     oldest = std::make_unique<CurlUrlSession>(options(argv[2], argv[3]));
     std::atexit([] { exiting.count_down(); });
-    const auto body = tarvex::test::bodyOf(std::string(20'000'000, 'x'));
+    const auto body = test::bodyOf(std::string(20'000'000, 'x'));
     const std::chrono::milliseconds timeout(mode == "resolver-times-out" ? 200 : 60'000);
-    const auto request = tarvex::test::request(body, timeout, "https://" TARVEX_BACKEND_HOST "/tracking");
+    const auto request = test::request(body, timeout, "https://" TARVEX_BACKEND_HOST "/tracking");
     const auto task = oldest->dataTask(request, [request](const auto&, const auto&) {
         if (mode == "handler-exits") std::exit(0);
         writeReady();

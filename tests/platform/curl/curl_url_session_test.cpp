@@ -2,8 +2,6 @@
 
 #include <pthread.h>
 
-#include <csignal>
-
 #include "platform/curl/posted_request.h"
 #include "platform/curl/scripted_tls_server.h"
 #include "platform/curl/transfer_progress.h"
@@ -14,11 +12,8 @@ namespace {
 
 using collector::SelfSignedCertificate;
 using std::chrono::milliseconds;
-using test::bodyOf;
-using test::PostedRequest;
-using test::request;
-using test::TlsConnection;
-using Server = test::ScriptedTlsServer;
+using namespace test;
+using Server = ScriptedTlsServer;
 using Kind = Server::Kind;
 using Script = Server::Script;
 
@@ -59,13 +54,15 @@ Script answering(std::string text) {
     };
 }
 
-// Sends the piece again and again, until the client goes away.
-Script repeating(std::string first, std::string piece, milliseconds pause) {
+// Sends the piece again and again, until the client goes away, and counts how often.
+Script repeating(std::string first, std::string piece, milliseconds pause, std::size_t* times = nullptr) {
     return [=](TlsConnection& client) {
         readRequest(client);
         client.write(first);
-        while (client.write(piece))
+        for (std::size_t sent = 1; client.write(piece); ++sent) {
+            if (times != nullptr) *times = sent;
             std::this_thread::sleep_for(pause);
+        }
     };
 }
 
@@ -97,13 +94,9 @@ TEST(CurlUrlSession, SendsTheRequestByteForByteAndNothingElse) {
 }
 
 TEST(CurlUrlSession, DeliversTheStatusOfTheFinalAnswerOrCurlsErrorText) {
-    struct Case {
-        Script script;
-        int status;  // 0: none
-        const char* error;
-    };
+    using Case = std::tuple<Script, int, const char*>;
     const std::string filler = "X-Filler: " + std::string(1000, 'x') + "\r\n";
-    for (const Case& c :
+    for (const auto& [script, status, error] :
          {Case{answering("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello"), 200, ""},
           Case{answering("HTTP/1.1 200 OK\r\n\r\nas long as the connection"), 200, ""},
           Case{answering("HTTP/1.1 201 Created\r\nContent-Length: 0\r\n\r\n"), 201, ""},
@@ -117,64 +110,56 @@ TEST(CurlUrlSession, DeliversTheStatusOfTheFinalAnswerOrCurlsErrorText) {
           Case{answering("HTTP/1.1 101 Switching Protocols\r\n\r\nhello"), 0, "Server returned nothing"},
           Case{answering("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n1234"), 0, "5 bytes remaining to read"},
           Case{repeating("HTTP/1.1 200 OK\r\n", filler, 0ms), 0, "."}}) {
-        SCOPED_TRACE(std::to_string(c.status) + c.error);
-        const Server server(certificate(), c.script);
+        SCOPED_TRACE(std::to_string(status) + error);
+        const Server server(certificate(), script);
         const auto outcome = outcomeOf(server);
-        EXPECT_EQ(outcome.status.value_or(0), c.status);
-        EXPECT_EQ(outcome.hasResponse, c.status != 0);
-        EXPECT_THAT(outcome.error, ::testing::ContainsRegex(c.error));
-        EXPECT_EQ(outcome.error.empty(), c.status != 0);
+        EXPECT_EQ(outcome.status.value_or(0), status) << "0: none";
+        EXPECT_EQ(outcome.hasResponse, status != 0);
+        EXPECT_THAT(outcome.error, ::testing::ContainsRegex(error));
+        EXPECT_EQ(outcome.error.empty(), status != 0);
         EXPECT_EQ(server.clients(), 1) << "nothing is followed, and nothing is sent twice";
     }
 }
 
 TEST(CurlUrlSession, TalksOnlyToAServerAndAProxyWhoseCertificateAndProtocolAreRight) {
-    struct Case {
-        const char* what;
-        const char* host;  // none: the right one
-        SelfSignedCertificate::Validity validity;
-        bool trusted;
-        Kind kind;
-        const char* error;
-    };
+    using Validity = SelfSignedCertificate::Validity;
+    using Case = std::tuple<const char*, Validity, bool, Kind, const char*>;
     const TemporaryDirectory directory;
     const auto file = directory.path() / "certificate.pem";
     for (const bool proxy : {false, true}) {
-        for (const Case& c :
-             {Case{"right", nullptr, {}, true, Kind::current, ""},
-              Case{"wrong name", "other.example", {}, true, Kind::current, "no alternative certificate subject name"},
-              Case{"expired", nullptr, {-48h, -24h}, true, Kind::current, "certificate has expired"},
-              Case{"from tomorrow", nullptr, {24h, 48h}, true, Kind::current, "not yet valid"},
-              Case{"trusted by variables only", nullptr, {}, false, Kind::current, "self-signed certificate"},
-              Case{"old TLS", nullptr, {}, true, Kind::onlyTls11, "protocol version|unsupported protocol"}}) {
-            SCOPED_TRACE(std::string(c.what) + (proxy ? ", a proxy" : ", a server"));
-            const char* const right = proxy ? "localhost" : "backend.example";
-            const SelfSignedCertificate presented(c.host != nullptr ? c.host : right, c.validity);
+        const char* const right = proxy ? "localhost" : "backend.example";
+        for (const auto& [host, validity, trusts, kind, error] :
+             {Case{right, {}, true, Kind::current, ""},
+              Case{"other.example", {}, true, Kind::current, "no alternative certificate subject name"},
+              Case{right, {-48h, -24h}, true, Kind::current, "certificate has expired"},
+              Case{right, {24h, 48h}, true, Kind::current, "not yet valid"},
+              Case{right, {}, false, Kind::current, "self-signed certificate"},  // the variables below do not count
+              Case{right, {}, true, Kind::onlyTls11, "protocol version|unsupported protocol"}}) {
+            SCOPED_TRACE(std::string(error) + (proxy ? ", a proxy" : ", a server"));
+            const SelfSignedCertificate presented(host, validity);
             writeFile(file, presented.pem());
             for (const char* variable : {"SSL_CERT_FILE", "CURL_CA_BUNDLE"})
                 setenv(variable, file.c_str(), 1);
             setenv("SSL_CERT_DIR", directory.path().c_str(), 1);
-            const auto trusted = c.trusted ? std::optional(presented.pem()) : std::nullopt;
+            const auto trusted = trusts ? std::optional(presented.pem()) : std::nullopt;
             std::string received;
+            const auto script = [&](TlsConnection& client) {
+                received = client.readHead();
+                client.write(okay);
+            };
             PostedRequest::Outcome outcome;
             {
-                const auto script = [&](TlsConnection& client) {
-                    received = client.readHead();
-                    client.write(okay);
-                };
-                const Server server(presented, script, c.kind);
+                const Server server(presented, script, kind);
                 setenv("https_proxy", ("https://localhost:" + std::to_string(server.port())).c_str(), 1);
                 auto session = sessionFor(server.port(), trusted);
                 if (proxy) session = std::make_unique<CurlUrlSession>(CurlTransportOptions{trusted, std::nullopt});
                 outcome = outcomeOf(*session, request(bodyOf("")));
             }
-            const bool accepted = *c.error == '\0';
+            const bool accepted = *error == '\0';
             EXPECT_EQ(outcome.hasResponse, accepted && !proxy) << "this proxy's tunnel leads nowhere";
-            EXPECT_THAT(outcome.error, ::testing::ContainsRegex(c.error));
-            EXPECT_EQ(received.substr(0, received.find("\r\n")), !accepted ? ""
-                                                                 : proxy   ? "CONNECT backend.example:443 HTTP/1.1"
-                                                                           : "POST /tracking HTTP/1.1")
-                << "an untrusted peer receives nothing";
+            EXPECT_THAT(outcome.error, ::testing::ContainsRegex(error));
+            const std::string line = proxy ? "CONNECT backend.example:443 HTTP/1.1" : "POST /tracking HTTP/1.1";
+            EXPECT_EQ(received.substr(0, received.find("\r\n")), accepted ? line : "") << "else it receives nothing";
         }
     }
 }
@@ -199,35 +184,23 @@ TEST(CurlUrlSession, AnEarlyAnswerCountsUnlessItIsSuccess) {
 
 TEST(CurlUrlSession, EndsWhenNothingMoves) {
     const auto waits = [](TlsConnection& client) { client.waitForEnd(); };
-    // An answer that trickles in does not keep the upload alive.
-    const auto tricklesBeforeTheBody = [](TlsConnection& client) {
-        client.readHead();
-        while (client.write("HTTP/1.1 102 Processing\r\n\r\n"))
-            std::this_thread::sleep_for(50ms);
-    };
+    // An answer that trickles in does not keep an upload alive, neither within the body nor after it.
+    const auto trickles = repeating("", "HTTP/1.1 102 Processing\r\n\r\n", 50ms);
     const auto stopsWithinTheAnswer = [](TlsConnection& client) {
         readRequest(client);
         client.write("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n12");
         client.waitForEnd();
     };
-    struct Case {
-        const char* what;
-        Kind kind;
-        Script script;
-        std::size_t bodySize;
-        const char* error;
-    };
-    for (const Case& c : {Case{"a handshake", Kind::silent, waits, 2, "SSL connection timeout"},
-                          Case{"an answer", Kind::current, waits, 8 * megabyte, "Timeout was reached"},
-                          Case{"a body", Kind::current, tricklesBeforeTheBody, 8 * megabyte, "Timeout was reached"},
-                          Case{"the rest of an answer", Kind::current, stopsWithinTheAnswer, 2, "Timeout was reached"},
-                          Case{"a final answer", Kind::current, repeating("", "HTTP/1.1 102 Processing\r\n\r\n", 50ms),
-                               2, "Timeout was reached"}}) {
-        SCOPED_TRACE(c.what);
-        const Server server(certificate(), c.script, c.kind);
-        const auto outcome = outcomeOf(server, request(largeBody(c.bodySize), 300ms));
+    using Case = std::tuple<const char*, Kind, Script, std::size_t>;
+    for (const auto& [missing, kind, script, bodySize] :
+         {Case{"a handshake", Kind::silent, waits, 2}, Case{"an answer", Kind::current, waits, 8 * megabyte},
+          Case{"a body", Kind::current, trickles, 8 * megabyte}, Case{"a final answer", Kind::current, trickles, 2},
+          Case{"the rest of an answer", Kind::current, stopsWithinTheAnswer, 2}}) {
+        SCOPED_TRACE(missing);
+        const Server server(certificate(), script, kind);
+        const auto outcome = outcomeOf(server, request(largeBody(bodySize), 300ms));
         EXPECT_FALSE(outcome.hasResponse);
-        EXPECT_THAT(outcome.error, HasSubstr(c.error));
+        EXPECT_THAT(outcome.error, HasSubstr(kind == Kind::silent ? "SSL connection timeout" : "Timeout was reached"));
     }
 }
 
@@ -246,18 +219,14 @@ TEST(CurlUrlSession, GoesOnAsLongAsTheServerTakesInTheBody) {
 }
 
 TEST(CurlUrlSession, CutsOffAnAnswerThatDoesNotEnd) {
-    std::size_t sent = 0;
+    const std::string head = "HTTP/1.1 200 OK\r\n\r\n";
+    std::size_t sentMegabytes = 0;
     {
-        const Server flood(certificate(), [&, piece = std::string(100'000, 'x')](TlsConnection& client) {
-            readRequest(client);
-            client.write("HTTP/1.1 200 OK\r\n\r\n");
-            while (client.write(piece))
-                sent += piece.size();
-        });
+        const Server flood(certificate(), repeating(head, std::string(megabyte, 'x'), 0ms, &sentMegabytes));
         EXPECT_EQ(outcomeOf(flood, request(bodyOf("{}"), 10min)).status, 200);
     }
-    EXPECT_LT(sent, 20 * megabyte) << "a mebibyte, and the content of the kernel's buffers";
-    const Server trickle(certificate(), repeating("HTTP/1.1 200 OK\r\n\r\n", "x", 20ms));
+    EXPECT_LT(sentMegabytes, 20U) << "a mebibyte, and the content of the kernel's buffers";
+    const Server trickle(certificate(), repeating(head, "x", 20ms));
     EXPECT_EQ(outcomeOf(trickle, request(bodyOf("{}"), 1s)).status, 200);
 }
 

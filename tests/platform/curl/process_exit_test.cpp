@@ -7,9 +7,7 @@
 namespace tarvex::platform {
 namespace {
 
-using test::ChildProcess;
-using test::ScriptedTlsServer;
-using test::TlsConnection;
+using namespace test;
 
 constexpr const char* okay = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
 
@@ -18,11 +16,9 @@ protected:
     ProcessExit() { writeFile(directory.path() / "certificate.pem", certificate.pem()); }
 
     ChildProcess probe(const std::string& mode, const ScriptedTlsServer& server) const {
-        const std::string port = std::to_string(server.port());
-        return ChildProcess([&](int output) {
+        return ChildProcess([&, port = std::to_string(server.port())](int output) {
             dup2(output, STDOUT_FILENO);
-            return execl(TARVEX_EXIT_PROBE, TARVEX_EXIT_PROBE, mode.c_str(), directory.path().c_str(), port.c_str(),
-                         nullptr);
+            return execl(TARVEX_EXIT_PROBE, "probe", mode.c_str(), directory.path().c_str(), port.c_str(), nullptr);
         });
     }
 
@@ -32,33 +28,29 @@ protected:
 
 TEST_F(ProcessExit, IsQuickAndCleanDuringAnUpload) {
     enum Server : std::uint8_t { takesTheBodyIn, neverAnswers, answers };
-    struct Case {
-        std::string mode;
-        Server does;
-        bool probeSaysWhen;  // else the server does
-    };
-    for (const Case& c :
+    using Case = std::tuple<std::string, Server, bool>;
+    for (const auto& [mode, does, probeSaysWhen] :
          {Case{"server-takes-the-body-in", takesTheBodyIn, false}, Case{"server-never-answers", neverAnswers, false},
           Case{"handler-exits", answers, false}, Case{"handler-hangs", answers, true},
           Case{"handler-sends-again", answers, true}, Case{"upload-is-over", answers, true},
           Case{"resolver-hangs", answers, true}, Case{"resolver-times-out", answers, true}}) {
-        SCOPED_TRACE(c.mode);
+        SCOPED_TRACE(mode);
         std::latch underWay(1);
         const ScriptedTlsServer server(certificate, [&](TlsConnection& client) {
             client.readHead();
-            if (c.does >= neverAnswers) client.read(20'000'000);
+            if (does >= neverAnswers) client.read(20'000'000);
             underWay.count_down();
-            if (c.does == answers) client.write(okay);
+            if (does == answers) client.write(okay);
             client.waitForEnd();
         });
-        ChildProcess process = probe(c.mode, server);
+        ChildProcess process = probe(mode, server);
         char ready = 0;
-        if (c.probeSaysWhen)
+        if (probeSaysWhen)  // else the server does
             EXPECT_EQ(read(process.output(), &ready, 1), 1);
         else
             underWay.wait();
         const auto begin = std::chrono::steady_clock::now();
-        if (c.mode != "handler-exits") process.kill(SIGTERM);
+        if (mode != "handler-exits") process.kill(SIGTERM);
         EXPECT_EQ(process.wait(), 0);
         // Half a second for a running handler, and the rest for a busy machine; a hang takes minutes.
         EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);

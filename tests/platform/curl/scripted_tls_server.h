@@ -31,11 +31,8 @@ public:
     /// A request's head, the empty line included.
     std::string readHead() {
         std::string head;
-        while (!head.ends_with("\r\n\r\n")) {
-            const std::string next = read(1);
-            if (next.empty()) break;
+        for (std::string next; !head.ends_with("\r\n\r\n") && !(next = read(1)).empty();)
             head += next;
-        }
         return head;
     }
 
@@ -102,8 +99,6 @@ public:
         conversations_.clear();
         close(listener_);
     }
-    ScriptedTlsServer(const ScriptedTlsServer&) = delete;
-    ScriptedTlsServer& operator=(const ScriptedTlsServer&) = delete;
 
     std::uint16_t port() const { return port_; }
 

@@ -1,12 +1,18 @@
-// The main run loop, timers on it, and the queues for later work.
+// The main run loop, timers on it, the queues for later work, and the log.
 
+#include <fcntl.h>
 #include <glib.h>
+#include <unistd.h>
+
+#include <csignal>
 
 #include "platform/glib/dispatch_queues.h"
 #include "platform/glib/glib_run_loop.h"
 #include "platform/glib/glib_timer_scheduler.h"
 #include "platform/shared/deadline_grid.h"
 #include "prelude.h"
+#include "recorded_log.h"
+#include "tarvex/platform/diagnostics.h"
 #include "tarvex/testing/manual_run_loop.h"
 
 namespace tarvex::platform {
@@ -20,12 +26,9 @@ protected:
         order.push_back(n);
         EXPECT_EQ(std::this_thread::get_id(), testThread);
     }
-    void performRecord(int n) {
-        loop->perform([this, n] { record(n); });
-    }
-    void performStop(int n) {
-        loop->perform([this, n] {
-            loop->stop();
+    void perform(int n, bool stops) {
+        loop->perform([this, n, stops] {
+            if (stops) loop->stop();
             record(n);
         });
     }
@@ -39,11 +42,11 @@ TEST_F(GLibRunLoopTest, RunsBlocksLaterInOrderAlsoInANestedRunThatEndsAlone) {
     loop->perform([&] {
         record(1);
         loop->run();
-        performStop(5);
+        perform(5, true);
         record(3);
     });
-    performStop(2);
-    performRecord(4);
+    perform(2, true);
+    perform(4, false);
     EXPECT_THAT(order, IsEmpty());
     loop->run();
     EXPECT_THAT(order, ElementsAre(1, 2, 3, 4, 5));
@@ -54,24 +57,23 @@ TEST_F(GLibRunLoopTest, TakesEveryBlockOfOtherThreadsInTheirOrder) {
     std::array<std::vector<int>, 3> received;
     int left = blockCount * static_cast<int>(received.size());
     std::vector<std::jthread> threads;
+    const auto blocks = std::views::iota(0, blockCount);
     for (auto& numbers : received)
         threads.emplace_back([&] {
-            for (int i = 0; i < blockCount; ++i)
+            for (const int i : blocks)
                 loop->perform([&, i] {
                     numbers.push_back(i);
                     if (--left == 0) loop->stop();
                 });
         });
     loop->run();
-    for (const auto& numbers : received) {
-        EXPECT_EQ(numbers.size(), blockCount);
-        EXPECT_TRUE(std::ranges::is_sorted(numbers));
-    }
+    for (const auto& numbers : received)
+        EXPECT_TRUE(std::ranges::equal(numbers, blocks));
 }
 
 TEST_F(GLibRunLoopTest, AStopBeforeARunEndsThatRunAndNoOther) {
     loop->stop();
-    performStop(1);
+    perform(1, true);
     loop->run();
     EXPECT_THAT(order, IsEmpty());
     loop->run();
@@ -79,7 +81,7 @@ TEST_F(GLibRunLoopTest, AStopBeforeARunEndsThatRunAndNoOther) {
 }
 
 TEST_F(GLibRunLoopTest, RunsBesideAHostThatIteratesTheContextAndCausesNoWakeUpsWhileIdle) {
-    performRecord(1);
+    perform(1, false);
     for (int i = 0; i < 10 && order.empty(); ++i)
         g_main_context_iteration(nullptr, FALSE);
     EXPECT_THAT(order, ElementsAre(1));
@@ -87,7 +89,7 @@ TEST_F(GLibRunLoopTest, RunsBesideAHostThatIteratesTheContextAndCausesNoWakeUpsW
 
     const guint busy =
         g_idle_add_full(G_PRIORITY_DEFAULT, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr, nullptr);
-    performStop(2);
+    perform(2, true);
     loop->run();
     EXPECT_TRUE(g_source_remove(busy));
 }
@@ -116,11 +118,9 @@ void iterateUntil(const std::function<bool()>& done, GMainContext* context = nul
 int timeUntilNextTick() {
     GMainContext* context = g_main_context_default();
     EXPECT_TRUE(g_main_context_acquire(context));
-    int priority = 0;
-    g_main_context_prepare(context, &priority);
+    g_main_context_prepare(context, nullptr);
     int timeout = -1;
-    std::array<GPollFD, 8> descriptors{};
-    g_main_context_query(context, G_MAXINT, &timeout, descriptors.data(), static_cast<int>(descriptors.size()));
+    g_main_context_query(context, G_MAXINT, &timeout, nullptr, 0);
     g_main_context_release(context);
     return timeout;
 }
@@ -285,6 +285,37 @@ TEST_F(DispatchQueuesTest, DestructionDropsWaitingBlocksAndWaitsForTheOneThatRun
     EXPECT_TRUE(finished);
     EXPECT_EQ(*held, 0);
     EXPECT_EQ(held.use_count(), 1);
+}
+
+TEST(Diagnostics, AHostReceivesTheDomainsLinesWithTheirLevelsAndEachOnceWarningOnce) {
+    const test::RecordedLog log;
+    logWarning("100 %s");
+    logDebug("for developers");
+    WarningOnce warning;
+    for (const char* text : {"the first reason", "the second reason"})
+        warning.log(text);
+    EXPECT_THAT(log.lines(), ElementsAre("100 %s", "the first reason"));
+    EXPECT_THAT(log.lines(G_LOG_LEVEL_DEBUG), ElementsAre("for developers"));
+}
+
+TEST(DiagnosticsDeathTest, WritesToStandardErrorSurvivesEveryStateOfItAndLeavesNoSignalBehind) {
+    const auto writeTo = [](int descriptor) {
+        dup2(descriptor, STDERR_FILENO);
+        close(descriptor);
+        std::signal(SIGPIPE, SIG_DFL);
+        logWarning("a warning");
+        writeErrorLine("a fixed line");
+        sigset_t pending;
+        sigpending(&pending);
+        _exit(sigismember(&pending, SIGPIPE));
+    };
+    EXPECT_EXIT((logWarning("a warning"), _exit(0)), ::testing::ExitedWithCode(0), "Tarvex-WARNING.*: a warning");
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe(ends.data()), 0);
+    close(ends[0]);
+    EXPECT_EXIT(writeTo(ends[1]), ::testing::ExitedWithCode(0), "") << "a reader that went away";
+    EXPECT_EXIT(writeTo(open("/dev/full", O_WRONLY)), ::testing::ExitedWithCode(0), "");
+    EXPECT_EXIT((close(STDERR_FILENO), writeTo(-1)), ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -20,8 +20,6 @@ TEST(IioHidEventSystem, ReadsADeviceAtItsRealPlace) {
     const Handle<char, g_free> path(umockdev_testbed_add_device(
         bed.get(), "iio", "iio:device0", nullptr, "name", "als\n", "in_illuminance_raw", "1000\n",
         "in_illuminance_scale", "0.5\n", "in_intensity_both_raw", "1000\n", nullptr, "DEVTYPE", "iio_device", nullptr));
-    ASSERT_NE(path, nullptr);
-
     GLibRunLoop loop;
     const auto client = IioHidEventSystem().createClient();
     client->setMatching({0xFF00, 4});
@@ -33,12 +31,11 @@ TEST(IioHidEventSystem, ReadsADeviceAtItsRealPlace) {
         umockdev_testbed_set_attribute(bed.get(), path.get(), "in_illuminance_raw", "2000\n");
         if (level == 1000) loop.stop();
     };
+    const auto callback = [](void* target, void*, HidServiceClient*, HidEvent* event) {
+        (*static_cast<decltype(receive)*>(target))(event->integerValue(ambientLightLevelField));
+    };
     client->scheduleWithRunLoop(loop);
-    client->registerEventCallback(
-        [](void* target, void*, HidServiceClient*, HidEvent* event) {
-            (*static_cast<decltype(receive)*>(target))(event->integerValue(ambientLightLevelField));
-        },
-        &receive, nullptr);
+    client->registerEventCallback(callback, &receive, nullptr);
     loop.run();
 }
 

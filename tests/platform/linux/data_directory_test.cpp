@@ -2,6 +2,7 @@
 
 #include "platform/plist/plist_bundles.h"
 #include "platform/plist/property_list_documents.h"
+#include "platform/shared/handle.h"
 #include "prelude.h"
 
 #include <sys/stat.h>
@@ -9,6 +10,7 @@
 namespace tarvex::platform {
 namespace {
 
+using namespace std::string_literals;
 using namespace test;
 using std::filesystem::path;
 using std::filesystem::perms;
@@ -42,19 +44,15 @@ private:
 TEST_F(DataDirectoryTest, IsForThisUserAloneUnlessTheHostFilledItItself) {
     const PlistBundles bundles(root() / "bundle");
     const path own = root() / "data/org.example.light";
-    const path empty = root() / "empty";
-    const path filled = root() / "filled";
-    writeFile(own / "store", "");
-    writeFile(filled / "something", "");
-    std::filesystem::create_directory(empty);
-    for (const path& directory : {own, empty, filled})
+    using Case = std::tuple<path, std::optional<path>, const char*, perms>;
+    for (const auto& [directory, chosen, content, expected] :
+         {Case{own, std::nullopt, "store", perms{0700}}, Case{root() / "empty", root() / "empty", "", perms{0700}},
+          Case{root() / "filled", root() / "filled", "something", perms{0755}}}) {
+        writeFile(directory / content, "");
         std::filesystem::permissions(directory, perms{0755});
-    EXPECT_EQ(directoryOfNextStart(), own);
-    EXPECT_EQ(DataDirectory(empty, bundles).path(), empty);
-    EXPECT_EQ(DataDirectory(filled, bundles).path(), filled);
-    EXPECT_EQ(permissions(own), perms{0700});
-    EXPECT_EQ(permissions(empty), perms{0700});
-    EXPECT_EQ(permissions(filled), perms{0755});
+        EXPECT_EQ(DataDirectory(chosen, bundles).path(), directory);
+        EXPECT_EQ(permissions(directory), expected) << directory;
+    }
 
     for (const mode_t mask : {mode_t{0}, mode_t{0777}}) {
         ::umask(mask);
@@ -81,9 +79,8 @@ TEST_F(DataDirectoryTest, IsDecidedOnceForAllThreads) {
 }
 
 TEST_F(DataDirectoryTest, TakesTheExecutablesNameWithoutAUsableIdentifier) {
-    for (const std::string& contents :
-         {informationWithIdentifier(""), xmlPropertyList("<dict/>"),
-          xmlPropertyList("<dict><key>CFBundleIdentifier</key><integer>7</integer></dict>")}) {
+    const std::string number = xmlPropertyList("<dict><key>CFBundleIdentifier</key><integer>7</integer></dict>");
+    for (const std::string& contents : {informationWithIdentifier(""), xmlPropertyList("<dict/>"), number}) {
         writeFile(list(), contents);
         EXPECT_EQ(directoryOfNextStart(), root() / "data" / executable) << contents;
     }
@@ -108,24 +105,69 @@ TEST_F(DataDirectoryTest, SurvivesARecordThatIsForgedOrCannotBeWritten) {
 }
 
 TEST(SafeFileName, IsOneNameForEachText) {
-    std::set<std::string> texts{
-        "org.example.light",   "a/b", "a%2Fb", "a%252Fb", ".", "..", "%2E", ".hidden", "ä", "ä b", "a~b",
-        std::string("a\0b", 3)};
-    for (const std::size_t length : {143, 144, 300, 301})
-        texts.insert(std::string(length, 'x'));
+    const auto xs = [](std::size_t count) { return std::string(count, 'x'); };
     std::set<std::string> names;
-    for (const std::string& text : texts) {
+    for (const std::string& text : {"org.example.light"s, "a/b"s, "a%2Fb"s, "a%252Fb"s, "."s, ".."s, "%2E"s, ".hidden"s,
+                                    "ä"s, "ä b"s, "a~b"s, "a\0b"s, xs(143), xs(144), xs(300), xs(301)}) {
         const std::string name = safeFileName(text);
-        names.insert(name);
         EXPECT_LE(name.size(), 143U) << text;
-        EXPECT_EQ(name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789%.-_~"),
-                  std::string::npos)
-            << text;
-        EXPECT_FALSE(name.starts_with('.')) << text;
+        EXPECT_THAT(name, MatchesRegex("[a-zA-Z0-9%_~-][a-zA-Z0-9%._~-]*"));
+        EXPECT_TRUE(names.insert(name).second) << text;
     }
-    EXPECT_EQ(names.size(), texts.size());
     EXPECT_EQ(safeFileName("org.example.light"), "org.example.light");
     EXPECT_EQ(safeFileName("../a b"), "%2E.%2Fa%20b");
+}
+
+// A host is a copy of the probe, run in a process of its own.
+class HostProcess : public ::testing::Test {
+protected:
+    HostProcess() {
+        ::setenv("XDG_DATA_HOME", (prefix.path() / "data").c_str(), 1);
+        std::filesystem::create_directories(executable.parent_path());
+        std::filesystem::copy_file(TARVEX_BUNDLE_PROBE, executable);
+    }
+
+    // The bundle's identifier and the name of its data directory, of the bundle that is looked for, or chosen.
+    static std::string run(const path& program, const std::string& chosen = {}) {
+        const Handle<FILE, pclose> output(popen((program.native() + " " + chosen).c_str(), "r"));
+        std::array<char, 200> line{};
+        return std::fgets(line.data(), line.size(), output.get()) == nullptr ? "" : line.data();
+    }
+
+    const TemporaryDirectory prefix;
+    const path executable = prefix.path() / "bin/light-study";
+    const path beside = prefix.path() / "bin/Info.plist";
+};
+
+TEST_F(HostProcess, FindsItsBundleBesideTheExecutableOrUnderShare) {
+    EXPECT_EQ(run(executable), "none light-study\n");
+    const path chosen = prefix.path() / "chosen";
+    for (const path& place : {prefix.path() / "share/light-study", beside.parent_path(), chosen}) {
+        const std::string identifier = "org.example." + place.filename().native();
+        writeFile(place / "Info.plist", informationWithIdentifier(identifier));
+        EXPECT_EQ(run(executable, place == chosen ? chosen : ""), identifier + " " + identifier + "\n");
+    }
+}
+
+TEST_F(HostProcess, KeepsItsDataDirectoryWhileTheListCannotBeRead) {
+    writeFile(beside, "damaged");
+    EXPECT_EQ(run(executable), "none light-study\n");
+    writeFile(beside, informationWithIdentifier("org.example.light"));
+    EXPECT_EQ(run(executable), "org.example.light org.example.light\n");
+    writeFile(beside, "damaged");
+    EXPECT_EQ(run(executable), "none org.example.light\n");
+
+    // Another place for the list is another host, though the executable is the same.
+    writeFile(prefix.path() / "other/Info.plist", "damaged");
+    EXPECT_EQ(run(executable, prefix.path() / "other"), "none light-study\n");
+    // And so is another executable, though its name is the same.
+    const path elsewhere = prefix.path() / "elsewhere/light-study";
+    writeFile(elsewhere.parent_path() / "Info.plist", "damaged");
+    std::filesystem::copy_file(executable, elsewhere);
+    EXPECT_EQ(run(elsewhere), "none light-study\n");
+
+    std::filesystem::remove(beside);
+    EXPECT_EQ(run(executable), "none light-study\n");
 }
 
 }  // namespace

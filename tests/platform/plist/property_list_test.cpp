@@ -1,11 +1,13 @@
-#include "platform/plist/property_list.h"
+// Property lists, and the bundles that they describe.
 
 #include <plist/plist.h>
 #include <sys/stat.h>
 
+#include "platform/plist/plist_bundles.h"
+#include "platform/plist/property_list.h"
+#include "platform/plist/property_list_documents.h"
 #include "platform/shared/handle.h"
 #include "prelude.h"
-#include "property_list_documents.h"
 
 namespace tarvex::platform {
 namespace {
@@ -21,10 +23,10 @@ std::string repeated(std::string_view text, std::size_t times) {
     return result;
 }
 
-std::string bigEndian(std::uint64_t value, std::size_t width) {
-    std::string bytes(width, '\0');
-    for (auto byte = bytes.rbegin(); byte != bytes.rend(); ++byte, value >>= 8U)
-        *byte = static_cast<char>(value & 0xffU);
+std::string bigEndian(std::uint64_t value, std::size_t width = 8) {
+    std::string bytes;
+    while (width-- > 0)
+        bytes += static_cast<char>(value >> 8 * width);
     return bytes;
 }
 
@@ -36,9 +38,8 @@ std::string binaryPropertyList(const std::vector<std::string>& objects) {
         offsets += bigEndian(list.size(), 4);
         list += object;
     }
-    const std::size_t table = list.size();
-    return list + offsets + std::string(6, '\0') + "\x04\x04" + bigEndian(objects.size(), 8) + bigEndian(0, 8) +
-           bigEndian(table, 8);
+    return list + offsets + std::string(6, '\0') + "\x04\x04" + bigEndian(objects.size()) + bigEndian(0) +
+           bigEndian(list.size());
 }
 
 std::string reference(std::size_t object) {
@@ -69,10 +70,9 @@ std::string host() {
         "<key>A name that is longer than fifteen bytes</key><string>&lt;&amp;&gt;</string></dict>");
 }
 
-// A dictionary whose one value is the chain of `containers`, each a reference to the next object.
-std::string binaryChain(const std::vector<std::string>& containers) {
-    std::vector<std::string> objects{"\xd1" + reference(1) + reference(2), binaryText("a")};
-    objects.insert(objects.end(), containers.begin(), containers.end());
+// A dictionary whose one value is the first of `objects`, which are followed by a flag for the last to hold.
+std::string binaryWithValue(std::vector<std::string> objects) {
+    objects.insert(objects.begin(), {"\xd1" + reference(1) + reference(2), binaryText("a")});
     objects.emplace_back("\x09");
     return binaryPropertyList(objects);
 }
@@ -82,20 +82,19 @@ std::string nestedArrays(std::size_t levels, unsigned char width = 1) {
     std::vector<std::string> arrays;
     for (std::size_t level = 0; level < levels; ++level)
         arrays.push_back(static_cast<char>(0xa0 + width) + repeated(reference(level + 3), width));
-    return binaryChain(arrays);
+    return binaryWithValue(arrays);
+}
+
+std::string xmlWithValue(const std::string& value) {
+    return xmlPropertyList("<dict><key>a</key>" + value + "</dict>");
 }
 
 std::string nestedXmlArrays(std::size_t levels) {
-    return xmlPropertyList("<dict><key>a</key>" + repeated("<array>", levels) + repeated("</array>", levels) +
-                           "</dict>");
+    return xmlWithValue(repeated("<array>", levels) + repeated("</array>", levels));
 }
 
 std::string xmlWithText(const std::string& text) {
-    return xmlPropertyList("<dict><key>a</key><string>" + text + "</string></dict>");
-}
-
-std::string binaryWithText(const std::string& encoded) {
-    return binaryPropertyList({"\xd1" + reference(1) + reference(2), binaryText("a"), encoded});
+    return xmlWithValue("<string>" + text + "</string>");
 }
 
 TEST(PropertyList, ReadsTheRootDictionaryOfXmlAndBinaryAndRefusesEveryTruncation) {
@@ -105,10 +104,8 @@ TEST(PropertyList, ReadsTheRootDictionaryOfXmlAndBinaryAndRefusesEveryTruncation
         EXPECT_EQ(list->stringForKey("CFBundleName"), "Lichtprotokoll für Ärzte 🔆");
         EXPECT_EQ(list->stringForKey("Empty"), "");
         EXPECT_EQ(list->stringForKey("A name that is longer than fifteen bytes"), "<&>");
-        for (const char* key : {"Number", "Real", "Flag", "Day", "Bytes", "List"}) {
-            EXPECT_TRUE(list->contains(key)) << key;
-            EXPECT_EQ(list->stringForKey(key), std::nullopt) << key;
-        }
+        for (const char* key : {"Number", "Real", "Flag", "Day", "Bytes", "List"})
+            EXPECT_TRUE(list->contains(key) && !list->stringForKey(key)) << key;
         EXPECT_FALSE(list->contains("Deep"));
         EXPECT_FALSE(list->contains(std::string_view("Flag\0", 5)));
         // The white space at the end of the XML document is no part of the list.
@@ -128,9 +125,9 @@ TEST(PropertyList, TakesWhiteSpaceAndCommentsAfterTheList) {
 }
 
 TEST(PropertyList, RefusesWhatIsNoUnicodeDictionaryOrWouldExhaustTheReader) {
-    const std::string dictionary = "\xd1" + reference(1) + reference(2);
     const std::string name = binaryText("a");
-    for (const std::string& right : {xmlWithText("b"), binaryWithText(name), nestedXmlArrays(500), nestedArrays(500)})
+    for (const std::string& right :
+         {xmlWithText("b"), binaryWithValue({name}), nestedXmlArrays(500), nestedArrays(500)})
         EXPECT_TRUE(PropertyList::parse(right)) << "what the cases below break";
     using Case = std::pair<const char*, std::string>;
     for (const auto& [what, bytes] :
@@ -143,22 +140,22 @@ TEST(PropertyList, RefusesWhatIsNoUnicodeDictionaryOrWouldExhaustTheReader) {
           Case{"a reference to no character", xmlWithText("&#xD800;")},
           Case{"a reference to U+0000", xmlWithText("&#0;")},
           Case{"a NUL in XML", xmlWithText(std::string("b\0c", 3))},
-          Case{"binary text past ASCII", binaryWithText(binaryText("\xff"))},
-          Case{"a NUL in binary text", binaryWithText(binaryText(std::string_view("x\0y", 3)))},
-          Case{"a lone high surrogate", binaryWithText("\x61\xd8\x01")},
-          Case{"a lone low surrogate", binaryWithText("\x62\xdc\x01 x")},
-          Case{"a key that is no string", binaryPropertyList({dictionary, "\x10\x05", name})},
-          Case{"a reference to nowhere", binaryPropertyList({dictionary, name})},
+          Case{"binary text past ASCII", binaryWithValue({binaryText("\xff")})},
+          Case{"a NUL in binary text", binaryWithValue({binaryText(std::string_view("x\0y", 3))})},
+          Case{"a lone high surrogate", binaryWithValue({"\x61\xd8\x01"})},
+          Case{"a lone low surrogate", binaryWithValue({"\x62\xdc\x01 x"})},
+          Case{"a key that is no string", binaryPropertyList({"\xd1" + reference(1) + reference(2), "\x10\x05", name})},
+          Case{"a reference to nowhere", binaryWithValue({"\xa1" + reference(9)})},
           Case{"deep XML", nestedXmlArrays(deep)},
           Case{"deep XML, never closed", "<plist><dict><key>a</key>" + repeated("<array>", deep)},
           Case{"deep XML dictionaries",
                xmlPropertyList(repeated("<dict><key>a</key>", deep) + "<true/>" + repeated("</dict>", deep))},
           Case{"a text of a million entities", xmlWithText(repeated("&lt;", 1'000'000))},
           Case{"deep binary", nestedArrays(deep)},
-          Case{"an array that holds itself", binaryChain({"\xa1" + reference(2)})},
-          Case{"an array that holds the root", binaryChain({"\xa1" + reference(0)})},
+          Case{"an array that holds itself", binaryWithValue({"\xa1" + reference(2)})},
+          Case{"an array that holds the root", binaryWithValue({"\xa1" + reference(0)})},
           Case{"a billion values in a kilobyte", nestedArrays(9, 10)},
-          Case{"a length past the end", binaryChain({"\xaf\x13" + bigEndian(~std::uint64_t{0}, 8)})}})
+          Case{"a length past the end", binaryWithValue({"\xaf\x13" + bigEndian(~std::uint64_t{0})})}})
         EXPECT_FALSE(PropertyList::parse(bytes)) << what;
 }
 
@@ -177,8 +174,74 @@ TEST(PropertyList, ReadsRegularFilesUpToItsLimitAndWaitsForNothingElse) {
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     std::filesystem::create_symlink("loop", directory.path() / "loop");
     for (const auto& path : {fifo, directory.path(), directory.path() / "loop", directory.path() / "missing",
-                             std::filesystem::path("/dev/zero")})
+                             std::filesystem::path("/dev/zero"), std::filesystem::path("/dev/ptmx")})
         EXPECT_FALSE(PropertyList::withContentsOfFile(path)) << path;
+}
+
+TEST(DirectoryBundle, PrefersTheLocalizedStringOfTheMessageLanguage) {
+    const TemporaryDirectory directory;
+    const auto write = [&](const char* file, const std::string& name) {
+        writeFile(directory.path() / file, xmlPropertyList("<dict><key>CFBundleName</key>" + name + "</dict>"));
+    };
+    write("Info.plist", "<string>Light</string>");
+    write("de.lproj/InfoPlist.strings", "<string>Licht</string>");
+    write("de-CH.lproj/InfoPlist.strings", "<string>Liecht</string>");
+    write("fr.lproj/InfoPlist.strings", "<integer>7</integer>");
+    write("nl.lproj/InfoPlist.strings", "damaged");
+    write("outside/InfoPlist.strings", "<string>Outside</string>");
+
+    constexpr const char* noString = "absent";
+    using Case = std::array<const char*, 3>;
+    for (const auto& [language, locale, name] :
+         {Case{"", "de_DE.UTF-8", "Licht"}, Case{"", "de_CH.UTF-8", "Liecht"}, Case{"", "C.UTF-8", "Light"},
+          Case{"de", "C.UTF-8", "Licht"}, Case{"sv:de_CH:en", "C.UTF-8", "Liecht"}, Case{"fr:de", "C.UTF-8", noString},
+          Case{"nl:de", "C.UTF-8", "Licht"}, Case{"../outside", "C.UTF-8", "Light"}, Case{"de", "C", "Light"},
+          Case{"de", "POSIX", "Light"}, Case{"de", "", "Light"}}) {
+        ::setenv("LANGUAGE", language, 1);
+        ::setenv("LC_ALL", locale, 1);
+        for (const char* lesser : {"LC_MESSAGES", "LANG"})
+            ::unsetenv(lesser);
+        EXPECT_EQ(DirectoryBundle(directory.path()).stringForInfoDictionaryKey("CFBundleName").value_or(noString), name)
+            << language << "/" << locale;
+    }
+}
+
+TEST(DirectoryBundle, ReadsItsListAfreshAndNeverLocalizesTheIdentifier) {
+    const TemporaryDirectory directory;
+    const DirectoryBundle bundle(directory.path());
+    const auto file = directory.path() / "Info.plist";
+    ::setenv("LANGUAGE", "de", 1);
+    ::setenv("LC_ALL", "C.UTF-8", 1);
+    EXPECT_EQ(bundle.bundleIdentifier(), std::nullopt);
+    EXPECT_EQ(bundle.pathForResource("Info", "plist"), std::nullopt);
+
+    writeFile(file, informationWithIdentifier("org.example.light"));
+    writeFile(directory.path() / "de.lproj/InfoPlist.strings", informationWithIdentifier("org.example.licht"));
+    EXPECT_EQ(bundle.bundleIdentifier(), "org.example.light");
+
+    writeFile(file, "damaged");
+    EXPECT_EQ(bundle.bundleIdentifier(), std::nullopt);
+    EXPECT_EQ(bundle.pathForResource("Info", "plist"), file);
+}
+
+TEST(PlistBundles, KnowTheHostAndTheLibraryWhoseResourcesLieBesideOrAboveIt) {
+    const TemporaryDirectory directory;
+    writeFile(directory.path() / "Info.plist", informationWithIdentifier("org.example.light"));
+    const PlistBundles bundles(directory.path());
+    EXPECT_EQ(bundles.bundleWithIdentifier("org.example.light"), &bundles.mainBundle());
+    EXPECT_EQ(bundles.bundleWithIdentifier("org.example.other"), nullptr);
+    const Bundle* library = bundles.bundleWithIdentifier(libraryBundleIdentifier);
+    ASSERT_NE(library, nullptr);
+    EXPECT_EQ(library->bundleIdentifier(), libraryBundleIdentifier);
+    EXPECT_TRUE(library->pathForResource("TrackingDataContainer", "momd"));
+
+    const auto model = directory.path() / "share/tarvex/Model.momd";
+    writeFile(model, "");
+    for (const char* place : {"lib", "lib/x86_64-linux-gnu"}) {
+        const LibraryBundle bundle(directory.path() / place);
+        EXPECT_EQ(bundle.pathForResource("Model", "momd"), model);
+        EXPECT_EQ(bundle.pathForResource("Other", "momd"), std::nullopt);
+    }
 }
 
 }  // namespace
