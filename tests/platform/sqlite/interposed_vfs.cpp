@@ -69,8 +69,9 @@ struct InterposedVfs::Calls {
 
     static int sync(sqlite3_file* f, int flags) {
         InterposedVfs& vfs = *file(f)->vfs;
-        if (const int code = vfs.before(FileCall::sync); code != SQLITE_OK) return code;
-        const int code = vfs.syncs_ ? Forward<&sqlite3_io_methods::xSync>::run(f, flags) : SQLITE_OK;
+        const int failure = vfs.before(FileCall::sync);
+        const int code =
+            failure == SQLITE_OK && vfs.syncs_ ? Forward<&sqlite3_io_methods::xSync>::run(f, flags) : failure;
         if (code == SQLITE_OK) vfs.synced(file(f)->path);
         return code;
     }
@@ -103,8 +104,7 @@ const sqlite3_io_methods InterposedVfs::Calls::methods = {
     Forward<&sqlite3_io_methods::xShmBarrier>::run,
     Forward<&sqlite3_io_methods::xShmUnmap>::run,
     nullptr,
-    nullptr,
-};
+    nullptr};
 
 InterposedVfs::InterposedVfs(bool syncs)
     : real_(sqlite3_vfs_find(nullptr)),

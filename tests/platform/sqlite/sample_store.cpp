@@ -14,8 +14,6 @@ namespace {
 using namespace platform;
 using Window = std::uint64_t;  // any eight bytes in a file
 
-const FetchRequest everySample{"DataEntry"};
-
 /// The same well-mixed bytes for the same number.
 std::uint64_t mixed(std::uint64_t number) {
     number = (number + 0x9E3779B97F4A7C15U) * 0xBF58476D1CE4E5B9U;
@@ -81,14 +79,6 @@ std::expected<void, StoreError> SampleStore::addAll(const std::vector<int>& numb
     return context().save();
 }
 
-std::expected<void, StoreError> SampleStore::removeAll() {
-    return context().batchDelete(everySample);
-}
-
-std::expected<std::int64_t, StoreError> SampleStore::count() {
-    return context().count(everySample);
-}
-
 std::expected<std::vector<int>, StoreError> SampleStore::numbers() {
     std::vector<int> numbers;
     auto fetched = context().fetch(everySample, [&](const auto& record) {
@@ -135,13 +125,9 @@ ReadOnlyDirectory::ReadOnlyDirectory(const std::filesystem::path& directory) : d
     if (!done || (geteuid() == 0 && setuid(nobody) != 0)) throw std::runtime_error("cannot give up root's rights");
 }
 
-std::string integrity(const std::filesystem::path& directory) {
-    return OtherProgram(directory / SampleStore::fileName).run("PRAGMA integrity_check");
-}
-
-std::vector<int> range(int first, int count) {
-    const auto numbers = std::views::iota(first, first + count);
-    return {numbers.begin(), numbers.end()};
+void fillStore(const std::filesystem::path& directory, const std::vector<int>& numbers) {
+    SampleStore store(directory);
+    if (!store.open() || !store.addAll(numbers)) throw std::runtime_error("cannot fill " + directory.native());
 }
 
 }  // namespace tarvex::test

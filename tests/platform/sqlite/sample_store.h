@@ -50,6 +50,7 @@ private:
 class SampleStore {
 public:
     static constexpr const char* fileName = "Samples.sqlite";
+    static inline const platform::FetchRequest everySample{"DataEntry"};
 
     explicit SampleStore(const std::filesystem::path& directory, const char* vfs = nullptr)
         : store_([directory] { return directory; }, vfs), container_(store_.makeContainer("Samples")) {}
@@ -61,8 +62,8 @@ public:
     /// Inserts and saves.
     [[nodiscard]] std::expected<void, platform::StoreError> add(int number) { return addAll({number}); }
     [[nodiscard]] std::expected<void, platform::StoreError> addAll(const std::vector<int>& numbers);
-    [[nodiscard]] std::expected<void, platform::StoreError> removeAll();
-    [[nodiscard]] std::expected<std::int64_t, platform::StoreError> count();
+    [[nodiscard]] auto removeAll() { return context().batchDelete(everySample); }
+    [[nodiscard]] auto count() { return context().count(everySample); }
 
     /// The samples that a fetch finds, in its order; -1 for one that is not as it was made.
     std::expected<std::vector<int>, platform::StoreError> numbers();
@@ -78,6 +79,7 @@ protected:
     void SetUp() override { ASSERT_TRUE(store.open()); }
 
     TemporaryDirectory directory;
+    const std::filesystem::path file = directory.path() / SampleStore::fileName;
     FaultyVfs vfs;
     SampleStore store{directory.path(), vfs.name()};
 };
@@ -119,9 +121,17 @@ private:
 bool leavesTrace(const std::filesystem::path& directory, const std::vector<int>& numbers);
 
 /// SQLite's own check of the store's file; "ok" for one that is whole.
-std::string integrity(const std::filesystem::path& directory);
+inline std::string integrity(const std::filesystem::path& directory) {
+    return OtherProgram(directory / SampleStore::fileName).run("PRAGMA integrity_check");
+}
 
 /// The `count` numbers from `first` on.
-std::vector<int> range(int first, int count);
+inline std::vector<int> range(int first, int count) {
+    const auto numbers = std::views::iota(first, first + count);
+    return {numbers.begin(), numbers.end()};
+}
+
+/// Leaves a closed store with these samples.
+void fillStore(const std::filesystem::path& directory, const std::vector<int>& numbers);
 
 }  // namespace tarvex::test

@@ -18,7 +18,7 @@ protected:
     bool leavesTrace(const std::vector<int>& numbers) const { return test::leavesTrace(directory.path(), numbers); }
 
     const std::vector<int> hundred = range(0, 100);
-    test::OtherProgram other{directory.path() / SampleStore::fileName};
+    test::OtherProgram other{file};
 };
 
 TEST_F(Scrub, LeavesNoByteOfADeletedSampleInAnyFileAndSparesLaterOnes) {
@@ -41,13 +41,15 @@ TEST_F(Scrub, LeavesNoByteOfADeletedSampleInAnyFileAndSparesLaterOnes) {
     EXPECT_EQ(test::integrity(directory.path()), "ok");
 }
 
-TEST_F(Scrub, CostsNothingWhenItIsNotOwed) {
+TEST_F(Scrub, CostsACommitNoSyncBesideItsOwnWhenItIsNotOwed) {
     ASSERT_TRUE(store.removeAll());
     store.context().scrub();
     ASSERT_TRUE(store.add(1000));
     const int before = vfs.count(FileCall::sync);
-    ASSERT_TRUE(store.add(1001));
-    EXPECT_EQ(vfs.count(FileCall::sync) - before, 1) << "of the sample itself";
+    for (const int first : {1001, 1101, 1201})
+        ASSERT_TRUE(store.addAll(range(first, 100)));
+    ASSERT_TRUE(store.context().save()) << "nothing is pending";
+    EXPECT_EQ(vfs.count(FileCall::sync) - before, 3);
     ASSERT_TRUE(store.removeAll());
     store.context().scrub();
     const int emptied = vfs.count(FileCall::sync);
@@ -56,7 +58,9 @@ TEST_F(Scrub, CostsNothingWhenItIsNotOwed) {
     EXPECT_EQ(vfs.count(FileCall::sync), emptied);
 }
 
-TEST_F(Scrub, WaitsForAReaderAndIsDoneByTheNextOperationAfterIt) {
+TEST_F(Scrub, WaitsForAReaderAndIsDoneByTheNextOperationOfAnyConnectionAfterIt) {
+    SampleStore another(directory.path());
+    ASSERT_TRUE(another.open());
     int first = 0;
     for (const auto& [name, operation] : std::map<std::string, std::function<bool(SampleStore&)>>{
              {"count", [](SampleStore& s) { return s.count().has_value(); }},
@@ -68,7 +72,7 @@ TEST_F(Scrub, WaitsForAReaderAndIsDoneByTheNextOperationAfterIt) {
         const auto deleted = range(first += 1000, 100);
         ASSERT_TRUE(store.addAll(deleted));
         other.beginToRead();
-        ASSERT_TRUE(store.removeAll());
+        ASSERT_TRUE(another.removeAll());
         store.context().scrub();
         ASSERT_TRUE(operation(store));
         EXPECT_TRUE(leavesTrace(deleted));
@@ -104,14 +108,6 @@ TEST_F(Scrub, WaitsForAWriterFor50Milliseconds) {
     EXPECT_THAT(vfs.count(FileCall::sharedLock) - before, ::testing::AllOf(::testing::Gt(7), ::testing::Lt(30)));
     EXPECT_TRUE(leavesTrace(hundred));
     other.end();
-    ASSERT_TRUE(store.count());
-    EXPECT_FALSE(leavesTrace(hundred));
-}
-
-TEST_F(Scrub, IsDoneForADeletionOfAnotherConnection) {
-    SampleStore another(directory.path());
-    ASSERT_TRUE(another.open() && another.removeAll());
-    EXPECT_TRUE(leavesTrace(hundred));
     ASSERT_TRUE(store.count());
     EXPECT_FALSE(leavesTrace(hundred));
 }
