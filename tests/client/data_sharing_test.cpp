@@ -3,7 +3,6 @@
 #include "client/sender.h"
 #include "platform/sqlite/sample_store.h"
 #include "platform/sqlite/sqlite_user_defaults.h"
-#include "prelude.h"
 #include "scripted_object_store.h"
 #include "test_platform.h"
 
@@ -90,10 +89,14 @@ TEST_F(ShareTrackingData, OverlappingUploadsEachPostTheWholeStoreAndDeleteWhatIs
     respond(1);
     EXPECT_EQ(recordsAtCallback, 0);
     storeSample(2);
-    sharing = std::make_shared<DataSharing>(*platform, store, endpoint);
+    sharing->uploadInBackground();
+    sharing.reset();
     respond(0);
     EXPECT_EQ(recordsAtCallback, 0) << "samples taken during an upload go too, and it keeps what it needs for that";
     EXPECT_THAT(outcomes, ElementsAre("success", "success"));
+    respond(2);
+    platform->notificationCenter().post(platform::applicationDidEnterBackground);
+    EXPECT_THAT(platform.backend->requests(), SizeIs(3)) << "nobody is left to upload";
 }
 
 TEST_F(ShareTrackingData, ReportsWhatCannotBeSentBeforeItReturns) {
@@ -111,20 +114,6 @@ TEST_F(ShareTrackingData, ReportsWhatCannotBeSentBeforeItReturns) {
     }
     EXPECT_EQ(outcomes.front(), "HTTPError: Cannot parse backend url String");
     EXPECT_THAT(platform.backend->requests(), IsEmpty());
-}
-
-TEST_F(ShareTrackingData, UploadsAndDeletesWheneverTheHostGoesToTheBackground) {
-    sharing->uploadInBackground();
-    storeSample(1);
-    for (std::size_t transition = 0; transition < 2; ++transition) {
-        platform->notificationCenter().post(platform::applicationDidEnterBackground);
-        ASSERT_THAT(platform.backend->requests(), SizeIs(transition + 1));
-        respond(transition);
-        EXPECT_EQ(store.countTrackingData(), 0);
-    }
-    sharing.reset();
-    platform->notificationCenter().post(platform::applicationDidEnterBackground);
-    EXPECT_THAT(platform.backend->requests(), SizeIs(2)) << "nobody is left to upload";
 }
 
 TEST_F(ShareTrackingData, NamesOnlyAnIdentifierThatIsDurable) {

@@ -5,7 +5,6 @@
 #include "platform/glib/glib_timer_scheduler.h"
 #include "platform/iio/sensor_tree.h"
 #include "platform/portal/portal_services.h"
-#include "prelude.h"
 #include "tarvex/client.h"
 #include "test_platform.h"
 

@@ -1,7 +1,6 @@
 #include "client/tracking_sessions.h"
 
 #include "platform/sqlite/sample_store.h"
-#include "prelude.h"
 #include "recorded_log.h"
 #include "tarvex/testing/scripted_face_tracking.h"
 #include "test_platform.h"

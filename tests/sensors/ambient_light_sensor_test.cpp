@@ -2,7 +2,6 @@
 
 #include "platform/iio/iio_hid_event_system.h"
 #include "platform/iio/sensor_tree.h"
-#include "prelude.h"
 #include "sensors/ambient_light_tracking.h"
 #include "test_platform.h"
 
@@ -13,8 +12,7 @@ using Reading = std::tuple<std::int32_t, float, float, float, float>;
 
 Reading lastReading() {
     Reading reading{-1, -1.0F, -1.0F, -1.0F, -1.0F};
-    auto& [lux, channel0, channel1, channel2, channel3] = reading;
-    TXAmbientLightSensor::get_lux(&lux, &channel0, &channel1, &channel2, &channel3);
+    std::apply([](auto&... values) { TXAmbientLightSensor::get_lux(&values...); }, reading);
     return reading;
 }
 
@@ -140,12 +138,11 @@ TEST_F(AmbientLightSensor, ASamplerStoresTheLastReadingWhetherItIsNewOrNot) {
     const ValueMap zeros{{"lux", 0}, {"channel0", 0}, {"channel1", 0}, {"channel2", 0}, {"channel3", 0}};
     const ValueMap reading{
         {"lux", 250}, {"channel0", 0.10000000149011612}, {"channel1", 2}, {"channel2", 3}, {"channel3", 4}};
-    const auto samples = test::documentOf(store).trackingData;
-    ASSERT_THAT(samples, SizeIs(3));
-    EXPECT_EQ(samples[0].data, zeros);
-    EXPECT_EQ(samples[1].data, reading);
-    EXPECT_EQ(samples[2].data, reading);
-    EXPECT_EQ(samples[2].type, "ambient_light");
+    std::vector<std::pair<std::string, ValueMap>> samples;
+    for (const auto& sample : test::documentOf(store).trackingData)
+        samples.emplace_back(sample.type, sample.data);
+    const std::string type = "ambient_light";
+    EXPECT_THAT(samples, ElementsAre(Pair(type, zeros), Pair(type, reading), Pair(type, reading)));
 }
 
 }  // namespace

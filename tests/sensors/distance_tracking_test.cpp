@@ -1,6 +1,5 @@
 #include "sensors/distance_tracking.h"
 
-#include "prelude.h"
 #include "tarvex/testing/scripted_face_tracking.h"
 #include "test_platform.h"
 
@@ -68,25 +67,21 @@ TEST_F(DistanceTrackingTest, StartsEachRunAfreshInASceneThatRendersLittleAndAtta
 }
 
 TEST_F(DistanceTrackingTest, StoresBothDistancesFromTheWorldsOriginInCentimetresAndPauses) {
-    struct Case {
-        Transform leftEye, rightEye, head;
-        double left, right;
-    };
+    using Case = std::tuple<Transform, Transform, Transform, double, double>;
     std::set<std::shared_ptr<platform::SceneNode>> nodes;
-    for (const Case& c : {Case{at(0.03F, 0.04F, 0), at(0, 0, -0.5F), at(0, 0, 0), 50, 5},
-                          Case{at(0, 0, -0.3F), at(0, 0, 0), at(0, 0, 0), 0, 30.000001907348633},
-                          Case{at(0, 0, 0), at(0, 0.1875F, 0), at(0, 0, -0.25F), 31.25, 25}}) {
+    for (const auto& [leftEye, rightEye, head, left, right] :
+         {Case{at(0.03F, 0.04F, 0), at(0, 0, -0.5F), at(0, 0, 0), 50, 5},
+          Case{at(0, 0, -0.3F), at(0, 0, 0), at(0, 0, 0), 0, 30.000001907348633},
+          Case{at(0, 0, 0), at(0, 0.1875F, 0), at(0, 0, -0.25F), 31.25, 25}}) {
         store.deleteAllTrackingData();
         tracking->beginMeasurement(hostView);
-        const Anchor face{.transform = c.head,
-                          .face = Anchor::Face{.leftEyeTransform = c.leftEye, .rightEyeTransform = c.rightEye}};
+        const Anchor face{.transform = head, .face = Anchor::Face{leftEye, rightEye}};
         const auto node = scene->addAnchor(face);
         EXPECT_TRUE(nodes.insert(node).second) << "a new anchor has a new node";
         std::jthread([&] { scene->updateAnchor(*node, face); }).join();  // the rendering thread
         const TrackingData sample = test::documentOf(store).trackingData.front();
         EXPECT_EQ(sample.type, "distance");
-        EXPECT_EQ(sample.data,
-                  (ValueMap{{"leftEyeDistanceFromCamera", c.left}, {"rightEyeDistanceFromCamera", c.right}}));
+        EXPECT_EQ(sample.data, (ValueMap{{"leftEyeDistanceFromCamera", left}, {"rightEyeDistanceFromCamera", right}}));
         EXPECT_FALSE(scene->isRunning());
         scene->updateAnchor(*node, face);
         EXPECT_EQ(store.countTrackingData(), 1) << "a paused run measures nothing more";

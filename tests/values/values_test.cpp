@@ -58,16 +58,10 @@ TEST(ViewDeathTest, HasOneParentAndIsNeverItsOwnAndBelongsToOneThread) {
     const auto second = makeHeadlessView();
     const auto child = makeHeadlessView();
     const auto other = makeHeadlessView();
-    using Views = std::vector<std::pair<std::shared_ptr<View>, std::shared_ptr<View>>>;
-    for (const auto& [parent, added] : Views{{first, child},
-                                             {second, child},
-                                             {second, other},
-                                             {second, child},
-                                             {first, second},
-                                             {child, first},
-                                             {child, second},
-                                             {child, child},
-                                             {child, nullptr}})
+    using Added = std::pair<std::shared_ptr<View>, std::shared_ptr<View>>;
+    for (const auto& [parent, added] :
+         {Added{first, child}, Added{second, child}, Added{second, other}, Added{second, child}, Added{first, second},
+          Added{child, first}, Added{child, second}, Added{child, child}, Added{child, nullptr}})
         parent->addSubview(added);
     EXPECT_THAT(first->subviews(), ElementsAre(second));
     EXPECT_THAT(second->subviews(), ElementsAre(other, child));

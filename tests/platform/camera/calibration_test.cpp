@@ -2,7 +2,6 @@
 
 #include "platform/camera/camera_options.h"
 #include "platform/camera/scripted_frame_source.h"
-#include "prelude.h"
 
 namespace tarvex::camera {
 
@@ -29,6 +28,11 @@ platform::Anchor seen(float factor) {
             .face = platform::Anchor::Face{movedBy(0.25F, 0, 0), movedBy(-0.25F, 0, 0)}};
 }
 
+auto columnsOf(const platform::Anchor& face) {
+    return std::tuple(face.transform.columns, face.face->leftEyeTransform.columns,
+                      face.face->rightEyeTransform.columns);
+}
+
 }  // namespace
 
 TEST_F(Calibration, CountsForItsCameraAndFrameSizeWhereTheHostSetsNothing) {
@@ -36,28 +40,21 @@ TEST_F(Calibration, CountsForItsCameraAndFrameSizeWhereTheHostSetsNothing) {
     ASSERT_TRUE(file.store("Front", 640, 360, 0.5));
     ASSERT_TRUE(file.store(odd, 640, 480, 1.25));
     ASSERT_TRUE(file.store("", 640, 480, 4));
-    struct Case {
-        Options options;
-        std::optional<std::string> camera;
-        int height;
-        float factor;
-    };
-    for (const Case& c :
+    using Case = std::tuple<Options, std::optional<std::string>, int, float>;
+    for (const auto& [options, camera, height, factor] :
          {Case{{}, "Front", 480, 2}, Case{{}, "Front", 360, 0.5}, Case{{}, odd, 480, 1.25}, Case{{}, "", 480, 4},
           Case{{}, "Front", 720, 1}, Case{{}, "Back", 480, 1}, Case{{}, std::nullopt, 480, 1},
           Case{{.calibrationFactor = 4}, "Front", 480, 4}, Case{{.horizontalFieldOfView = 70}, "Front", 480, 1},
           Case{{.interpupillaryDistance = 0.06}, "Front", 480, 1}}) {
-        SCOPED_TRACE(c.camera.value_or("unknown") + " " + std::to_string(c.height));
+        SCOPED_TRACE(camera.value_or("unknown") + " " + std::to_string(height));
         bool blind = false;
         const auto look = [&blind](const Frame&) { return blind ? std::nullopt : std::optional(seen(1)); };
-        const auto finder = calibratedFinder(look, c.options, c.camera, file);
+        const auto finder = calibratedFinder(look, options, camera, file);
         EXPECT_TRUE(finder({.width = 320, .height = 240, .pixels = {}})) << "a size before the one that counts";
-        const auto face = finder({.width = 640, .height = c.height, .pixels = {}});
-        EXPECT_EQ(face->transform.columns, seen(c.factor).transform.columns);
-        EXPECT_EQ(face->face->leftEyeTransform.columns, seen(c.factor).face->leftEyeTransform.columns);
-        EXPECT_EQ(face->face->rightEyeTransform.columns, seen(c.factor).face->rightEyeTransform.columns);
+        const auto face = finder({.width = 640, .height = height, .pixels = {}});
+        EXPECT_EQ(columnsOf(*face), columnsOf(seen(factor)));
         blind = true;
-        EXPECT_FALSE(finder({.width = 640, .height = c.height, .pixels = {}}));
+        EXPECT_FALSE(finder({.width = 640, .height = height, .pixels = {}}));
     }
 }
 

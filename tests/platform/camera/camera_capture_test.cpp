@@ -2,7 +2,6 @@
 
 #include "platform/camera/capture/camera_scene_view.h"
 #include "platform/camera/scripted_frame_source.h"
-#include "prelude.h"
 #include "recorded_log.h"
 
 namespace tarvex::camera {

@@ -1,6 +1,4 @@
-#include "platform/camera/recorded_video.h"
 #include "platform/camera/scripted_frame_source.h"
-#include "prelude.h"
 #include "recorded_log.h"
 #include "sensors/distance_tracking.h"
 #include "storage/persistence_controller.h"

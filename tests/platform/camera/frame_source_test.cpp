@@ -1,8 +1,7 @@
 #include "platform/camera/capture/frame_source.h"
 
 #include "platform/camera/camera_source.h"
-#include "platform/camera/recorded_video.h"
-#include "prelude.h"
+#include "platform/camera/scripted_frame_source.h"
 
 namespace tarvex::camera {
 
@@ -88,22 +87,18 @@ protected:
 }  // namespace
 
 TEST_F(FrameSources, ShowEveryFormatOfACameraAsRedGreenBlue) {
-    struct Case {
-        const char* format;
-        int width;
-        int height;
-    };
-    for (const Case& c : {Case{"video/x-raw,format=YUY2,width=640,height=480", 640, 480},
-                          Case{"video/x-raw,format=NV12,width=640,height=480", 640, 480},
-                          Case{"video/x-raw,format=I420,width=70,height=50", 70, 50},
-                          Case{"video/x-raw,width=640,height=480 ! jpegenc", 640, 480},
-                          Case{"video/x-raw,format=GRAY8,width=64,height=48", 64, 48}}) {
-        SCOPED_TRACE(c.format);
-        const SimulatedCamera camera(std::string("videotestsrc pattern=red ! ") + c.format);
+    using Case = std::tuple<const char*, int, int>;
+    for (const auto& [format, width, height] : {Case{"video/x-raw,format=YUY2,width=640,height=480", 640, 480},
+                                                Case{"video/x-raw,format=NV12,width=640,height=480", 640, 480},
+                                                Case{"video/x-raw,format=I420,width=70,height=50", 70, 50},
+                                                Case{"video/x-raw,width=640,height=480 ! jpegenc", 640, 480},
+                                                Case{"video/x-raw,format=GRAY8,width=64,height=48", 64, 48}}) {
+        SCOPED_TRACE(format);
+        const SimulatedCamera camera(std::string("videotestsrc pattern=red ! ") + format);
         const Seen seen = look(file, 3);
         EXPECT_EQ(seen.end, "");
-        EXPECT_THAT(seen.sizes, AllOf(SizeIs(3), Each(Pair(c.width, c.height))));
-        const bool isGrey = std::string_view(c.format).contains("GRAY8");
+        EXPECT_THAT(seen.sizes, AllOf(SizeIs(3), Each(Pair(width, height))));
+        const bool isGrey = std::string_view(format).contains("GRAY8");
         EXPECT_EQ(seen.firstPixel[0] > 220, !isGrey);
         EXPECT_LT(isGrey ? std::abs(seen.firstPixel[0] - seen.firstPixel[2]) : seen.firstPixel[2], isGrey ? 3 : 60);
     }

@@ -5,7 +5,6 @@
 #include "platform/portal/portal_services.h"
 #include "platform/portal/video_devices.h"
 #include "platform/shared/file_descriptor.h"
-#include "prelude.h"
 #include "scripted_portal.h"
 #include "session_bus.h"
 #include "tarvex/testing/manual_run_loop.h"
@@ -46,13 +45,9 @@ struct Camera {
 };
 
 TEST(PortalCaptureDevice, AnswersOnceWhateverThePortalDoes) {
-    struct Case {
-        const char* description;
-        std::vector<Step> script;
-        bool granted;
-    };
+    using Case = std::tuple<const char*, std::vector<Step>, bool>;
     const SessionBus bus;
-    for (const Case& c :
+    for (const auto& [description, script, granted] :
          {Case{"granted", {Step::reply, Step::respondSuccess}, true},
           Case{"denied or cancelled", {Step::reply, Step::respondCancelled}, false},
           Case{"ended otherwise", {Step::reply, Step::respondOtherwise}, false},
@@ -63,11 +58,11 @@ TEST(PortalCaptureDevice, AnswersOnceWhateverThePortalDoes) {
           Case{"two responses", {Step::reply, Step::respondCancelled, Step::respondSuccess}, false},
           Case{"dies before the reply", {Step::die}, false},
           Case{"dies before the response", {Step::reply, Step::die}, false}}) {
-        SCOPED_TRACE(c.description);
-        const ScriptedPortal portal(c.script);
+        SCOPED_TRACE(description);
+        const ScriptedPortal portal(script);
         Camera camera;
         camera.request();
-        EXPECT_EQ(camera.only(), c.granted);
+        EXPECT_EQ(camera.only(), granted);
         EXPECT_FALSE(camera.device.isRequestInProgress());
         EXPECT_EQ(camera.looks, 0);
     }
@@ -179,33 +174,27 @@ TEST(PortalApplication, OpensUrlsThroughThePortalAndElseThroughTheFallback) {
     }
 }
 
-TEST(MayUseCamera, FollowsTheVideoDevicesThatTheUserMayOpen) {
-    struct Case {
-        std::vector<std::string> usable;
-        std::vector<std::string> unusable;
-        bool granted;
-    };
-    for (const Case& c :
-         {Case{{}, {}, true}, Case{{}, {"video", "video1x", "media0"}, true}, Case{{"video0"}, {}, true},
-          Case{{}, {"video0"}, false}, Case{{"video10"}, {"video2"}, true}}) {
-        SCOPED_TRACE(::testing::PrintToString(c.usable) + ::testing::PrintToString(c.unusable));
+TEST(VideoDevices, AreTheNumberedNodesInTheirOrderAndTheirUseFollowsThoseThatTheUserMayOpen) {
+    using Names = std::vector<std::string>;
+    using Case = std::tuple<Names, Names, bool, std::vector<std::filesystem::path>>;
+    for (const auto& [usable, unusable, granted, nodes] :
+         {Case{{}, {}, true, {}}, Case{{}, {"video", "videoX", "vide0", "video1x", "media0"}, true, {}},
+          Case{{"video0"}, {}, true, {"video0"}}, Case{{}, {"video0"}, false, {"video0"}},
+          Case{{"video10"}, {"video2"}, true, {"video2", "video10"}}}) {
+        SCOPED_TRACE(::testing::PrintToString(usable) + ::testing::PrintToString(unusable));
         const TemporaryDirectory devices;
-        for (const std::string& name : c.usable)
+        for (const std::string& name : usable)
             writeFile(devices.path() / name, "");
         // A node without a device behind it: opening it fails for every user, root included.
-        for (const std::string& name : c.unusable)
+        for (const std::string& name : unusable)
             std::filesystem::create_symlink("gone", devices.path() / name);
-        EXPECT_EQ(mayUseCamera(devices.path()), c.granted);
+        EXPECT_EQ(mayUseCamera(devices.path()), granted);
+        auto found = videoDeviceNodes(devices.path());
+        for (auto& node : found)
+            node = node.lexically_relative(devices.path());
+        EXPECT_EQ(found, nodes);
+        EXPECT_THAT(videoDeviceNodes(devices.path() / "absent"), IsEmpty());
     }
-}
-
-TEST(VideoDevices, AreTheNumberedNodesInTheirOrder) {
-    const TemporaryDirectory directory;
-    for (const char* name : {"video10", "video2", "videoX", "video", "vide0", "video2a", "audio1"})
-        writeFile(directory.path() / name, "");
-    EXPECT_THAT(videoDeviceNodes(directory.path()),
-                ElementsAre(directory.path() / "video2", directory.path() / "video10"));
-    EXPECT_THAT(videoDeviceNodes(directory.path() / "absent"), IsEmpty());
 }
 
 }  // namespace

@@ -2,16 +2,9 @@
 
 #include <gio/gio.h>
 
-#include <algorithm>
-#include <cstdint>
-#include <cstdlib>
-#include <memory>
 #include <mutex>
-#include <stdexcept>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
+
+#include "prelude.h"
 
 namespace tarvex::test {
 
