@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -179,8 +180,9 @@ bool isPlain(char c) {
 
 /// Bytes of the character at the beginning of `text`; 0 when it is not UTF-8.
 std::size_t characterSize(std::string_view text) {
-    const auto first = static_cast<unsigned char>(text.front());
-    const std::size_t size = first < 0x80 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+    // The leading ones of the first byte are the number of bytes; a character of one byte has none.
+    const int leadingOnes = std::countl_one(static_cast<unsigned char>(text.front()));
+    const auto size = static_cast<std::size_t>(std::max(1, leadingOnes));
     return size <= text.size() && simdjson::validate_utf8(text.substr(0, size)) ? size : 0;
 }
 
