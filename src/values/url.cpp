@@ -20,7 +20,7 @@ bool isNeverInUrls(char c) {
 }
 
 bool hasBrokenEscape(std::string_view text) {
-    for (auto at = text.find('%'); at != text.npos; at = text.find('%', at + 1)) {
+    for (auto at = text.find('%'); at != std::string_view::npos; at = text.find('%', at + 1)) {
         if (at + 2 >= text.size() || !hexDigits.contains(text[at + 1]) || !hexDigits.contains(text[at + 2]))
             return true;
     }
@@ -41,17 +41,19 @@ bool isPort(std::string_view text) {
 
 // [user@]host[:port], where the host may be an address in brackets. Empty is allowed.
 bool isAuthority(std::string_view text) {
-    if (const auto at = text.find('@'); at != text.npos) text.remove_prefix(at + 1);
+    if (const auto at = text.find('@'); at != std::string_view::npos) text.remove_prefix(at + 1);
     if (text.starts_with('[')) {
         const auto end = text.find(']');
         in6_addr address{};
-        if (end == text.npos || inet_pton(AF_INET6, std::string(text.substr(1, end - 1)).c_str(), &address) != 1)
+        if (end == std::string_view::npos ||
+            inet_pton(AF_INET6, std::string(text.substr(1, end - 1)).c_str(), &address) != 1)
             return false;
         text.remove_prefix(end + 1);
         return text.empty() || (text.front() == ':' && isPort(text.substr(1)));
     }
     const auto colon = std::min(text.find(':'), text.size());
-    return text.find_first_of("[]") == text.npos && (colon == text.size() || isPort(text.substr(colon + 1)));
+    return text.find_first_of("[]") == std::string_view::npos &&
+           (colon == text.size() || isPort(text.substr(colon + 1)));
 }
 
 }  // namespace

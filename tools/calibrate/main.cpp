@@ -75,8 +75,8 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
         // Not by a range check, which takes "nan".
-        if (!(arguments.centimetres >= 10 && arguments.centimetres <= 200))
-            throw CLI::ValidationError("--distance-cm", "the number must be from 10 to 200");
+        const bool inRange = arguments.centimetres >= 10 && arguments.centimetres <= 200;
+        if (!inRange) throw CLI::ValidationError("--distance-cm", "the number must be from 10 to 200");
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : 2;
     }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <tuple>
 
 namespace tarvex::platform {
 namespace {
@@ -31,7 +32,7 @@ private:
 bool append(Handle<curl_slist, curl_slist_free_all>& list, const std::string& line) {
     curl_slist* longer = curl_slist_append(list.get(), line.c_str());
     if (longer == nullptr) return false;
-    static_cast<void>(list.release());
+    std::ignore = list.release();
     list.reset(longer);
     return true;
 }
