@@ -52,8 +52,8 @@ public:
     ValueMapAppender(ValueMapAppender&&) noexcept;
     ValueMapAppender& operator=(ValueMapAppender&&) noexcept;
 
-    /// Appends `text` when it is an object whose members are all numbers; false, and nothing appended, otherwise. The
-    /// members keep their bytes, unless names repeat: then only the last of each is written.
+    /// Appends `text` when it is an object of numbers; false, and nothing appended, otherwise. Of members with one name
+    /// the last counts. What is not in its shortest layout, or repeats a name, is written anew.
     [[nodiscard]] bool append(std::string_view text, ByteBuffer& output);
 
 private:

@@ -99,8 +99,6 @@ std::optional<JsonValue> converted(ondemand::value value, int depth) {
 
 // Value maps
 
-enum class Shape : std::uint8_t { compactValueMap, needsRewriting, noValueMap };
-
 // The names met in one object, as they are written; few enough to be compared one by one.
 class Names {
 public:
@@ -127,31 +125,30 @@ std::optional<std::string_view> plainName(ondemand::field& field) {
     return std::string_view(begin, end);
 }
 
-// Looks at the members of an object. `text` is followed by padding, see `begin`.
-Shape shapeOf(std::string_view text, ondemand::parser& parser) {
+// True for an object of numbers in its shortest layout, its names without escapes and different; what is refused here
+// may still be an object of numbers. `text` is followed by padding, see `begin`.
+bool isCompactValueMap(std::string_view text, ondemand::parser& parser) {
     ondemand::document document;
     ondemand::object object;
-    if (!begin(text, parser, document) || document.get_object().get(object) != SUCCESS) return Shape::noValueMap;
+    if (!begin(text, parser, document) || document.get_object().get(object) != SUCCESS) return false;
 
     Names names;
-    bool asWritten = true;
     std::size_t compactSize = 2;  // the braces
     for (auto member : object) {
         ondemand::field field;
         double number = 0;
-        if (std::move(member).get(field) != SUCCESS) return Shape::noValueMap;
+        if (std::move(member).get(field) != SUCCESS) return false;
         const auto name = plainName(field);
         const std::string_view token = field.value().raw_json_token();
-        if (field.value().get_double().get(number) != SUCCESS) return Shape::noValueMap;
-        asWritten = asWritten && name && names.add(*name) && token.back() > ' ';
-        compactSize += name.value_or("").size() + token.size() + std::strlen(R"("":,)");
+        if (field.value().get_double().get(number) != SUCCESS) return false;
+        if (!name || !names.add(*name) || token.back() <= ' ') return false;
+        compactSize += name->size() + token.size() + std::strlen(R"("":,)");
     }
-    if (!isAtEnd(document)) return Shape::noValueMap;
     if (compactSize > 2) --compactSize;  // no comma behind the last member
-    return asWritten && compactSize == text.size() ? Shape::compactValueMap : Shape::needsRewriting;
+    return isAtEnd(document) && compactSize == text.size();
 }
 
-// A member at a time, the last of each name.
+// A member at a time, the last of each name. False, and nothing appended, when one of them is not a number.
 bool appendRewritten(std::string_view text, ByteBuffer& output) {
     const auto decoded = decodeJson(text);
     const auto* members = decoded ? std::get_if<JsonValue::Object>(&decoded->value) : nullptr;
@@ -270,16 +267,9 @@ bool ValueMapAppender::append(std::string_view text, ByteBuffer& output) {
     // The bytes are validated where they will stay.
     char* begin = output.spare(text.size() + simdjson::SIMDJSON_PADDING).data();
     if (!text.empty()) std::memcpy(begin, text.data(), text.size());
-    switch (shapeOf({begin, text.size()}, parser_->parser)) {
-        case Shape::compactValueMap:
-            output.extend(text.size());
-            return true;
-        case Shape::needsRewriting:
-            return appendRewritten(text, output);
-        case Shape::noValueMap:
-            return false;
-    }
-    std::unreachable();
+    if (!isCompactValueMap({begin, text.size()}, parser_->parser)) return appendRewritten(text, output);
+    output.extend(text.size());
+    return true;
 }
 
 }  // namespace tarvex::platform

@@ -52,6 +52,7 @@ TEST(Json, RewritesOnlyValueMapsThatAreNotCompactOrRepeatNames) {
          {Case{" { } ", "{}"}, Case{R"({ "a" : 1 })", R"({"a":1})"}, Case{R"({"a":1 })", R"({"a":1})"},
           Case{"{\"a\":1}\n", R"({"a":1})"}, Case{R"({"a":1,"a":2})", R"({"a":2})"},
           Case{R"({"a":-0,"a":-0})", R"({"a":-0.0})"}, Case{R"({"a":1,"\u0061":3})", R"({"a":3})"},
+          Case{R"({"a":{"b":null},"a":1})", R"({"a":1})"},
           Case{R"({"a":1,"b":2,"c":3,"d":4,"e":5,"f":6,"g":7,"h":8,"i":9,"a":0})",
                R"({"a":0,"b":2,"c":3,"d":4,"e":5,"f":6,"g":7,"h":8,"i":9})"}})
         EXPECT_EQ(appended(map), rewritten) << map;
@@ -59,7 +60,7 @@ TEST(Json, RewritesOnlyValueMapsThatAreNotCompactOrRepeatNames) {
 
 TEST(Json, RefusesWhatIsNoMapOfFiniteNumbers) {
     for (const auto* value : {R"("1")", "null", "true", "[1]", "{}", "1e999", "-1e999", "-", ".5", "NaN", "01", "1.",
-                              "+1", "1,", "1 2", R"(1}{"b":2)", ""})
+                              "+1", "1,", "1 2", R"(1}{"b":2)", R"(1,"b":[])", ""})
         EXPECT_EQ(appended(R"({"b":0,"a":)" + std::string(value) + "}"), std::nullopt) << value;
     for (const auto& text : {""s, "{"s, "[1]"s, "null"s, R"({"a":1)"s, R"({"a":1}})"s, R"({"a":1}x)"s, R"({"a"1})"s,
                              R"({'a':1})"s, "{\"a\":1}\0"s, "\xEF\xBB\xBF{\"a\":1}"s, "{\"\xFF\":1}"s,
