@@ -48,9 +48,9 @@ Picture frameOf(const PrintedFace& face, const Mode& mode, double depth, double 
     return frame;
 }
 
-/// How far an eye of a print is that is seen at `place` when the print is at the reference depth: beside the line of
-/// sight by as much as then, and 7 mm behind the print that its corners are on. `scale` is how large the print's face
-/// is beside the average one.
+/// The distance of an eye whose print is `depth` metres away. At the reference depth it is seen at `place`, and its
+/// distance to the line of sight stays the same. The eye's centre is 7 mm behind the print, which shows its corners.
+/// `scale` is the size of the print's face beside the average one.
 double trueDistance(double depth, double scale, const FromMiddle& place, double focalLength) {
     constexpr double behind = 0.007;
     const double perPixel = referenceDepth / focalLength * scale;

@@ -4,7 +4,7 @@
 
 namespace tarvex::benchmarks {
 
-/// Something of each eye.
+/// A value for each eye.
 template <typename Value>
 struct BothEyes {
     Value left;

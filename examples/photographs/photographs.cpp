@@ -21,7 +21,7 @@ Paths entriesOf(const std::filesystem::path& directory) {
     return paths;
 }
 
-/// The library's own answer, which says on standard error why not.
+/// The library's own answer; it logs why not.
 bool canUseCamera() {
     tarvex::platform::Platform scratch;
     tarvex::camera::addTo(scratch);

@@ -36,7 +36,7 @@ struct Pictures {
     std::vector<std::filesystem::path> paths;
 };
 
-/// Frames may be 16 to 4096 pixels wide and high; a source of others ends with a line on standard error that says so.
+/// Frames may be 16 to 4096 pixels wide and high; a source of others ends with a warning that says so.
 using Source = std::variant<CameraDevice, PortalCamera, VideoFile, Pictures>;
 
 /// The source of the pixels, and the numbers that turn them into centimetres.
@@ -57,7 +57,7 @@ struct Options {
 /// Installs face tracking into a platform that is not used yet; call it before `Platform::install`.
 ///
 /// Reentrant. The options are copied; a file descriptor among them must outlive the platform. Face tracking is then
-/// supported when the source and the networks exist; otherwise one line on standard error names the reason. The camera
+/// supported when the source and the networks exist; otherwise one warning names the reason. The camera
 /// is open only while a measurement runs. No frame is written or sent, or kept after it has been evaluated.
 TARVEX_EXPORT void addTo(platform::Platform& platform, Options options = {});
 

@@ -23,7 +23,7 @@ namespace tarvex::gtk {
 /// a link, and time without any keyboard, does not count towards these seconds. When the user closes the last window or
 /// the host's GApplication ends, the notification precedes the end of the host's loop. A host without GTK windows
 /// receives no notification. Does not initialise GTK and may be called before `gtk_init`. With another major version
-/// of GTK in the process, reports that on standard error and leaves the platform as it is. A second call for the same
+/// of GTK in the process, logs one warning and leaves the platform as it is. A second call for the same
 /// platform has no effect.
 TARVEX_EXPORT void addTo(platform::Platform& platform);
 
@@ -34,7 +34,7 @@ TARVEX_EXPORT void addTo(platform::Platform& platform);
 
 /// A new widget that shows the consent screen, with a floating reference as GTK's own constructors return it. The
 /// argument need not outlive it. Null where GTK cannot be used (no display, or another major version in the process);
-/// the reason is reported on standard error.
+/// one warning names the reason.
 [[nodiscard]] TARVEX_EXPORT GtkWidget* widget(const ViewController& controller);
 [[nodiscard]] TARVEX_EXPORT GtkWidget* widget(const InformationView& view);
 

@@ -15,6 +15,6 @@ int main(int argc, char** argv) {
     tarvex::camera::addTo(*platform, {.source = tarvex::camera::Pictures{.paths = {argv[1]}}});
     const bool installed = Platform::install(std::move(platform));
     if (installed && Platform::current().faceTracking().isSupported()) return 0;
-    std::cerr << "not so: the installed library tracks faces\n";
+    std::cerr << "failed: the installed library tracks faces\n";
     return 1;
 }

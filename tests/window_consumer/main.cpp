@@ -16,7 +16,7 @@ namespace {
 
 void expect(bool holds, const char* what) {
     if (holds) return;
-    std::cerr << "not so: " << what << '\n';
+    std::cerr << "failed: " << what << '\n';
     std::exit(1);
 }
 

@@ -2,11 +2,10 @@
 
 namespace tarvex::gtk {
 
-/// Whether no other major version of GTK is in the process, with which GTK would end it. When there is one, says so on
-/// standard error, once.
+/// False when another major version of GTK is in the process, with which GTK would end it; logs one warning then.
 bool isAloneInProcess();
 
-/// Initialises GTK unless the host has; false where it cannot be, which is then said on standard error, once.
+/// Initialises GTK unless the host has; false where it cannot be, with one warning that says why.
 bool isUsable();
 
 }  // namespace tarvex::gtk
