@@ -1,5 +1,6 @@
 #include "platform/glib/dispatch_queues.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <map>
 #include <mutex>
@@ -8,6 +9,7 @@
 
 #include "platform/shared/deadline_grid.h"
 #include "platform/shared/library_thread.h"
+#include "tarvex/platform/diagnostics.h"
 #include "tarvex/platform/run_loop.h"
 
 namespace tarvex::platform {
@@ -79,6 +81,17 @@ void LinuxDispatchQueues::backgroundAfter(std::chrono::nanoseconds delay, std::f
         // The system refuses a thread: the block waits for the next call, which tries again.
         return;
     }
+}
+
+void warnUnlessMainLoopRuns(DispatchQueues& queues, std::chrono::nanoseconds patience) {
+    const auto runs = std::make_shared<std::atomic<bool>>(false);
+    queues.mainAsync([runs] { *runs = true; });
+    queues.backgroundAfter(patience, [runs] {
+        if (!*runs)
+            logWarning(
+                "nothing is sampled: the main loop has not run since tracking was started; a host runs "
+                "RunLoop::main() or GLib's main loop, which GTK has and Qt has unless QT_NO_GLIB is set");
+    });
 }
 
 }  // namespace tarvex::platform

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -36,5 +37,8 @@ private:
     std::once_flag started_;
     std::jthread thread_;  // ends before what it uses
 };
+
+/// Logs one warning if the main thread runs nothing that is queued for it within `patience` of this call.
+void warnUnlessMainLoopRuns(DispatchQueues& queues, std::chrono::nanoseconds patience);
 
 }  // namespace tarvex::platform

@@ -127,6 +127,7 @@ private:
 }  // namespace
 
 std::shared_ptr<Timer> GLibTimerScheduler::scheduledTimer(double interval, std::function<void()> block) {
+    if (onFirstMainTimer_ && g_main_context_get_thread_default() == nullptr) std::call_once(first_, onFirstMainTimer_);
     return std::make_shared<GLibTimer>(tickInterval(interval), std::move(block));
 }
 

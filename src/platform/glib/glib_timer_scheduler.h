@@ -1,5 +1,10 @@
 #pragma once
 
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <utility>
+
 #include "tarvex/platform/timer.h"
 
 namespace tarvex::platform {
@@ -13,7 +18,16 @@ namespace tarvex::platform {
 /// throws ends the process.
 class GLibTimerScheduler final : public TimerScheduler {
 public:
+    GLibTimerScheduler() = default;
+    /// `onFirstMainTimer` is called once, at the first timer for the main loop.
+    explicit GLibTimerScheduler(std::function<void()> onFirstMainTimer)
+        : onFirstMainTimer_(std::move(onFirstMainTimer)) {}
+
     [[nodiscard]] std::shared_ptr<Timer> scheduledTimer(double interval, std::function<void()> block) override;
+
+private:
+    std::function<void()> onFirstMainTimer_;
+    std::once_flag first_;
 };
 
 }  // namespace tarvex::platform

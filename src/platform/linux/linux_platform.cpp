@@ -10,7 +10,6 @@
 #include "platform/glib/glib_timer_scheduler.h"
 #include "platform/iio/iio_hid_event_system.h"
 #include "platform/linux/data_directory.h"
-
 #include "platform/plist/plist_bundles.h"
 #include "platform/portable/no_face_tracking.h"
 #include "platform/portal/portal_services.h"
@@ -60,7 +59,8 @@ std::unique_ptr<Platform> Platform::makeLinux(LinuxOptions options) {
     platform->setApplication(std::make_unique<PortalApplication>(*mainRunLoop, std::make_unique<GioApplication>()));
     platform->setMainRunLoop(std::move(mainRunLoop));
     platform->setDispatchQueues(std::move(queues));
-    platform->setTimerScheduler(std::make_unique<GLibTimerScheduler>());
+    platform->setTimerScheduler(std::make_unique<GLibTimerScheduler>(
+        [services = platform.get()] { warnUnlessMainLoopRuns(services->dispatchQueues(), std::chrono::seconds(10)); }));
 
     platform->setHidEventSystem(options.sensorRoot ? std::make_unique<IioHidEventSystem>(std::move(*options.sensorRoot))
                                                    : std::make_unique<IioHidEventSystem>());

@@ -3,11 +3,12 @@
 #include <glib.h>
 
 #include "prelude.h"
+#include "recorded_log.h"
 
 namespace tarvex::platform {
 namespace {
 
-TEST(GioApplication, HandsTheUrlToTheApplicationThatTheDesktopHasSet) {
+TEST(GioApplication, HandsTheUrlToTheApplicationThatTheDesktopHasSetAndWarnsWhereThereIsNone) {
     const TemporaryDirectory home;
     const auto opened = home.path() / "opened";
     for (const char* variable : {"XDG_DATA_HOME", "XDG_DATA_DIRS", "XDG_CONFIG_HOME"})
@@ -19,13 +20,15 @@ TEST(GioApplication, HandsTheUrlToTheApplicationThatTheDesktopHasSet) {
               "Exec=/bin/sh -c \"echo \\\\$0 > " +
                   opened.native() + "\" %u\n");
 
+    const test::RecordedLog log;
     GioApplication application;
     for (const char* url : {"unknownscheme://ignored", "tarvextest://study/page?a=%20b"})
         application.openUrl(Url::parse(url).value());
     EXPECT_TRUE(eventually([&] {
         g_main_context_iteration(nullptr, FALSE);
-        return contentsOf(opened).ends_with('\n');
+        return contentsOf(opened).ends_with('\n') && !log.lines().empty();
     }));
+    EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("no application opens unknownscheme://ignored: ")));
     EXPECT_EQ(contentsOf(opened), "tarvextest://study/page?a=%20b\n");
 }
 

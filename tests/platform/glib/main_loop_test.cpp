@@ -287,6 +287,22 @@ TEST_F(DispatchQueuesTest, DestructionDropsWaitingBlocksAndWaitsForTheOneThatRun
     EXPECT_EQ(held.use_count(), 1);
 }
 
+TEST_F(DispatchQueuesTest, WarnOnceOfTimersOnAMainLoopThatDoesNotRun) {
+    const test::RecordedLog log;
+    GLibTimerScheduler watched([&] { warnUnlessMainLoopRuns(*queues, 1ms); });
+    for (int i = 0; i < 2; ++i)
+        watched.scheduledTimer(1, [] {})->invalidate();
+    const auto wait = [&](std::chrono::milliseconds time) {
+        queues->backgroundAfter(time, [&] { ready.release(); });
+        ready.acquire();
+    };
+    wait(10ms);
+    warnUnlessMainLoopRuns(*queues, 200ms);
+    EXPECT_EQ(loop.runPending(), 2U);
+    wait(200ms);
+    EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("main loop has not run")));
+}
+
 TEST(Diagnostics, AHostReceivesTheDomainsLinesWithTheirLevelsAndEachOnceWarningOnce) {
     const test::RecordedLog log;
     logWarning("100 %s");
