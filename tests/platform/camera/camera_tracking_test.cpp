@@ -155,6 +155,8 @@ TEST(CameraTracking, SurvivesThatThePlatformGoesWhileAFaceIsReported) {
 
 TEST(CameraTracking, LetsAProcessEndAtAnyMomentOfARun) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const TemporaryDirectory remains;  // with the directories of the processes, which leave them
+    ::setenv("TMPDIR", remains.path().c_str(), 1);
     for (const int milliseconds : {0, 5, 20, 60, 150}) {
         EXPECT_EXIT(
             {

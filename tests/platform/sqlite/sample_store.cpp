@@ -125,6 +125,13 @@ ReadOnlyDirectory::ReadOnlyDirectory(const std::filesystem::path& directory) : d
     if (!done || (geteuid() == 0 && setuid(nobody) != 0)) throw std::runtime_error("cannot give up root's rights");
 }
 
+ReadOnlyDirectory::~ReadOnlyDirectory() {
+    using std::filesystem::perms;
+    std::filesystem::permissions(directory_, perms::owner_all);
+    for (const auto& entry : std::filesystem::directory_iterator(directory_))
+        std::filesystem::permissions(entry.path(), perms::owner_read | perms::owner_write);
+}
+
 void fillStore(const std::filesystem::path& directory, const std::vector<int>& numbers) {
     SampleStore store(directory);
     if (!store.open() || !store.addAll(numbers)) throw std::runtime_error("cannot fill " + directory.native());

@@ -108,7 +108,7 @@ private:
 class ReadOnlyDirectory {
 public:
     explicit ReadOnlyDirectory(const std::filesystem::path& directory);
-    ~ReadOnlyDirectory() { std::filesystem::permissions(directory_, std::filesystem::perms::owner_all); }
+    ~ReadOnlyDirectory();
     ReadOnlyDirectory(const ReadOnlyDirectory&) = delete;
     ReadOnlyDirectory& operator=(const ReadOnlyDirectory&) = delete;
 
