@@ -81,8 +81,10 @@ bool userAgrees() {
         std::cout << "There is no terminal to ask on: consenting for the demonstration.\n";
         return true;
     }
-    for (std::string answer; std::cout << "Do you consent? (y/n) " << std::flush && std::getline(std::cin, answer);) {
-        if (answer == "y" || answer == "n") return answer == "y";
+    for (std::string answer;
+         std::cout << "Do you consent? (yes/no) " << std::flush && std::getline(std::cin, answer);) {
+        if (answer == "y" || answer == "yes") return true;
+        if (answer == "n" || answer == "no") return false;
     }
     return false;
 }

@@ -18,6 +18,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <variant>
 
 #include "light_player.h"
 #include "photographs.h"
@@ -43,12 +44,13 @@ std::string contents(const std::filesystem::path& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-void installPlatform(const Options& options, const light_player::LightPlayer* player) {
+Substitutes installPlatform(const Options& options, const light_player::LightPlayer* player) {
     LinuxOptions places{.dataDirectory = options.data};
     if (player != nullptr) places.sensorRoot = player->root();
     auto platform = Platform::makeLinux(std::move(places));
     tarvex::gtk::addTo(*platform);
-    tarvex::camera::addTo(*platform, photographs::cameraOrPhotographs(options.pictures));
+    const auto camera = photographs::cameraOrPhotographs(options.pictures);
+    tarvex::camera::addTo(*platform, camera);
     if (options.collector) {
         const auto port = static_cast<std::uint16_t>(std::stoi(contents(*options.collector / "port")));
         platform->setUrlSession(
@@ -56,6 +58,7 @@ void installPlatform(const Options& options, const light_player::LightPlayer* pl
     }
     if (!Platform::install(std::move(platform)))
         throw std::runtime_error("Something used the library before its platform was installed.");
+    return {.light = player != nullptr, .camera = std::holds_alternative<tarvex::camera::Pictures>(camera.source)};
 }
 
 std::filesystem::path ownResources() {
@@ -83,18 +86,19 @@ int run(const Options& options) {
         return 1;
     }
     useIcon();
-    installPlatform(options, player.get());
-
-    std::shared_ptr<StudyWindow> window;
+    struct Study {
+        Substitutes substitutes;
+        std::shared_ptr<StudyWindow> window;
+    } study{.substitutes = installPlatform(options, player.get()), .window = nullptr};
     GtkApplication* application = gtk_application_new("org.tarvex.GtkHost", G_APPLICATION_NON_UNIQUE);
-    g_signal_connect(application, "activate",
-                     G_CALLBACK(+[](GtkApplication* self, std::shared_ptr<StudyWindow>* opened) {
-                         if (!*opened) *opened = StudyWindow::open(self, Platform::current());
-                         (*opened)->present();
+    g_signal_connect(application, "activate", G_CALLBACK(+[](GtkApplication* self, Study* opened) {
+                         if (!opened->window)
+                             opened->window = StudyWindow::open(self, Platform::current(), opened->substitutes);
+                         opened->window->present();
                      }),
-                     &window);
+                     &study);
     const int status = g_application_run(G_APPLICATION(application), 0, nullptr);
-    window.reset();
+    study.window.reset();
     g_object_unref(application);
     return status;
 }

@@ -1,5 +1,7 @@
 #include "signal_chart.h"
 
+#include <libintl.h>
+
 #include <algorithm>
 #include <cmath>
 #include <utility>
@@ -27,8 +29,9 @@ public:
         for (const double tick : chart_.ticks)
             drawTick(tick);
         setColor(text_, 0.7);
-        write(left, top + height_ + 15, "60 s ago");
-        write(left + width_ - 22, top + height_ + 15, "now");
+        write(left, top + height_ + 15, gettext("60 s ago"));
+        const std::string now = gettext("now");
+        write(left + width_ - widthOf(now), top + height_ + 15, now);
         cairo_rectangle(cairo_, left, top - 2, width_, height_ + 4);
         cairo_clip(cairo_);
         for (const Chart::Line& line : chart_.lines)
@@ -51,6 +54,12 @@ private:
     void write(double atX, double atY, const std::string& words) const {
         cairo_move_to(cairo_, atX, atY);
         cairo_show_text(cairo_, words.c_str());
+    }
+
+    double widthOf(const std::string& words) const {
+        cairo_text_extents_t extents;
+        cairo_text_extents(cairo_, words.c_str(), &extents);
+        return extents.x_advance;
     }
 
     void drawTick(double tick) const {
@@ -80,10 +89,14 @@ private:
         double atX = left + 8;
         for (const Chart::Line& line : chart_.lines) {
             const auto& points = line.signal().points;
-            setColor(line.color, 1);
             const std::string value = points.empty() ? "–" : std::to_string(std::lround(points.back().value));
-            write(atX, top + 14, line.name + " " + value);
-            atX += 120;
+            const std::string words = line.name + " " + value;
+            setColor(line.color, 1);
+            cairo_arc(cairo_, atX + 4, top + 10, 4, 0, 2 * G_PI);
+            cairo_fill(cairo_);
+            setColor(text_, 1);
+            write(atX + 14, top + 14, words);
+            atX += 14 + widthOf(words) + 20;
         }
     }
 

@@ -1,5 +1,6 @@
 #include "study_window.h"
 
+#include <libintl.h>
 #include <tarvex/gtk.h>
 
 #include <utility>
@@ -15,8 +16,17 @@ namespace {
 // Two seconds: with one or three, the end of a measurement falls onto the beginning of a later one.
 const std::vector<DataReader> readers{DataReader::distance(2), DataReader::ambientLight(1)};
 
-constexpr const char* description =
-    "The study looks at how light and viewing distance change while you work. No picture ever leaves this machine.";
+std::string description() {
+    return gettext(
+        "The study looks at how light and viewing distance change while you work. A camera looks for your eyes; no "
+        "picture is kept.");
+}
+
+// The library's words in the language of the window.
+std::string wordsOf(const TarvexError& error) {
+    const std::string words = error.errorDescription().value_or("");
+    return words.empty() ? words : gettext(words.c_str());
+}
 
 GtkWidget* column(int spacing) {
     GtkWidget* box = gtk_box_new(GTK_ORIENTATION_VERTICAL, spacing);
@@ -55,8 +65,9 @@ void forgetCameraAnswer() {
 
 }  // namespace
 
-std::shared_ptr<StudyWindow> StudyWindow::open(GtkApplication* application, platform::Platform& platform) {
-    std::shared_ptr<StudyWindow> window(new StudyWindow(application, platform));
+std::shared_ptr<StudyWindow> StudyWindow::open(GtkApplication* application, platform::Platform& platform,
+                                               Substitutes substitutes) {
+    std::shared_ptr<StudyWindow> window(new StudyWindow(application, platform, substitutes));
     const Client& client = Client::shared();
     if (client.hasConsentedToTracking(readers[0]) && client.hasConsentedToTracking(readers[1]))
         window->showStudy();
@@ -65,8 +76,8 @@ std::shared_ptr<StudyWindow> StudyWindow::open(GtkApplication* application, plat
     return window;
 }
 
-StudyWindow::StudyWindow(GtkApplication* application, platform::Platform& platform)
-    : platform_(platform), window_(GTK_WINDOW(gtk_application_window_new(application))) {
+StudyWindow::StudyWindow(GtkApplication* application, platform::Platform& platform, Substitutes substitutes)
+    : platform_(platform), substitutes_(substitutes), window_(GTK_WINDOW(gtk_application_window_new(application))) {
     gtk_window_set_title(window_, "Light Study");
     gtk_window_set_icon_name(window_, "org.tarvex.GtkHost");
     gtk_window_set_default_size(window_, 420, 760);
@@ -94,7 +105,7 @@ void StudyWindow::showConsentScreen() {
         });
     };
     const auto screen = Client::shared().informationViewController(
-        std::nullopt, description, readers, Url::parse("https://example.org/light-study"), decide);
+        std::nullopt, description(), readers, Url::parse("https://example.org/light-study"), decide);
     gtk_window_set_child(window_, gtk::widget(*screen));
 }
 
@@ -102,12 +113,13 @@ void StudyWindow::showRefusal() {
     if (samples_) return;  // an earlier question was answered with yes
     GtkWidget* page = column(16);
     gtk_widget_set_valign(page, GTK_ALIGN_CENTER);
-    gtk_box_append(GTK_BOX(page), text("Nothing is measured: there is no consent, or no access to the camera."));
-    gtk_box_append(GTK_BOX(page), makeButton("Ask again", &StudyWindow::showConsentScreen));
     gtk_box_append(GTK_BOX(page),
-                   text("The desktop remembers a refused camera and does not ask again by itself. If it was "
-                        "refused by accident:"));
-    gtk_box_append(GTK_BOX(page), makeButton("Ask about the camera again", &StudyWindow::askAfresh));
+                   text(gettext("Nothing is measured: there is no consent, or no access to the camera.")));
+    gtk_box_append(GTK_BOX(page), makeButton(gettext("Ask again"), &StudyWindow::showConsentScreen));
+    gtk_box_append(GTK_BOX(page),
+                   text(gettext("The desktop remembers a refused camera and does not ask again by itself. If it was "
+                                "refused by accident:")));
+    gtk_box_append(GTK_BOX(page), makeButton(gettext("Ask about the camera again"), &StudyWindow::askAfresh));
     gtk_window_set_child(window_, page);
 }
 
@@ -125,16 +137,20 @@ void StudyWindow::showStudy() {
     GtkWidget* buttons = gtk_flow_box_new();
     gtk_flow_box_set_selection_mode(GTK_FLOW_BOX(buttons), GTK_SELECTION_NONE);
     gtk_flow_box_set_max_children_per_line(GTK_FLOW_BOX(buttons), 3);
-    GtkWidget* share = makeButton("Share now", &StudyWindow::share);
+    GtkWidget* share = makeButton(gettext("Share now"), &StudyWindow::share);
     // In the middle, where a second press of "I consent" does no harm.
-    GtkWidget* startOrStop = makeButton("Stop", &StudyWindow::startOrStop);
+    GtkWidget* startOrStop = makeButton(gettext("Stop"), &StudyWindow::startOrStop);
     startOrStop_ = GTK_BUTTON(startOrStop);
-    GtkWidget* deletion = makeButton("Delete everything", &StudyWindow::deleteEverything);
+    GtkWidget* deletion = makeButton(gettext("Delete everything"), &StudyWindow::askWhetherToDelete);
     gtk_widget_add_css_class(deletion, "destructive-action");
     for (GtkWidget* button : {share, startOrStop, deletion}) {
         gtk_flow_box_append(GTK_FLOW_BOX(buttons), button);
         gtk_widget_set_focusable(gtk_widget_get_parent(button), FALSE);
     }
+    if (substitutes_.light)
+        gtk_box_append(GTK_BOX(page), text(gettext("No light sensor: a modelled day of light is shown.")));
+    if (substitutes_.camera)
+        gtk_box_append(GTK_BOX(page), text(gettext("No camera: photographs of faces are measured.")));
     for (GtkWidget* part : {makeCharts(), GTK_WIDGET(count_), GTK_WIDGET(status_), buttons})
         gtk_box_append(GTK_BOX(page), part);
 
@@ -157,7 +173,7 @@ GtkWidget* StudyWindow::makeCharts() {
     };
     const auto now = [this] { return platform_.clock().secondsSince1970(); };
     GtkWidget* box = gtk_box_new(GTK_ORIENTATION_VERTICAL, 8);
-    GtkWidget* light = makeChart({.title = "Ambient light",
+    GtkWidget* light = makeChart({.title = gettext("Ambient light"),
                                   .unit = "lux",
                                   .logarithmic = true,
                                   .least = 1,
@@ -166,12 +182,12 @@ GtkWidget* StudyWindow::makeCharts() {
                                   .lines = {{"lux", {0.90F, 0.38F, 0.0F, 1}, signal("lux")}},
                                   .now = now});
     GtkWidget* distance =
-        makeChart({.title = "Eye distance",
+        makeChart({.title = gettext("Eye distance"),
                    .unit = "cm",
                    .most = 150,
                    .ticks = {0, 50, 100, 150},
-                   .lines = {{"left", {0.11F, 0.44F, 0.85F, 1}, signal("leftEyeDistanceFromCamera")},
-                             {"right", {0.18F, 0.64F, 0.41F, 1}, signal("rightEyeDistanceFromCamera")}},
+                   .lines = {{gettext("left"), {0.11F, 0.44F, 0.85F, 1}, signal("leftEyeDistanceFromCamera")},
+                             {gettext("right"), {0.18F, 0.64F, 0.41F, 1}, signal("rightEyeDistanceFromCamera")}},
                    .now = now});
     charts_ = {light, distance};
     for (GtkWidget* chart : charts_)
@@ -197,20 +213,20 @@ GtkWidget* StudyWindow::makeButton(const char* words, void (StudyWindow::*action
 
 void StudyWindow::start() {
     std::string failures;
-    Client::shared().startTracking(readers, faceTrackingHost_,
-                                   [&failures](const Client::Result& result, const auto& reader) {
-                                       if (result) return;
-                                       failures += (failures.empty() ? "" : "\n") + std::string(reader->description()) +
-                                                   ": " + result.error().errorDescription().value_or("");
-                                   });
+    Client::shared().startTracking(
+        readers, faceTrackingHost_, [&failures](const Client::Result& result, const auto& reader) {
+            if (result) return;
+            failures +=
+                (failures.empty() ? "" : "\n") + std::string(reader->description()) + ": " + wordsOf(result.error());
+        });
     report(failures);
-    gtk_button_set_label(startOrStop_, "Stop");
+    gtk_button_set_label(startOrStop_, gettext("Stop"));
     refresh();
 }
 
 void StudyWindow::stop() {
     Client::shared().stopTracking();
-    gtk_button_set_label(startOrStop_, "Start");
+    gtk_button_set_label(startOrStop_, gettext("Start"));
 }
 
 void StudyWindow::startOrStop() {
@@ -224,12 +240,12 @@ void StudyWindow::startOrStop() {
 }
 
 void StudyWindow::share() {
-    report("Sharing …");
+    report(gettext("Sharing …"));
     // The outcome comes on the upload's delivery thread.
     Client::shared().shareTrackingData(
         true, [self = weak_from_this(), &loop = platform_.mainRunLoop()](const Client::Result& result) {
-            const std::string outcome = result ? "Everything has been shared, and deleted here."
-                                               : result.error().errorDescription().value_or("");
+            const std::string outcome =
+                result ? gettext("Everything has been shared, and deleted on this machine.") : wordsOf(result.error());
             loop.perform([self, outcome] {
                 const auto window = self.lock();
                 if (!window || window->window_ == nullptr) return;
@@ -239,10 +255,27 @@ void StudyWindow::share() {
         });
 }
 
+void StudyWindow::askWhetherToDelete() {
+    GtkWidget* question = gtk_message_dialog_new(
+        window_, static_cast<GtkDialogFlags>(GTK_DIALOG_MODAL | GTK_DIALOG_DESTROY_WITH_PARENT), GTK_MESSAGE_QUESTION,
+        GTK_BUTTONS_NONE, "%s", gettext("Delete everything on this machine?"));
+    gtk_message_dialog_format_secondary_text(GTK_MESSAGE_DIALOG(question), "%s",
+                                             gettext("What has been shared stays with the study."));
+    gtk_dialog_add_button(GTK_DIALOG(question), gettext("_Cancel"), GTK_RESPONSE_CANCEL);
+    GtkWidget* deletion = gtk_dialog_add_button(GTK_DIALOG(question), gettext("_Delete"), GTK_RESPONSE_ACCEPT);
+    gtk_widget_add_css_class(deletion, "destructive-action");
+    g_signal_connect(question, "response", G_CALLBACK(+[](GtkDialog* dialog, int response, StudyWindow* window) {
+                         gtk_window_destroy(GTK_WINDOW(dialog));
+                         if (response == GTK_RESPONSE_ACCEPT) window->deleteEverything();
+                     }),
+                     this);
+    gtk_window_present(GTK_WINDOW(question));
+}
+
 void StudyWindow::deleteEverything() {
     Client::shared().deleteTrackingData();
     samples_.emplace(platform_);
-    report("Everything has been deleted.");
+    report(gettext("Everything has been deleted on this machine."));
     refresh();
 }
 
@@ -250,7 +283,8 @@ void StudyWindow::refresh() {
     if (window_ == nullptr || !samples_) return;
     samples_->update();
     samples_->dropBefore(platform_.clock().secondsSince1970() - Chart::seconds);
-    const std::string count = "Records on this machine: " + std::to_string(Client::shared().trackingDataCount());
+    const std::string count =
+        gettext("Records on this machine:") + (" " + std::to_string(Client::shared().trackingDataCount()));
     gtk_label_set_text(count_, count.c_str());
     for (GtkWidget* chart : charts_)
         gtk_widget_queue_draw(chart);

@@ -13,10 +13,17 @@
 
 namespace gtk_host {
 
+/// What the window shows in place of a sensor that the machine lacks.
+struct Substitutes {
+    bool light = false;   ///< a modelled day of light
+    bool camera = false;  ///< photographs of faces
+};
+
 /// The study's one window: the consent screen first, then what is being measured.
 class StudyWindow : public std::enable_shared_from_this<StudyWindow> {
 public:
-    static std::shared_ptr<StudyWindow> open(GtkApplication* application, tarvex::platform::Platform& platform);
+    static std::shared_ptr<StudyWindow> open(GtkApplication* application, tarvex::platform::Platform& platform,
+                                             Substitutes substitutes);
 
     ~StudyWindow();
     StudyWindow(const StudyWindow&) = delete;
@@ -25,7 +32,7 @@ public:
     void present() const { gtk_window_present(window_); }
 
 private:
-    StudyWindow(GtkApplication* application, tarvex::platform::Platform& platform);
+    StudyWindow(GtkApplication* application, tarvex::platform::Platform& platform, Substitutes substitutes);
 
     void showConsentScreen();
     void showRefusal();
@@ -38,11 +45,13 @@ private:
     void stop();
     void startOrStop();
     void share();
+    void askWhetherToDelete();
     void deleteEverything();
     void refresh();
     void report(const std::string& line);
 
     tarvex::platform::Platform& platform_;
+    Substitutes substitutes_;
     GtkWindow* window_;
     std::optional<RecordedSamples> samples_;
     std::vector<GtkWidget*> charts_;
