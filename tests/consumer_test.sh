@@ -27,6 +27,15 @@ XDG_DATA_HOME="$work/first" "$work/cmake/window_consumer/window_consumer"
 with_cmake camera_consumer
 "$work/cmake/camera_consumer/camera_consumer" "$0"
 
+# What the documents show compiles; the terminal's host asks, starts, and samples a light sensor's readings.
+mkdir "$work/snippets"
+cp "$tests"/snippets/* "$work/snippets"
+"$work/snippets/extract" "$tests/.." "$work/snippets"
+cmake -G Ninja -S "$work/snippets" -B "$work/cmake/snippets" -DCMAKE_PREFIX_PATH="$work/moved" >/dev/null
+cmake --build "$work/cmake/snippets" >/dev/null
+said=$(echo no | XDG_DATA_HOME="$work/snippets" "$work/cmake/snippets/terminal_host") && exit 1
+[ "$(echo "$said" | grep -c -e 'Light Study' -e 'Why we ask.' -e 'Type yes to consent: ')" -eq 3 ]
+
 export PKG_CONFIG_PATH="$libdir/pkgconfig" LD_LIBRARY_PATH="$libdir"
 with_pkg_config() {
     mkdir -p "$work/make"
