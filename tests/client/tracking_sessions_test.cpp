@@ -157,6 +157,39 @@ TEST_F(StartTracking, StoppingReleasesTrackersAndTimersOfItsKindOrOfAll) {
     EXPECT_THAT(sessions->trackingInProgress(), IsEmpty()) << "a completion may stop what was started";
 }
 
+TEST_F(StartTracking, ATickThatComesAfterItsSessionDoesNothingInTheNext) {
+    struct LateTimers final : platform::TimerScheduler {
+        struct NeverStopped final : platform::Timer {
+            void invalidate() override {}
+        };
+        std::shared_ptr<platform::Timer> scheduledTimer(double /*interval*/, std::function<void()> block) override {
+            blocks.push_back(std::move(block));
+            return std::make_shared<NeverStopped>();
+        }
+        std::deque<std::function<void()>> blocks;
+    };
+    LateTimers* timers = nullptr;
+    platform.set(&platform::Platform::setTimerScheduler, timers);
+    const auto& faceTracking = installFaceTracking(true, 1);
+    platform.writeInfoPlist("<key>NSCameraUsageDescription</key><string></string>");
+    for (const DataReader& key : {lightKey, distanceKey}) {
+        allow(key);
+        start({key == lightKey ? DataReader::ambientLight(1) : DataReader::distance(4)}, view);
+        sessions->stop(key);
+        start({key == lightKey ? DataReader::ambientLight(1) : DataReader::distance(4)}, view);
+    }
+    const auto measurements = [&] { return faceTracking.views().back().lock()->runs().size(); };
+    ASSERT_EQ(timers->blocks.size(), 4U);
+    timers->blocks[0]();
+    timers->blocks[2]();
+    EXPECT_EQ(records(), 0);
+    EXPECT_EQ(measurements(), 0U);
+    timers->blocks[1]();
+    timers->blocks[3]();
+    EXPECT_EQ(records(), 1);
+    EXPECT_EQ(measurements(), 1U);
+}
+
 TEST_F(StartTracking, StoppingCommitsWhatIsPending) {
     allow(lightKey);
     start({DataReader::ambientLight(1)});
