@@ -256,9 +256,9 @@ void StudyWindow::share() {
 }
 
 void StudyWindow::askWhetherToDelete() {
-    GtkWidget* question = gtk_message_dialog_new(
-        window_, static_cast<GtkDialogFlags>(GTK_DIALOG_MODAL | GTK_DIALOG_DESTROY_WITH_PARENT), GTK_MESSAGE_QUESTION,
-        GTK_BUTTONS_NONE, "%s", gettext("Delete everything on this machine?"));
+    GtkWidget* question = gtk_message_dialog_new(window_, GTK_DIALOG_DESTROY_WITH_PARENT, GTK_MESSAGE_QUESTION,
+                                                 GTK_BUTTONS_NONE, "%s", gettext("Delete everything on this machine?"));
+    gtk_window_set_modal(GTK_WINDOW(question), TRUE);
     gtk_message_dialog_format_secondary_text(GTK_MESSAGE_DIALOG(question), "%s",
                                              gettext("What has been shared stays with the study."));
     gtk_dialog_add_button(GTK_DIALOG(question), gettext("_Cancel"), GTK_RESPONSE_CANCEL);
