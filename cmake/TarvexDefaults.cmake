@@ -31,8 +31,11 @@ function(tarvex_precompile_headers target)
     endif()
 endfunction()
 
+# For the presets of the project's own development: a later compiler's warnings must stop nobody else's build.
+option(TARVEX_WARNINGS_ARE_ERRORS "Treat warnings as errors" OFF)
 add_library(tarvex_warnings INTERFACE)
-target_compile_options(tarvex_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+target_compile_options(tarvex_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+    $<$<BOOL:${TARVEX_WARNINGS_ARE_ERRORS}>:-Werror>)
 
 set(TARVEX_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread")
 if(TARVEX_SANITIZE)
