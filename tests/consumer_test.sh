@@ -27,7 +27,7 @@ XDG_DATA_HOME="$work/first" "$work/cmake/window_consumer/window_consumer"
 with_cmake camera_consumer
 "$work/cmake/camera_consumer/camera_consumer" "$0"
 
-# What the documents show compiles; the terminal's host asks, starts, and samples a light sensor's readings.
+# What the documents show compiles, and the terminal's host asks and takes no for an answer.
 mkdir "$work/snippets"
 cp "$tests"/snippets/* "$work/snippets"
 "$work/snippets/extract" "$tests/.." "$work/snippets"

@@ -57,8 +57,8 @@ struct Options {
 /// Installs face tracking into a platform that is not used yet; call it before `Platform::install`.
 ///
 /// Reentrant. The options are copied; a file descriptor among them must outlive the platform. Face tracking is then
-/// supported when the source and the networks exist; otherwise one warning names the reason. The camera
-/// is open only while a measurement runs. No frame is written or sent, or kept after it has been evaluated.
+/// supported when the source and the networks exist; otherwise one warning names the reason. The camera is open only
+/// while a measurement runs. No frame is written or sent, or kept after it has been evaluated.
 TARVEX_EXPORT void addTo(platform::Platform& platform, Options options = {});
 
 }  // namespace tarvex::camera

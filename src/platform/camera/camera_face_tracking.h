@@ -18,8 +18,7 @@ public:
     CameraFaceTracking(const CameraFaceTracking&) = delete;
     CameraFaceTracking& operator=(const CameraFaceTracking&) = delete;
 
-    /// Checks that camera and networks exist; opens and loads neither. One warning names the reason of a
-    /// refusal.
+    /// Checks that camera and networks exist; opens and loads neither. One warning names the reason of a refusal.
     bool isSupported() const override;
     int supportedNumberOfTrackedFaces() const override { return 1; }
     [[nodiscard]] std::shared_ptr<platform::FaceTrackingSceneView> makeSceneView() override;
