@@ -92,7 +92,8 @@ std::unique_ptr<PropertyList> PropertyList::parse(std::string_view bytes) {
     if (isBinary ? !isSafeBinaryPropertyList(bytes) : !isSafeXmlPropertyList(bytes)) return nullptr;
 
     plist_t parsed = nullptr;
-    plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &parsed);
+    // Not plist_from_memory: its arguments differ between versions, and later ones read formats that are none here.
+    (isBinary ? plist_from_bin : plist_from_xml)(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &parsed);
     const Plist root(parsed);
     if (!root || plist_get_node_type(root.get()) != PLIST_DICT) return nullptr;
 

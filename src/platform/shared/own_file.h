@@ -1,11 +1,14 @@
 #pragma once
 
-#include <dlfcn.h>
 #include <link.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <span>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -45,13 +48,24 @@ inline std::array<std::filesystem::path, 2> bundleDirectoriesOf(const std::files
 /// The library, or the executable, that holds the code of the caller; links are followed.
 inline std::filesystem::path fileOfThisLibrary() {
     static const char insideThisLibrary = 0;
-    Dl_info information{};
-    void* map = nullptr;
-    std::filesystem::path file;
-    if (::dladdr1(&insideThisLibrary, &information, &map, RTLD_DL_LINKMAP) != 0)
-        file = static_cast<const link_map*>(map)->l_name;
-    // The dynamic linker knows the main program by no name, and `dladdr` would give what it was called as.
-    if (file.empty()) file = executablePath();
+    struct Search {
+        std::uintptr_t address = reinterpret_cast<std::uintptr_t>(&insideThisLibrary);
+        bool isFirst = true;  ///< the main program, which the linker knows by no name or as it was called
+        std::filesystem::path file;
+    } search;
+    ::dl_iterate_phdr(
+        [](dl_phdr_info* object, std::size_t, void* context) {
+            auto& [address, isFirst, file] = *static_cast<Search*>(context);
+            const bool holdsIt =
+                std::ranges::any_of(std::span(object->dlpi_phdr, object->dlpi_phnum), [&](const auto& segment) {
+                    return segment.p_type == PT_LOAD && address - object->dlpi_addr - segment.p_vaddr < segment.p_memsz;
+                });
+            if (holdsIt && !isFirst) file = object->dlpi_name;
+            isFirst = false;
+            return holdsIt ? 1 : 0;
+        },
+        &search);
+    std::filesystem::path file = search.file.empty() ? executablePath() : std::move(search.file);
     std::error_code failure;
     auto resolved = std::filesystem::canonical(file, failure);
     return failure ? file : resolved;

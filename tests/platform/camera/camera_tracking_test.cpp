@@ -93,8 +93,8 @@ TEST(CameraTracking, MultipliesByTheCalibrationFactorAndMeasuresAVideoAsItsPictu
 
     const TemporaryDirectory directory;
     const auto file = directory.path() / "face.avi";
-    record("filesrc location=" + (photographs / "sample1.jpg").string() +
-               " ! jpegdec ! imagefreeze num-buffers=5 ! jpegenc quality=95 ! avimux",
+    record("filesrc location=\"" + (photographs / "sample1.jpg").string() +
+               "\" ! jpegdec ! imagefreeze num-buffers=5 ! jpegenc quality=95 ! avimux",
            file);
     EXPECT_NEAR(measuredOnce({.source = camera::VideoFile{file}, .modelDirectory = models}), inPicture,
                 0.02 * inPicture);

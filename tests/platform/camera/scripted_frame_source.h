@@ -63,7 +63,8 @@ private:
 /// Runs a pipeline that writes a file to its end.
 inline void record(const std::string& pipeline, const std::filesystem::path& file) {
     gst_init(nullptr, nullptr);
-    GstElement* running = gst_parse_launch((pipeline + " ! filesink location=" + file.string()).c_str(), nullptr);
+    GstElement* running =
+        gst_parse_launch((pipeline + " ! filesink location=\"" + file.string() + '"').c_str(), nullptr);
     ASSERT_NE(running, nullptr) << pipeline;
     gst_element_set_state(running, GST_STATE_PLAYING);
     GstBus* bus = gst_element_get_bus(running);

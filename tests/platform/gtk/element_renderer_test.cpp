@@ -34,8 +34,6 @@ TEST(Wording, ShowsArgumentsAsTheyAre) {
 }
 
 TEST(Wording, ComesFromTheHostsDefaultDomainUnlessItsPlaceholdersAreWrong) {
-    ::setenv("LC_ALL", "C.UTF-8", 1);
-    setlocale(LC_ALL, "");
     struct Case {
         const char* language;
         LocalizedText text;

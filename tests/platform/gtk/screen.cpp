@@ -24,9 +24,11 @@ VirtualScreen::Process launch(const std::vector<std::string>& command, int flags
 }
 
 void setEnvironment(const std::filesystem::path& home) {
+    const bool hasDisable = gtk_check_version(4, 16, 0) == nullptr;
+    const char* withoutGl = hasDisable ? "GDK_DISABLE" : "GDK_DEBUG";
     for (const auto& [name, value] : std::map<const char*, std::string>{{"GDK_BACKEND", "x11"},
                                                                         {"GSK_RENDERER", "cairo"},
-                                                                        {"GDK_DEBUG", "gl-disable"},
+                                                                        {withoutGl, hasDisable ? "gl" : "gl-disable"},
                                                                         {"GSETTINGS_BACKEND", "memory"},
                                                                         {"HOME", home},
                                                                         {"XDG_CONFIG_HOME", home / "config"},
@@ -119,7 +121,10 @@ std::string VirtualScreen::run(const std::vector<std::string>& command) {
 }
 
 void useLanguage(const char* language) {
-    ::setenv("LANGUAGE", language, 1);
+    for (const auto& [name, value] :
+         {std::pair{"LOCPATH", TARVEX_TEST_LOCALES}, {"LC_ALL", "en_US.UTF-8"}, {"LANGUAGE", language}})
+        ::setenv(name, value, 1);
+    setlocale(LC_ALL, "");
     bindtextdomain("host", TARVEX_TEST_CATALOGUES);
     bind_textdomain_codeset("host", "UTF-8");
     textdomain("host");

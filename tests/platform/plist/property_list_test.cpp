@@ -57,7 +57,7 @@ std::string asBinary(const std::string& xml) {
     char* bytes = nullptr;
     std::uint32_t length = 0;
     plist_to_bin(list, &bytes, &length);
-    const Handle<char, plist_to_bin_free> binary(bytes);
+    const Handle<char, std::free> binary(bytes);  // what libplist's function does; its name differs between versions
     return {bytes, length};
 }
 

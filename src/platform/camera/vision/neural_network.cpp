@@ -16,6 +16,9 @@
 
 #include "platform/shared/handle.h"
 
+// Versions from 2024 on deprecate functions for ones that earlier versions lack.
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
 namespace tarvex::camera {
 namespace {
 
