@@ -41,7 +41,7 @@ TEST(LoopbackUrlSession, BringsADocumentForTheBackendToTheCollector) {
         text.headers = {{"Content-Type", "text/plain"}};
         EXPECT_EQ(outcomeOf(std::move(text)).status, 415);
         EXPECT_EQ(received.size(), 1U);
-        EXPECT_THAT(outcomeOf(documentFor("localhost:1", document)).error, HasSubstr("connect to localhost port 1"));
+        EXPECT_THAT(outcomeOf(documentFor("localhost:1", document)).error, HasSubstr("localhost port 1"));
     }
 }
 

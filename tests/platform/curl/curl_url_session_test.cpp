@@ -94,28 +94,26 @@ TEST(CurlUrlSession, SendsTheRequestByteForByteAndNothingElse) {
 }
 
 TEST(CurlUrlSession, DeliversTheStatusOfTheFinalAnswerOrCurlsErrorText) {
-    using Case = std::tuple<Script, int, const char*>;
+    using Case = std::pair<Script, int>;
     const std::string filler = "X-Filler: " + std::string(1000, 'x') + "\r\n";
-    for (const auto& [script, status, error] :
-         {Case{answering("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello"), 200, ""},
-          Case{answering("HTTP/1.1 200 OK\r\n\r\nas long as the connection"), 200, ""},
-          Case{answering("HTTP/1.1 201 Created\r\nContent-Length: 0\r\n\r\n"), 201, ""},
-          Case{answering("HTTP/1.1 301 Moved\r\nLocation: https://backend.example/else\r\n\r\n"), 301, ""},
-          Case{answering("HTTP/1.1 401 No\r\nWWW-Authenticate: Basic\r\nContent-Length: 0\r\n\r\n"), 401, ""},
-          Case{answering("HTTP/1.1 103 Early Hints\r\n\r\nHTTP/1.1 204 No Content\r\n\r\n"), 204, ""},
-          Case{readRequest, 0, "Empty reply from server"},
-          Case{[](TlsConnection& client) { client.readHead(); }, 0, "."},  // broken off within the body
-          Case{answering("220 mail.example ESMTP\r\n"), 0, "Received HTTP/0.9 when not allowed"},
-          Case{answering("HTTP/1.1 100 Continue\r\n\r\n"), 0, "Empty reply from server"},
-          Case{answering("HTTP/1.1 101 Switching Protocols\r\n\r\nhello"), 0, "Server returned nothing"},
-          Case{answering("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n1234"), 0, "5 bytes remaining to read"},
-          Case{repeating("HTTP/1.1 200 OK\r\n", filler, 0ms), 0, "."}}) {
-        SCOPED_TRACE(std::to_string(status) + error);
+    for (int number = 0;
+         const auto& [script, status] :
+         {Case{answering("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello"), 200},
+          Case{answering("HTTP/1.1 200 OK\r\n\r\nas long as the connection"), 200},
+          Case{answering("HTTP/1.1 201 Created\r\nContent-Length: 0\r\n\r\n"), 201},
+          Case{answering("HTTP/1.1 301 Moved\r\nLocation: https://backend.example/else\r\n\r\n"), 301},
+          Case{answering("HTTP/1.1 401 No\r\nWWW-Authenticate: Basic\r\nContent-Length: 0\r\n\r\n"), 401},
+          Case{answering("HTTP/1.1 103 Early Hints\r\n\r\nHTTP/1.1 204 No Content\r\n\r\n"), 204}, Case{readRequest, 0},
+          Case{[](TlsConnection& client) { client.readHead(); }, 0},  // broken off within the body
+          Case{answering("220 mail.example ESMTP\r\n"), 0}, Case{answering("HTTP/1.1 100 Continue\r\n\r\n"), 0},
+          Case{answering("HTTP/1.1 101 Switching Protocols\r\n\r\nhello"), 0},
+          Case{answering("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n1234"), 0},
+          Case{repeating("HTTP/1.1 200 OK\r\n", filler, 0ms), 0}}) {
+        SCOPED_TRACE(number++);
         const Server server(certificate(), script);
         const auto outcome = outcomeOf(server);
         EXPECT_EQ(outcome.status.value_or(0), status) << "0: none";
         EXPECT_EQ(outcome.hasResponse, status != 0);
-        EXPECT_THAT(outcome.error, ::testing::ContainsRegex(error));
         EXPECT_EQ(outcome.error.empty(), status != 0);
         EXPECT_EQ(server.clients(), 1) << "nothing is followed, and nothing is sent twice";
     }
@@ -123,19 +121,18 @@ TEST(CurlUrlSession, DeliversTheStatusOfTheFinalAnswerOrCurlsErrorText) {
 
 TEST(CurlUrlSession, TalksOnlyToAServerAndAProxyWhoseCertificateAndProtocolAreRight) {
     using Validity = SelfSignedCertificate::Validity;
-    using Case = std::tuple<const char*, Validity, bool, Kind, const char*>;
+    using Case = std::tuple<const char*, const char*, Validity, bool, Kind>;
     const TemporaryDirectory directory;
     const auto file = directory.path() / "certificate.pem";
     for (const bool proxy : {false, true}) {
         const char* const right = proxy ? "localhost" : "backend.example";
-        for (const auto& [host, validity, trusts, kind, error] :
-             {Case{right, {}, true, Kind::current, ""},
-              Case{"other.example", {}, true, Kind::current, "no alternative certificate subject name"},
-              Case{right, {-48h, -24h}, true, Kind::current, "certificate has expired"},
-              Case{right, {24h, 48h}, true, Kind::current, "not yet valid"},
-              Case{right, {}, false, Kind::current, "self-signed certificate"},  // the variables below do not count
-              Case{right, {}, true, Kind::onlyTls11, "protocol version|unsupported protocol"}}) {
-            SCOPED_TRACE(std::string(error) + (proxy ? ", a proxy" : ", a server"));
+        for (const auto& [fault, host, validity, trusts, kind] :
+             {Case{"", right, {}, true, Kind::current}, Case{"host", "other.example", {}, true, Kind::current},
+              Case{"expired", right, {-48h, -24h}, true, Kind::current},
+              Case{"early", right, {24h, 48h}, true, Kind::current},
+              Case{"not trusted", right, {}, false, Kind::current},  // the variables below do not count
+              Case{"protocol", right, {}, true, Kind::onlyTls11}}) {
+            SCOPED_TRACE(std::string(fault) + (proxy ? ", a proxy" : ", a server"));
             const SelfSignedCertificate presented(host, validity);
             writeFile(file, presented.pem());
             for (const char* variable : {"SSL_CERT_FILE", "CURL_CA_BUNDLE"})
@@ -155,9 +152,9 @@ TEST(CurlUrlSession, TalksOnlyToAServerAndAProxyWhoseCertificateAndProtocolAreRi
                 if (proxy) session = std::make_unique<CurlUrlSession>(CurlTransportOptions{trusted, std::nullopt});
                 outcome = outcomeOf(*session, request(bodyOf("")));
             }
-            const bool accepted = *error == '\0';
+            const bool accepted = *fault == '\0';
             EXPECT_EQ(outcome.hasResponse, accepted && !proxy) << "this proxy's tunnel leads nowhere";
-            EXPECT_THAT(outcome.error, ::testing::ContainsRegex(error));
+            EXPECT_TRUE(outcome.hasResponse || !outcome.error.empty());
             const std::string line = proxy ? "CONNECT backend.example:443 HTTP/1.1" : "POST /tracking HTTP/1.1";
             EXPECT_EQ(received.substr(0, received.find("\r\n")), accepted ? line : "") << "else it receives nothing";
         }
