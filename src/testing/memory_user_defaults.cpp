@@ -34,4 +34,9 @@ std::string MemoryUserDefaults::setStringIfAbsent(std::string_view value, std::s
     return std::get<std::string>(stored);
 }
 
+void MemoryUserDefaults::removeObjectForKey(std::string_view key) {
+    const std::scoped_lock lock(mutex_);
+    if (const auto entry = values_.find(key); entry != values_.end()) values_.erase(entry);
+}
+
 }  // namespace tarvex::testing

@@ -40,6 +40,12 @@ public:
     /// Stores `value` unless a string is there already; returns the one that is stored afterwards.
     virtual std::string setStringIfAbsent(std::string_view value, std::string_view key) = 0;
 
+    /// Removes the value, of any type; the key reads as missing afterwards. The library itself removes nothing: this is
+    /// for a host whose user withdraws a consent.
+    ///
+    /// By default stores false, which reads as missing too.
+    virtual void removeObjectForKey(std::string_view key) { setValueForKey(false, key); }
+
 protected:
     /// A string among the defaults, read as a bool. As on the phone platform, it is true when it begins with Y, y, T, t
     /// or a number other than 0.

@@ -21,6 +21,7 @@ public:
     void setValueForKey(bool value, std::string_view key) override;
     void setValueForKey(std::string_view value, std::string_view key) override;
     std::string setStringIfAbsent(std::string_view value, std::string_view key) override;
+    void removeObjectForKey(std::string_view key) override;
 
 private:
     mutable std::mutex mutex_;

@@ -20,6 +20,7 @@ constexpr std::string_view upsert =
     "INSERT INTO user_defaults(key, value) VALUES(?1, ?2) ON CONFLICT(key) DO UPDATE SET value = excluded.value"
     " WHERE NOT ?3 OR typeof(value) <> 'text'";
 
+constexpr std::string_view removal = "DELETE FROM user_defaults WHERE key = ?1";
 constexpr std::string_view selection = "SELECT value FROM user_defaults WHERE key = ?1";
 
 void bindText(sqlite3_stmt* statement, int parameter, std::string_view text) {
@@ -73,8 +74,15 @@ void SqliteUserDefaults::setValueForKey(std::string_view value, std::string_view
 std::string SqliteUserDefaults::setStringIfAbsent(std::string_view value, std::string_view key) {
     const std::lock_guard lock(mutex_);
     if (auto present = stringIn(this->value(key))) return std::move(*present);
-    write(key, {.value = std::string(value), .onlyIfAbsent = true});
+    const auto waiting = unwritten_.find(key);
+    const bool isRemoved = waiting != unwritten_.end() && !waiting->second.value;
+    write(key, {.value = std::string(value), .onlyIfAbsent = !isRemoved});
     return stringIn(this->value(key)).value_or(std::string(value));
+}
+
+void SqliteUserDefaults::removeObjectForKey(std::string_view key) {
+    const std::lock_guard lock(mutex_);
+    write(key, {});
 }
 
 std::optional<std::string> SqliteUserDefaults::stringIn(std::optional<Value> value) {
@@ -89,17 +97,17 @@ std::optional<SqliteUserDefaults::Value> SqliteUserDefaults::value(std::string_v
         const auto known = lastKnown_.find(key);
         found = known != lastKnown_.end() ? std::optional(known->second) : std::nullopt;
     }
-    const Value* waiting = unwritten(key, *found);
-    return waiting ? *waiting : std::move(*found);
+    const Unwritten* waiting = unwritten(key, *found);
+    return waiting ? waiting->value : std::move(*found);
 }
 
-/// The value that is going to be written over `stored`; null for none.
-const SqliteUserDefaults::Value* SqliteUserDefaults::unwritten(std::string_view key,
-                                                               const std::optional<Value>& stored) const {
+/// What is going to take the place of `stored`; null for nothing.
+const SqliteUserDefaults::Unwritten* SqliteUserDefaults::unwritten(std::string_view key,
+                                                                   const std::optional<Value>& stored) const {
     const auto waiting = unwritten_.find(key);
     if (waiting == unwritten_.end()) return nullptr;
-    const auto& [value, onlyIfAbsent] = waiting->second;
-    return onlyIfAbsent && stored && std::holds_alternative<std::string>(*stored) ? nullptr : &value;
+    const bool givesWay = waiting->second.onlyIfAbsent && stored && std::holds_alternative<std::string>(*stored);
+    return givesWay ? nullptr : &waiting->second;
 }
 
 /// The value in the file, after a try to write the unwritten ones.
@@ -156,8 +164,12 @@ void SqliteUserDefaults::write(std::string_view key, Unwritten value) {
 std::expected<void, StoreError> SqliteUserDefaults::writeUnwritten() const {
     if (unwritten_.empty()) return {};
     if (auto written = writeAll(); !written) return written;
-    for (auto& [name, entry] : unwritten_)
-        if (!entry.onlyIfAbsent) lastKnown_.insert_or_assign(name, std::move(entry.value));
+    for (auto& [name, entry] : unwritten_) {
+        if (!entry.value)
+            lastKnown_.erase(name);
+        else if (!entry.onlyIfAbsent)
+            lastKnown_.insert_or_assign(name, *std::move(entry.value));
+    }
     unwritten_.clear();
     return {};
 }
@@ -168,15 +180,19 @@ std::expected<void, StoreError> SqliteUserDefaults::writeAll() const {
     if (!transaction.begun()) return transaction.begun();
     auto insert = connection_->prepare(upsert);
     if (!insert) return std::unexpected(std::move(insert.error()));
+    auto remove = connection_->prepare(removal);
+    if (!remove) return std::unexpected(std::move(remove.error()));
     for (const auto& [key, entry] : unwritten_) {
         const auto& [value, onlyIfAbsent] = entry;
-        const Execution execution(insert->get());
+        const Execution execution(value ? insert->get() : remove->get());
         bindText(execution.get(), 1, key);
-        sqlite3_bind_int(execution.get(), 3, onlyIfAbsent ? 1 : 0);
-        if (const auto* text = std::get_if<std::string>(&value))
-            bindText(execution.get(), 2, *text);
-        else
-            sqlite3_bind_int(execution.get(), 2, std::get<bool>(value) ? 1 : 0);
+        if (value) {
+            if (const auto* text = std::get_if<std::string>(&*value))
+                bindText(execution.get(), 2, *text);
+            else
+                sqlite3_bind_int(execution.get(), 2, std::get<bool>(*value) ? 1 : 0);
+            sqlite3_bind_int(execution.get(), 3, onlyIfAbsent ? 1 : 0);
+        }
         if (sqlite3_step(execution.get()) != SQLITE_DONE) return std::unexpected(connection_->error());
     }
     auto committed = transaction.commit();

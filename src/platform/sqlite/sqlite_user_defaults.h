@@ -37,17 +37,18 @@ public:
     void setValueForKey(bool value, std::string_view key) override;
     void setValueForKey(std::string_view value, std::string_view key) override;
     std::string setStringIfAbsent(std::string_view value, std::string_view key) override;
+    void removeObjectForKey(std::string_view key) override;
 
 private:
     using Value = std::variant<bool, std::string>;
     struct Unwritten {
-        Value value;
-        bool onlyIfAbsent = false;  ///< gives way to a string that is stored by then
+        std::optional<Value> value = std::nullopt;  ///< absent: what is stored is removed
+        bool onlyIfAbsent = false;                  ///< gives way to a string that is stored by then
     };
 
     std::optional<Value> value(std::string_view key) const;
     static std::optional<std::string> stringIn(std::optional<Value> value);
-    const Value* unwritten(std::string_view key, const std::optional<Value>& stored) const;
+    const Unwritten* unwritten(std::string_view key, const std::optional<Value>& stored) const;
     std::expected<std::optional<Value>, StoreError> read(std::string_view key) const;
     std::expected<std::optional<Value>, StoreError> stored(std::string_view key) const;
     void write(std::string_view key, Unwritten value);

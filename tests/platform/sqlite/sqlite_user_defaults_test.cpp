@@ -66,6 +66,11 @@ TEST_F(UserDefaultsFile, DistinguishesBoolsFromStringsAndReadsAStringAsABool) {
             EXPECT_TRUE(defaults->boolForKey(defaults->setStringIfAbsent(text, text))) << text;
         for (const char* text : {"", "NO", "false", "0", "000", "on", "+", "x1", " "})
             EXPECT_FALSE(defaults->boolForKey(defaults->setStringIfAbsent(text, text))) << text;
+        for (const char* key : {"key", "YES", "missing"}) {
+            defaults->removeObjectForKey(key);
+            EXPECT_FALSE(defaults->boolForKey(key) || defaults->stringForKey(key)) << key;
+        }
+        EXPECT_EQ(defaults->setStringIfAbsent("second", "YES"), "second");
     }
 }
 
@@ -119,6 +124,23 @@ TEST_F(UserDefaultsFile, KeepsUnwrittenValuesAndTriesAgainAtEveryRead) {
     vfs.heal();
     EXPECT_TRUE(defaults->boolForKey("consent") && other->boolForKey("consent"));
     EXPECT_EQ(other->stringForKey("userID"), "theirs");
+}
+
+TEST_F(UserDefaultsFile, RemovesWhatItCannotRemoveYetAsSoonAsItCan) {
+    const auto defaults = open(vfs.name());
+    const auto other = open();
+    defaults->setValueForKey(true, "consent");
+    defaults->setValueForKey("first", "userID");
+    vfs.failEvery(test::FileCall::write, SQLITE_FULL);
+    for (const char* key : {"consent", "userID"})
+        defaults->removeObjectForKey(key);
+    EXPECT_TRUE(!defaults->boolForKey("consent") && other->boolForKey("consent"));
+    EXPECT_EQ(defaults->setStringIfAbsent("second", "userID"), "second");
+    vfs.heal();
+    EXPECT_FALSE(defaults->boolForKey("consent") || other->boolForKey("consent"));
+    EXPECT_EQ(other->stringForKey("userID"), "second");
+    vfs.failEvery(test::FileCall::sharedLock, SQLITE_IOERR_SHMLOCK);
+    EXPECT_FALSE(defaults->boolForKey("consent")) << "not known any more";
 }
 
 TEST_F(UserDefaultsFile, ReturnsTheLastKnownValueWhileReadsFail) {
