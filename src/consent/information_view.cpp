@@ -22,7 +22,7 @@ Text localized(std::string key, std::vector<std::string> arguments = {}) {
 }
 
 Element topBar(std::function<void()> cancel) {
-    Element button{Button{.label = {{localized("Cancel"), {}}}, .action = std::move(cancel)},
+    Element button{Button{.label = {{localized("Cancel"), {}}}, .action = std::move(cancel), .name = "cancel"},
                    {Padding{{.trailing = true}}, Padding{{.top = true}}}};
     return {HStack{.children = {{Spacer{}, {}}, std::move(button)}}, {}};
 }
@@ -49,7 +49,8 @@ Element headline(const std::string& appName) {
 }
 
 Element learnMoreButton(std::function<void()> learnMore) {
-    return {Button{.label = {{localized("Learn more..."), {}}}, .action = std::move(learnMore)}, {}};
+    return {Button{.label = {{localized("Learn more..."), {}}}, .action = std::move(learnMore), .name = "learn-more"},
+            {}};
 }
 
 Element readerRow(const DataReader& reader) {
@@ -71,7 +72,7 @@ Element requestedData(const std::vector<DataReader>& readers) {
 }
 
 Element consentButton(std::function<void()> consent) {
-    return {Button{.label = {{localized("I consent"), {Bold{}}}}, .action = std::move(consent)},
+    return {Button{.label = {{localized("I consent"), {Bold{}}}}, .action = std::move(consent), .name = "consent"},
             {Padding{Edges::all()}, FlexibleFrame{.maxWidth = std::numeric_limits<double>::infinity()},
              Background{Color::blue}, ForegroundColor{Color::white}, ClipShape{RoundedRectangle{consentCornerRadius}},
              Padding{Edges::all()}}};

@@ -192,6 +192,7 @@ struct Spacer {
 struct Button {
     std::vector<Element> label;
     std::function<void()> action;  ///< called on the main thread, once for each click
+    std::string name = {};         ///< the same in every language, and shown nowhere: for renderers, bindings and tests
 
     bool operator==(const Button&) const;
 };

@@ -172,6 +172,7 @@ void applyToButton(GtkWidget* button, const ui::Modifier& modifier) {
 
 GtkWidget* renderButton(const ui::Button& content, Modifiers carried) {
     GtkWidget* button = gtk_button_new();
+    if (!content.name.empty()) gtk_widget_set_name(button, content.name.c_str());
     GtkWidget* label = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, points(defaultSpacing));
     gtk_widget_set_halign(label, GTK_ALIGN_CENTER);
     for (const ui::Element& element : content.label)
