@@ -40,6 +40,19 @@ struct LinuxOptions {
 
     /// The tree of the light sensors; default: the kernel's, /sys/bus/iio/devices.
     std::optional<std::filesystem::path> sensorRoot = std::nullopt;
+
+    // What a host says of itself where its Info.plist does not, or where it has none: one that an interpreter runs must
+    // name itself, or it shares the participant's consent, identifier and samples with every other one that the same
+    // interpreter runs. A list that can be read wins; texts that are not UTF-8 are left out.
+
+    /// "CFBundleIdentifier": names the host in the upload, and its data directory.
+    std::optional<std::string> bundleIdentifier = std::nullopt;
+
+    /// "CFBundleDisplayName": the host's name on the consent screen.
+    std::optional<std::string> applicationName = std::nullopt;
+
+    /// "NSCameraUsageDescription": its presence, with any value, lets the distance reader start.
+    std::optional<std::string> cameraUsageDescription = std::nullopt;
 };
 
 /// The services that the library is built on: a host, a test or another system may replace each.

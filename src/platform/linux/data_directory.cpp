@@ -81,13 +81,25 @@ std::filesystem::path dataHome() {
 }
 
 // Executables of one name in different places are different hosts, and so are those that one interpreter runs, each
-// with a bundle of its own.
+// with a bundle or an identifier of its own.
 std::string recordName(const std::filesystem::path& executable,
-                       const std::optional<std::filesystem::path>& propertyList) {
+                       const std::optional<std::filesystem::path>& propertyList,
+                       const std::optional<std::string>& identifier) {
+    std::string name = executable.native();
     const auto ownDirectories = bundleDirectoriesOf(executable);
-    if (!propertyList || std::ranges::count(ownDirectories, propertyList->parent_path()) != 0)
-        return safeFileName(executable.native());
-    return safeFileName(executable.native() + ":" + propertyList->native());
+    if (propertyList && std::ranges::count(ownDirectories, propertyList->parent_path()) == 0)
+        name += ":" + propertyList->native();
+    if (identifier) name += ":" + *identifier;
+    return safeFileName(name);
+}
+
+/// True for the name of an executable that runs programs of others, with or without its version ("python3.11").
+bool isInterpreter(std::string_view executableName) {
+    constexpr std::array<std::string_view, 21> interpreters{
+        "bun",  "deno",       "dotnet",     "electron", "gjs", "gjs-console", "guile",  "java", "julia", "lua", "mono",
+        "node", "octave-cli", "octave-gui", "perl",     "php", "pypy",        "python", "R",    "ruby",  "wish"};
+    const auto withoutVersion = executableName.substr(0, executableName.find_first_of("0123456789."));
+    return std::ranges::find(interpreters, withoutVersion) != interpreters.end();
 }
 
 }  // namespace
@@ -107,7 +119,9 @@ std::string safeFileName(std::string_view text) {
     return name.substr(0, maximumLength - end.size()) + end;
 }
 
-DataDirectory::DataDirectory(std::optional<std::filesystem::path> chosen, const Bundles& bundles) : bundles_(bundles) {
+DataDirectory::DataDirectory(std::optional<std::filesystem::path> chosen, const Bundles& bundles,
+                             std::optional<std::string> identifier)
+    : bundles_(bundles), identifier_(std::move(identifier)) {
     if (chosen) chosen_ = absolutePath(*std::move(chosen));
 }
 
@@ -135,13 +149,19 @@ std::string DataDirectory::hostName(const std::filesystem::path& dataHome) const
     const std::string executableName = safeFileName(executable.filename().native());
     const auto file = bundles_.mainBundle().pathForResource("Info", "plist");
     const auto list = file ? bundles_.dictionaryWithContentsOfFile(*file) : nullptr;
-    const Record record(dataHome / "tarvex" / "hosts" / recordName(executable, file));
-    std::string lastName = record.name().value_or(executableName);
-    if (file && !list) return lastName;
-
-    const auto identifier = list ? list->stringForKey("CFBundleIdentifier") : std::nullopt;
-    const std::string name = identifier && !identifier->empty() ? safeFileName(*identifier) : executableName;
-    if (name != lastName) record.setName(name);
+    const bool isNamedInCode = identifier_ && !identifier_->empty();
+    const Record record(dataHome / "tarvex" / "hosts" / recordName(executable, file, identifier_));
+    std::string name = record.name().value_or(isNamedInCode ? safeFileName(*identifier_) : executableName);
+    if (!file || list) {
+        const auto identifier = list ? list->stringForKey("CFBundleIdentifier") : std::nullopt;
+        std::string current = identifier && !identifier->empty() ? safeFileName(*identifier) : executableName;
+        if (current != name) record.setName(current);
+        name = std::move(current);
+    }
+    if (name == executableName && isInterpreter(executableName))
+        logWarning(
+            "this host has no name of its own: it shares consent, identifier and samples with every other one that " +
+            executableName + " runs; set LinuxOptions::bundleIdentifier, or CFBundleIdentifier in an Info.plist");
     return name;
 }
 

@@ -8,6 +8,7 @@
 #include "platform/glib/gio_application.h"
 #include "platform/glib/glib_run_loop.h"
 #include "platform/glib/glib_timer_scheduler.h"
+#include "platform/glib/text.h"
 #include "platform/iio/iio_hid_event_system.h"
 #include "platform/linux/data_directory.h"
 #include "platform/plist/plist_bundles.h"
@@ -34,6 +35,16 @@ struct CurrentPlatform {
     std::vector<std::unique_ptr<Platform>> replaced;  // someone may hold a reference
 };
 
+/// The entries of a property list that the host gives in code.
+PropertyList::Entries informationIn(const LinuxOptions& options) {
+    PropertyList::Entries information;
+    for (const auto& [key, value] : {std::pair("CFBundleIdentifier", &options.bundleIdentifier),
+                                     {"CFBundleDisplayName", &options.applicationName},
+                                     {"NSCameraUsageDescription", &options.cameraUsageDescription}})
+        if (*value && isUtf8(**value)) information.emplace(key, **value);
+    return information;
+}
+
 // Never destroyed: threads of the services may outlive the end of main.
 CurrentPlatform& currentPlatform() {
     static CurrentPlatform& current = *new CurrentPlatform;
@@ -45,8 +56,10 @@ CurrentPlatform& currentPlatform() {
 std::unique_ptr<Platform> Platform::makeLinux(LinuxOptions options) {
     auto platform = std::make_unique<Platform>();
 
-    auto bundles = std::make_unique<PlistBundles>(std::move(options.bundleDirectory));
-    auto directory = std::make_shared<DataDirectory>(std::move(options.dataDirectory), *bundles);
+    auto information = informationIn(options);
+    auto identifier = information.contains("CFBundleIdentifier") ? options.bundleIdentifier : std::nullopt;
+    auto bundles = std::make_unique<PlistBundles>(std::move(options.bundleDirectory), std::move(information));
+    auto directory = std::make_shared<DataDirectory>(std::move(options.dataDirectory), *bundles, std::move(identifier));
     const auto dataDirectory = [directory] { return directory->path(); };
     platform->setBundles(std::move(bundles));
     platform->setUserDefaults(std::make_unique<SqliteUserDefaults>(dataDirectory));

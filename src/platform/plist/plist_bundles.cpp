@@ -3,7 +3,6 @@
 #include <system_error>
 
 #include "platform/glib/text.h"
-#include "platform/plist/property_list.h"
 #include "platform/shared/own_file.h"
 
 namespace tarvex::platform {
@@ -26,8 +25,8 @@ std::optional<std::filesystem::path> DirectoryBundle::pathForResource(std::strin
     auto path = directory_ / file;
     std::error_code failure;
     const auto status = std::filesystem::symlink_status(path, failure);
-    if (status.type() == std::filesystem::file_type::not_found) return std::nullopt;
-    return path;
+    if (status.type() != std::filesystem::file_type::not_found) return path;
+    return !information_.empty() && path == informationFile() ? std::optional(std::move(path)) : std::nullopt;
 }
 
 std::optional<std::string> DirectoryBundle::stringForInfoDictionaryKey(std::string_view key) const {
@@ -35,16 +34,20 @@ std::optional<std::string> DirectoryBundle::stringForInfoDictionaryKey(std::stri
         const auto strings = PropertyList::withContentsOfFile(directory_ / (language + ".lproj") / "InfoPlist.strings");
         if (strings && strings->contains(key)) return strings->stringForKey(key);
     }
-    return informationString(key);
+    const auto dictionary = informationDictionary();
+    return dictionary ? dictionary->stringForKey(key) : std::nullopt;
 }
 
 std::optional<std::string> DirectoryBundle::bundleIdentifier() const {
-    return informationString("CFBundleIdentifier");
+    const auto dictionary = informationDictionary();
+    return dictionary ? dictionary->stringForKey("CFBundleIdentifier") : std::nullopt;
 }
 
-std::optional<std::string> DirectoryBundle::informationString(std::string_view key) const {
-    const auto information = PropertyList::withContentsOfFile(directory_ / "Info.plist");
-    return information ? information->stringForKey(key) : std::nullopt;
+std::unique_ptr<PropertyList> DirectoryBundle::informationDictionary() const {
+    if (!DirectoryBundle(directory_).pathForResource("Info", "plist"))
+        return information_.empty() ? nullptr : std::make_unique<PropertyList>(information_);
+    const auto list = PropertyList::withContentsOfFile(informationFile());
+    return list ? list->withGapsFilled(information_) : nullptr;
 }
 
 LibraryBundle::LibraryBundle() : LibraryBundle(fileOfThisLibrary().parent_path()) {}
@@ -68,8 +71,9 @@ std::optional<std::string> LibraryBundle::bundleIdentifier() const {
     return std::string(libraryBundleIdentifier);
 }
 
-PlistBundles::PlistBundles(std::optional<std::filesystem::path> bundleDirectory)
-    : mainBundle_(bundleDirectory ? absolutePath(*std::move(bundleDirectory)) : bundleDirectoryOfExecutable()) {}
+PlistBundles::PlistBundles(std::optional<std::filesystem::path> bundleDirectory, PropertyList::Entries information)
+    : mainBundle_(bundleDirectory ? absolutePath(*std::move(bundleDirectory)) : bundleDirectoryOfExecutable(),
+                  std::move(information)) {}
 
 const Bundle* PlistBundles::bundleWithIdentifier(std::string_view identifier) const {
     if (identifier == libraryBundleIdentifier) return &libraryBundle_;
@@ -78,6 +82,7 @@ const Bundle* PlistBundles::bundleWithIdentifier(std::string_view identifier) co
 
 std::unique_ptr<PropertyListDictionary> PlistBundles::dictionaryWithContentsOfFile(
     const std::filesystem::path& path) const {
+    if (path == mainBundle_.informationFile()) return mainBundle_.informationDictionary();
     return PropertyList::withContentsOfFile(path);
 }
 

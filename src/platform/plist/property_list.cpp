@@ -58,14 +58,12 @@ std::optional<std::string> stringValue(plist_t node) {
     return text == nullptr ? std::string() : std::string(text, length);
 }
 
-using Entries = std::map<std::string, std::optional<std::string>, std::less<>>;
-
 /// Absent when a text is not Unicode: references like &#xD800; make such text of valid bytes.
-std::optional<Entries> entriesOf(plist_t dictionary) {
+std::optional<PropertyList::Entries> entriesOf(plist_t dictionary) {
     plist_dict_iter started = nullptr;
     plist_dict_new_iter(dictionary, &started);
     const DictionaryIterator iterator(started);
-    Entries entries;
+    PropertyList::Entries entries;
     while (true) {
         char* allocated = nullptr;
         plist_t value = nullptr;
@@ -98,7 +96,13 @@ std::unique_ptr<PropertyList> PropertyList::parse(std::string_view bytes) {
     if (!root || plist_get_node_type(root.get()) != PLIST_DICT) return nullptr;
 
     auto entries = entriesOf(root.get());
-    return entries ? std::unique_ptr<PropertyList>(new PropertyList(*std::move(entries))) : nullptr;
+    return entries ? std::make_unique<PropertyList>(*std::move(entries)) : nullptr;
+}
+
+std::unique_ptr<PropertyList> PropertyList::withGapsFilled(const Entries& others) const {
+    Entries all = entries_;
+    all.insert(others.begin(), others.end());
+    return std::make_unique<PropertyList>(std::move(all));
 }
 
 bool PropertyList::contains(std::string_view key) const {

@@ -15,6 +15,9 @@ namespace tarvex::platform {
 /// The root dictionary of a property list, XML or binary.
 class PropertyList final : public PropertyListDictionary {
 public:
+    /// The strings under their keys; absent for a value of another type.
+    using Entries = std::map<std::string, std::optional<std::string>, std::less<>>;
+
     static constexpr std::size_t maximumSize = std::size_t{4} * 1024 * 1024;
 
     /// Null for a file that cannot be read, is larger than `maximumSize`, or that `parse` refuses.
@@ -24,15 +27,15 @@ public:
     /// the reader. Bounded in time, memory and stack for all `bytes`.
     static std::unique_ptr<PropertyList> parse(std::string_view bytes);
 
+    explicit PropertyList(Entries entries) : entries_(std::move(entries)) {}
+
     bool contains(std::string_view key) const override;
     std::optional<std::string> stringForKey(std::string_view key) const override;
 
+    /// This list, and the entries of `others` under the keys that it lacks.
+    std::unique_ptr<PropertyList> withGapsFilled(const Entries& others) const;
+
 private:
-    /// The strings under their keys; absent for a value of another type.
-    using Entries = std::map<std::string, std::optional<std::string>, std::less<>>;
-
-    explicit PropertyList(Entries entries) : entries_(std::move(entries)) {}
-
     Entries entries_;
 };
 

@@ -4,6 +4,7 @@
 #include "platform/plist/property_list_documents.h"
 #include "platform/shared/handle.h"
 #include "prelude.h"
+#include "tarvex/platform/platform.h"
 
 #include <sys/stat.h>
 
@@ -104,6 +105,32 @@ TEST_F(DataDirectoryTest, SurvivesARecordThatIsForgedOrCannotBeWritten) {
     EXPECT_EQ(directoryOfNextStart(), root() / "data/org.example.light");
 }
 
+TEST(LinuxOptions, FillTheGapsOfTheHostsPropertyListUnlessItIsDamaged) {
+    const TemporaryDirectory directory;
+    const path list = directory.path() / "Info.plist";
+    const auto platform = Platform::makeLinux({.dataDirectory = directory.path() / "data",
+                                               .bundleDirectory = directory.path(),
+                                               .bundleIdentifier = "org.example.code",
+                                               .applicationName = "Code \xff",
+                                               .cameraUsageDescription = ""});
+    const auto host = [&]() -> std::string {
+        const Bundle& bundle = platform->bundles().mainBundle();
+        const auto file = bundle.pathForResource("Info", "plist");
+        const auto dictionary = platform->bundles().dictionaryWithContentsOfFile(file.value());
+        const bool mayMeasureDistances = dictionary && dictionary->contains("NSCameraUsageDescription");
+        return bundle.bundleIdentifier().value_or("none") + " " +
+               bundle.stringForInfoDictionaryKey("CFBundleDisplayName").value_or("none") +
+               (mayMeasureDistances ? " camera" : "");
+    };
+    EXPECT_EQ(host(), "org.example.code none camera");
+    writeFile(list, xmlPropertyList("<dict><key>CFBundleDisplayName</key><string>List</string></dict>"));
+    EXPECT_EQ(host(), "org.example.code List camera");
+    writeFile(list, xmlPropertyList("<dict><key>CFBundleIdentifier</key><integer>7</integer></dict>"));
+    EXPECT_EQ(host(), "none none camera") << "an identifier that is no string is no gap";
+    writeFile(list, "damaged");
+    EXPECT_EQ(host(), "none none");
+}
+
 TEST(SafeFileName, IsOneNameForEachText) {
     const auto xs = [](std::size_t count) { return std::string(count, 'x'); };
     std::set<std::string> names;
@@ -130,8 +157,8 @@ protected:
     // The bundle's identifier and the name of its data directory, of the bundle that is looked for, or chosen.
     static std::string run(const path& program, const std::string& chosen = {}) {
         const Handle<FILE, pclose> output(popen((program.native() + " " + chosen).c_str(), "r"));
-        std::array<char, 200> line{};
-        return std::fgets(line.data(), line.size(), output.get()) == nullptr ? "" : line.data();
+        std::array<char, 1000> text{};
+        return {text.data(), std::fread(text.data(), 1, text.size(), output.get())};
     }
 
     const TemporaryDirectory prefix;
@@ -168,6 +195,27 @@ TEST_F(HostProcess, KeepsItsDataDirectoryWhileTheListCannotBeRead) {
 
     std::filesystem::remove(beside);
     EXPECT_EQ(run(executable), "none light-study\n");
+}
+
+TEST_F(HostProcess, OfAnInterpreterIsKeptApartByTheIdentifierThatItGivesInCode) {
+    const path python = prefix.path() / "bin/python3.11";
+    std::filesystem::copy_file(executable, python);
+    EXPECT_EQ(run(python), "none python3.11\n");
+    EXPECT_THAT(run(python, "- - 2>&1 >/dev/null"), HasSubstr("set LinuxOptions::bundleIdentifier"));
+    EXPECT_EQ(run(executable, "- - 2>&1 >/dev/null"), "");
+    for (const std::string name : {"org.example.first", "org.example.second"}) {
+        EXPECT_EQ(run(python, "- " + name), name + " " + name + "\n");
+        EXPECT_EQ(run(python, "- " + name + " 2>&1 >/dev/null"), "");
+    }
+
+    const path list = prefix.path() / "bundle/Info.plist";
+    const std::string host = list.parent_path().native() + " org.example.code";
+    EXPECT_EQ(run(python, host), "org.example.code org.example.code\n");
+    writeFile(list, informationWithIdentifier("org.example.list"));
+    EXPECT_EQ(run(python, host), "org.example.list org.example.list\n") << "the list wins";
+    writeFile(list, "damaged");
+    EXPECT_EQ(run(python, host), "none org.example.list\n");
+    EXPECT_EQ(run(python, prefix.path().native() + "/other org.example.code"), "org.example.code org.example.code\n");
 }
 
 }  // namespace
