@@ -3,6 +3,7 @@
 #include <libintl.h>
 #include <tarvex/gtk.h>
 
+#include <chrono>
 #include <utility>
 
 #include "signal_chart.h"
@@ -61,6 +62,16 @@ void forgetCameraAnswer() {
             g_object_unref(bus);
         },
         nullptr);
+}
+
+/// A dialog over the window, which waits for it; it has the button "Cancel" so far.
+GtkWidget* makeQuestion(GtkWindow* window, const char* question, const char* explanation) {
+    GtkWidget* dialog = gtk_message_dialog_new(window, GTK_DIALOG_DESTROY_WITH_PARENT, GTK_MESSAGE_QUESTION,
+                                               GTK_BUTTONS_NONE, "%s", question);
+    gtk_window_set_modal(GTK_WINDOW(dialog), TRUE);
+    gtk_message_dialog_format_secondary_text(GTK_MESSAGE_DIALOG(dialog), "%s", explanation);
+    gtk_dialog_add_button(GTK_DIALOG(dialog), gettext("_Cancel"), GTK_RESPONSE_CANCEL);
+    return dialog;
 }
 
 }  // namespace
@@ -136,14 +147,15 @@ void StudyWindow::showStudy() {
     status_ = GTK_LABEL(text(""));
     GtkWidget* buttons = gtk_flow_box_new();
     gtk_flow_box_set_selection_mode(GTK_FLOW_BOX(buttons), GTK_SELECTION_NONE);
-    gtk_flow_box_set_max_children_per_line(GTK_FLOW_BOX(buttons), 3);
+    gtk_flow_box_set_max_children_per_line(GTK_FLOW_BOX(buttons), 2);
     GtkWidget* share = makeButton(gettext("Share now"), &StudyWindow::share);
-    // In the middle, where a second press of "I consent" does no harm.
     GtkWidget* startOrStop = makeButton(gettext("Stop"), &StudyWindow::startOrStop);
     startOrStop_ = GTK_BUTTON(startOrStop);
     GtkWidget* deletion = makeButton(gettext("Delete everything"), &StudyWindow::askWhetherToDelete);
     gtk_widget_add_css_class(deletion, "destructive-action");
-    for (GtkWidget* button : {share, startOrStop, deletion}) {
+    GtkWidget* withdrawal = makeButton(gettext("Withdraw consent"), &StudyWindow::askWhetherToWithdraw);
+    // The last two lie where a second press of "I consent" does no harm.
+    for (GtkWidget* button : {share, deletion, startOrStop, withdrawal}) {
         gtk_flow_box_append(GTK_FLOW_BOX(buttons), button);
         gtk_widget_set_focusable(gtk_widget_get_parent(button), FALSE);
     }
@@ -256,12 +268,8 @@ void StudyWindow::share() {
 }
 
 void StudyWindow::askWhetherToDelete() {
-    GtkWidget* question = gtk_message_dialog_new(window_, GTK_DIALOG_DESTROY_WITH_PARENT, GTK_MESSAGE_QUESTION,
-                                                 GTK_BUTTONS_NONE, "%s", gettext("Delete everything on this machine?"));
-    gtk_window_set_modal(GTK_WINDOW(question), TRUE);
-    gtk_message_dialog_format_secondary_text(GTK_MESSAGE_DIALOG(question), "%s",
-                                             gettext("What has been shared stays with the study."));
-    gtk_dialog_add_button(GTK_DIALOG(question), gettext("_Cancel"), GTK_RESPONSE_CANCEL);
+    GtkWidget* question = makeQuestion(window_, gettext("Delete everything on this machine?"),
+                                       gettext("What has been shared stays with the study."));
     GtkWidget* deletion = gtk_dialog_add_button(GTK_DIALOG(question), gettext("_Delete"), GTK_RESPONSE_ACCEPT);
     gtk_widget_add_css_class(deletion, "destructive-action");
     g_signal_connect(question, "response", G_CALLBACK(+[](GtkDialog* dialog, int response, StudyWindow* window) {
@@ -277,6 +285,57 @@ void StudyWindow::deleteEverything() {
     samples_.emplace(platform_);
     report(gettext("Everything has been deleted on this machine."));
     refresh();
+}
+
+void StudyWindow::askWhetherToWithdraw() {
+    enum Answer { keepRecords = 1, deleteRecords = 2 };
+    GtkWidget* question = makeQuestion(window_, gettext("Withdraw your consent?"),
+                                       gettext("Nothing more is measured then. What has been shared stays with the "
+                                               "study; what is still on this machine is deleted if you like."));
+    gtk_dialog_add_button(GTK_DIALOG(question), gettext("_Withdraw"), keepRecords);
+    gtk_dialog_add_button(GTK_DIALOG(question), gettext("Withdraw and _delete"), deleteRecords);
+    g_signal_connect(question, "response", G_CALLBACK(+[](GtkDialog* dialog, int response, StudyWindow* window) {
+                         gtk_window_destroy(GTK_WINDOW(dialog));
+                         if (response == keepRecords || response == deleteRecords)
+                             window->withdrawConsent(response == deleteRecords);
+                     }),
+                     this);
+    gtk_window_present(GTK_WINDOW(question));
+}
+
+void StudyWindow::withdrawConsent(bool deletesRecords) {
+    Client& client = Client::shared();
+    for (const DataReader& reader : readers)
+        client.stopTracking(reader);
+    for (const char* flag : {"hasConsentedToTrackDistance", "hasConsentedToTrackAmbientLight"})
+        platform_.userDefaults().removeObjectForKey(flag);
+    if (deletesRecords) {
+        client.deleteTrackingData();
+        // A measurement that had begun stores its sample within three seconds.
+        platform_.dispatchQueues().backgroundAfter(std::chrono::seconds(4),
+                                                   [&loop = platform_.mainRunLoop(), self = weak_from_this()] {
+                                                       loop.perform([self] {
+                                                           const auto window = self.lock();
+                                                           if (window && !window->samples_)
+                                                               Client::shared().deleteTrackingData();
+                                                       });
+                                                   });
+    }
+    refreshing_->invalidate();
+    charts_.clear();
+    samples_.reset();
+    faceTrackingHost_.reset();
+    showWithdrawal();
+}
+
+void StudyWindow::showWithdrawal() {
+    GtkWidget* page = column(16);
+    gtk_widget_set_valign(page, GTK_ALIGN_CENTER);
+    gtk_box_append(GTK_BOX(page), text(gettext("You have withdrawn your consent. Nothing is measured.")));
+    GtkWidget* again = makeButton(gettext("Ask again"), &StudyWindow::showConsentScreen);
+    gtk_box_append(GTK_BOX(page), again);
+    gtk_window_set_child(window_, page);
+    gtk_window_set_focus(window_, again);
 }
 
 void StudyWindow::refresh() {

@@ -47,6 +47,9 @@ private:
     void share();
     void askWhetherToDelete();
     void deleteEverything();
+    void askWhetherToWithdraw();
+    void withdrawConsent(bool deletesRecords);
+    void showWithdrawal();
     void refresh();
     void report(const std::string& line);
 

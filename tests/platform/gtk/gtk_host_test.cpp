@@ -48,6 +48,14 @@ public:
         return store->viewContext().count(DataEntry::fetchRequest()).value();
     }
 
+    /// To the measuring of distances or of light.
+    bool hasConsent() const {
+        const auto platform = platform::Platform::makeLinux({.dataDirectory = data_});
+        platform::UserDefaults& defaults = platform->userDefaults();
+        return defaults.boolForKey("hasConsentedToTrackDistance") ||
+               defaults.boolForKey("hasConsentedToTrackAmbientLight");
+    }
+
 private:
     std::string data_;
     std::string window_;
@@ -96,20 +104,34 @@ TEST(GtkHost, AsksMeasuresSharesDeletesAndUploadsWhenItIsMinimisedOrClosed) {
     EXPECT_TRUE(runUntil([&] { return study.records() < measured; })) << "what was shared is deleted";
     runFor(2500ms);
 
-    study.press({"Tab", "space"});  // Stop
-    runFor(4000ms);                 // a measurement that has begun is still stored
+    study.press({"Tab", "Tab", "space"});  // Stop
+    runFor(4000ms);                        // a measurement that has begun is still stored
     const std::int64_t stopped = study.records();
     EXPECT_GT(stopped, 0);
     runFor(1500ms);
     EXPECT_EQ(study.records(), stopped);
-    study.press({"Tab", "space"});  // Delete everything
+    study.press({"shift+Tab", "space"});  // Delete everything
     runFor(1000ms);
     EXPECT_EQ(study.records(), stopped) << "it asks first";
     VirtualScreen::run({"import", "-window", "root", "-strip", TARVEX_TEST_PICTURES "/delete.png"});
     study.press({"Tab", "space"});  // Delete
     EXPECT_EQ(study.records(), 0);
-    study.press({"shift+Tab", "space"});  // Start
+    study.press({"Tab", "space"});  // Start
     EXPECT_TRUE(runUntil([&] { return study.records() > 0; }));
+
+    study.press({"Tab", "space"});  // Withdraw consent
+    runFor(1000ms);
+    VirtualScreen::run({"import", "-window", "root", "-strip", TARVEX_TEST_PICTURES "/withdraw.png"});
+    EXPECT_TRUE(study.hasConsent()) << "it asks first";
+    study.press({"Tab", "Tab", "space"});  // Withdraw and delete
+    EXPECT_TRUE(runUntil([&] { return !study.hasConsent() && study.records() == 0; }));
+    runFor(5000ms);
+    EXPECT_EQ(study.records(), 0) << "nor does a measurement that had begun leave anything";
+    study.savePicture("withdrawn");
+    study.press({"space"});  // Ask again
+    runFor(500ms);
+    study.point("200", "720");  // I consent
+    EXPECT_TRUE(runUntil([&] { return study.hasConsent() && study.records() > 0; }));
 
     study.apply("windowminimize");
     EXPECT_TRUE(runUntil([&] { return received(2).ends_with('}'); }));
