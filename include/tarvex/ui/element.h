@@ -192,7 +192,8 @@ struct Spacer {
 struct Button {
     std::vector<Element> label;
     std::function<void()> action;  ///< called on the main thread, once for each click
-    std::string name = {};         ///< the same in every language, and shown nowhere: for renderers, bindings and tests
+    /// The same in every language, and shown nowhere: for renderers, bindings and tests.
+    std::string name = {};  // NOLINT(readability-redundant-member-init): spares users of designators a warning
 
     bool operator==(const Button&) const;
 };

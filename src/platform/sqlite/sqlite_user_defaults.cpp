@@ -97,8 +97,8 @@ std::optional<SqliteUserDefaults::Value> SqliteUserDefaults::value(std::string_v
         const auto known = lastKnown_.find(key);
         found = known != lastKnown_.end() ? std::optional(known->second) : std::nullopt;
     }
-    const Unwritten* waiting = unwritten(key, *found);
-    return waiting ? waiting->value : std::move(*found);
+    if (const Unwritten* waiting = unwritten(key, *found)) return waiting->value;
+    return *std::move(found);
 }
 
 /// What is going to take the place of `stored`; null for nothing.
