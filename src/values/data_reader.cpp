@@ -1,5 +1,8 @@
 #include "tarvex/data_reader.h"
 
+#include <cstdint>
+#include <limits>
+
 namespace tarvex {
 
 DataReader DataReader::distance(std::optional<std::int64_t> refreshRate) noexcept {
@@ -23,6 +26,8 @@ std::string_view DataReader::description() const noexcept {
 std::size_t std::hash<tarvex::DataReader>::operator()(const tarvex::DataReader& reader) const noexcept {
     const std::size_t kind = std::hash<int>{}(static_cast<int>(reader.kind()));
     const std::size_t rate = std::hash<std::optional<std::int64_t>>{}(reader.refreshRate());
-    constexpr std::size_t goldenRatio = 0x9E3779B97F4A7C15;  // spreads neighbouring rates
+    // Spreads neighbouring rates: the first digits of the golden ratio's fraction, as many as there are.
+    constexpr int unused = 64 - std::numeric_limits<std::size_t>::digits;
+    constexpr auto goldenRatio = static_cast<std::size_t>(std::uint64_t{0x9E3779B97F4A7C15} >> unused);
     return (rate ^ kind) * goldenRatio;
 }

@@ -63,7 +63,7 @@ public:
         Objects objects;
         objects.bytes_ = bytes.substr(0, bytes.size() - trailerSize);
         objects.offsetSize_ = bigEndian(trailer.substr(6, 1));
-        objects.referenceSize_ = bigEndian(trailer.substr(7, 1));
+        objects.referenceSize_ = static_cast<std::size_t>(bigEndian(trailer.substr(7, 1)));
         objects.count_ = bigEndian(trailer.substr(8, 8));
         objects.root_ = bigEndian(trailer.substr(16, 8));
         objects.offsetTable_ = bigEndian(trailer.substr(24, 8));
@@ -166,12 +166,12 @@ private:
 
     std::optional<std::string_view> slice(std::uint64_t position, std::uint64_t length) const {
         if (position > bytes_.size() || length > bytes_.size() - position) return std::nullopt;
-        return bytes_.substr(position, length);
+        return bytes_.substr(static_cast<std::size_t>(position), static_cast<std::size_t>(length));
     }
 
     std::string_view bytes_;  // without the trailer
     std::uint64_t offsetSize_ = 0;
-    std::uint64_t referenceSize_ = 0;
+    std::size_t referenceSize_ = 0;
     std::uint64_t count_ = 0;
     std::uint64_t root_ = 0;
     std::uint64_t offsetTable_ = 0;

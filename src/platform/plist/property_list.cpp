@@ -55,7 +55,7 @@ std::optional<std::string> stringValue(plist_t node) {
     if (plist_get_node_type(node) != PLIST_STRING) return std::nullopt;
     std::uint64_t length = 0;
     const char* text = plist_get_string_ptr(node, &length);
-    return text == nullptr ? std::string() : std::string(text, length);
+    return text == nullptr ? std::string() : std::string(text, static_cast<std::size_t>(length));
 }
 
 /// Absent when a text is not Unicode: references like &#xD800; make such text of valid bytes.
