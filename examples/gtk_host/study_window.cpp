@@ -350,6 +350,7 @@ void StudyWindow::refresh() {
 }
 
 void StudyWindow::report(const std::string& line) {
+    if (!samples_) return;  // the consent has been withdrawn meanwhile, and the page has gone
     gtk_label_set_text(status_, line.c_str());
 }
 
