@@ -304,7 +304,7 @@ TEST_F(IioHidEventSystemTest, DeliversAReadingAsAnEventOnRegistrationAndThenOnce
         EXPECT_EQ(sender, services.front().get());
         EXPECT_EQ(event.type(), 12U);
         events.push_back({static_cast<double>(event.integerValue(0xC0000))});
-        for (const std::uint32_t channel : {0xC0001, 0xC0002, 0xC0003, 0xC0004, 0xC0005})
+        for (const std::uint32_t channel : {0xC0001U, 0xC0002U, 0xC0003U, 0xC0004U, 0xC0005U})
             events.back().push_back(event.floatValue(channel));
         EXPECT_EQ(event.integerValue(0xB0000), 0);
         tree.set(0, "in_illuminance_input", "7\n");
