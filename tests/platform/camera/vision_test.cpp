@@ -162,7 +162,7 @@ TEST(TfliteModel, IsNotReadFromAFileThatWasCut) {
 TEST(NeuralNetwork, RefusesAConcatenationInsideTheNetworkAndComputesOneAtItsEnd) {
     using Kind = TfliteModel::Kind;
     TfliteModel model;
-    for (const std::size_t rows : {2, 2, 2, 4, 4})
+    for (const std::size_t rows : std::array<std::size_t, 5>{2, 2, 2, 4, 4})
         model.tensors.emplace_back().shape = {1, rows, 2, 1};
     const auto append = [&](Kind kind, std::vector<std::size_t> inputs, std::size_t output) {
         model.operators.push_back(
