@@ -305,8 +305,7 @@ void StudyWindow::askWhetherToWithdraw() {
 
 void StudyWindow::withdrawConsent(bool deletesRecords) {
     Client& client = Client::shared();
-    for (const DataReader& reader : readers)
-        client.stopTracking(reader);
+    client.stopTracking();
     for (const char* flag : {"hasConsentedToTrackDistance", "hasConsentedToTrackAmbientLight"})
         platform_.userDefaults().removeObjectForKey(flag);
     if (deletesRecords) {
