@@ -10,8 +10,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
-# Loaded when a camera is opened. Suggested: what hosts of the GTK module are built with, and what a camera of the portal
-# needs.
+# Loaded when a camera is opened. Suggested: what hosts of the GTK module are built with.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "gstreamer1.0-plugins-base, gstreamer1.0-plugins-good")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "libgtk-4-dev, gstreamer1.0-pipewire")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "libgtk-4-dev")
 include(CPack)

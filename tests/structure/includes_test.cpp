@@ -54,6 +54,7 @@ TEST(Includes, EachFolderKnowsItsOwnThirdPartiesAndWhatSeesAFrameCanNeitherWrite
         {"client/sender.cpp", {"<sys/utsname.h"}},
         {"platform/", withSystem({})},
         {"platform/camera/capture/", withSystem({"<gst/"})},
+        {"platform/camera/pipewire/", withSystem({"<pipewire/", "<spa/"})},
         {"platform/camera/vision/", {"<Eigen/", "<xnnpack.h"}},
         {"platform/curl/", withSystem({"<curl/"})},
         {"platform/glib/", withSystem({"<gio/", "<glib"})},

@@ -1,20 +1,12 @@
 #pragma once
 
 #include <expected>
-#include <memory>
-#include <optional>
 #include <string>
 
-#include "platform/camera/capture/frame_source.h"
+#include "platform/camera/named_source.h"
 #include "tarvex/camera.h"
 
 namespace tarvex::camera {
-
-/// An open source, and the name under which its camera is calibrated, if it is a camera of a known name.
-struct NamedSource {
-    std::unique_ptr<FrameSource> frames;
-    std::optional<std::string> camera = std::nullopt;
-};
 
 /// The source that the host chose, opened once a run. Reentrant.
 class CameraSource {

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <utility>
 
 namespace tarvex::platform {
 
@@ -20,9 +21,11 @@ public:
     }
 
     explicit FileDescriptor(int number) : number_(number) {}
-    ~FileDescriptor() { ::close(number_); }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    FileDescriptor(FileDescriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+    ~FileDescriptor() {
+        if (number_ >= 0) ::close(number_);
+    }
+    FileDescriptor& operator=(FileDescriptor&&) = delete;
 
     int number() const { return number_; }
 

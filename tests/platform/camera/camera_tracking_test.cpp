@@ -1,10 +1,7 @@
 #include "platform/camera/scripted_frame_source.h"
+#include "platform/camera/tracked_camera.h"
 #include "recorded_log.h"
 #include "sensors/distance_tracking.h"
-#include "storage/persistence_controller.h"
-#include "storage/tracking_data.h"
-#include "tarvex/camera.h"
-#include "tarvex/testing/manual_dispatch_queues.h"
 
 namespace tarvex {
 
@@ -12,6 +9,7 @@ namespace {
 
 using camera::Options;
 using test::record;
+using test::Tracked;
 
 const std::filesystem::path models = TARVEX_FACE_MODELS;
 const std::filesystem::path photographs = TARVEX_TEST_PICTURES;
@@ -20,36 +18,6 @@ Options photographOptions() {
     return {.source = camera::Pictures{.paths = {photographs / "sample1.jpg", photographs / "sample5.jpg"}},
             .modelDirectory = models};
 }
-
-/// The library as it is on Linux, with a camera of these options. No run is ended by the time that it takes.
-struct Tracked {
-    explicit Tracked(Options options) {
-        platform = platform::Platform::makeLinux({.dataDirectory = directory.path() / "data"});
-        auto manual = std::make_unique<testing::ManualDispatchQueues>();
-        queues = manual.get();
-        platform->setDispatchQueues(std::move(manual));
-        camera::addTo(*platform, std::move(options));
-        store = std::make_unique<PersistenceController>(*platform);
-    }
-    // Blocks in the queues refer to the platform's services.
-    ~Tracked() {
-        if (!platform) return;
-        queues->runMain();
-        queues->advance(std::chrono::hours(1));
-    }
-    Tracked(const Tracked&) = delete;
-    Tracked& operator=(const Tracked&) = delete;
-
-    std::vector<TrackingData> samples() const {
-        const auto document = store->loadTrackingData([] { return Sender(); });
-        return decodeTrackingDataWrapper(document.value().view())->trackingData;
-    }
-
-    TemporaryDirectory directory;
-    testing::ManualDispatchQueues* queues = nullptr;
-    std::unique_ptr<platform::Platform> platform;
-    std::unique_ptr<PersistenceController> store;
-};
 
 }  // namespace
 

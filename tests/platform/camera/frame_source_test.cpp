@@ -1,6 +1,7 @@
 #include "platform/camera/capture/frame_source.h"
 
 #include "platform/camera/camera_source.h"
+#include "platform/camera/capture/frame_decoder.h"
 #include "platform/camera/scripted_frame_source.h"
 
 namespace tarvex::camera {
@@ -164,6 +165,45 @@ TEST_F(FrameSources, GoOnWhenAStreamChangesItsSize) {
     const Seen seen = look(Video{.path = file});
     EXPECT_THAT(seen.sizes, ElementsAre(Pair(64, 48), Pair(64, 48), Pair(96, 80), Pair(96, 80)));
     EXPECT_THAT(seen.end, HasSubstr("is at its end"));
+}
+
+TEST(FrameDecoder, TakesEveryLayoutOfTheRowsAndLeavesOutFramesThatAreNotWhatTheySay) {
+    const auto decoded = [](const CameraFrame& frame) {
+        std::array<int, 3> pixel{-1, -1, -1};
+        auto decoder = FrameDecoder::open("the camera").value();
+        EXPECT_TRUE(decoder.decode(frame, 300ms, [&](const Frame& shown) {
+            EXPECT_EQ(std::pair(shown.width, shown.height), std::pair(frame.width, frame.height));
+            const auto* last = &shown.pixels[shown.stride * 47 + 63 * 3];
+            pixel = {last[0], last[1], last[2]};
+        }));
+        return pixel;
+    };
+    const auto frame = [](const char* format, std::vector<CameraFrame::Plane> planes, std::size_t size) {
+        return CameraFrame{.format = format,
+                           .width = 64,
+                           .height = 48,
+                           .planes = std::move(planes),
+                           .bytes = std::vector<std::uint8_t>(size, 0x80)};
+    };
+    for (const CameraFrame& whole :
+         {frame("GRAY8", {{0, 64}}, 64 * 48), frame("GRAY8", {{0, 0}}, 64 * 48), frame("GRAY8", {{9, 80}}, 9 + 80 * 48),
+          frame("YUY2", {{0, 128}}, 128 * 48), frame("NV12", {{0, 64}}, 64 * 72), frame("NV12", {{0, 96}}, 96 * 72),
+          frame("I420", {{0, 64}}, 64 * 72), frame("I420", {{0, 96}}, 96 * 72),
+          frame("NV12", {{64 * 24, 64}, {0, 64}}, 64 * 72), frame("RGB", {{0, 192}}, 192 * 48)}) {
+        SCOPED_TRACE(whole.format + " " + std::to_string(whole.planes.front().stride));
+        EXPECT_THAT(decoded(whole), Each(AllOf(::testing::Ge(0x7e), ::testing::Le(0x84))));
+    }
+    CameraFrame flat = frame("GRAY8", {{0, 64}}, 64 * 48);
+    flat.height = 0;
+    CameraFrame huge = frame("GRAY8", {{0, 64}}, 64 * 48);
+    huge.height = 1 << 30;
+    for (const CameraFrame& broken :
+         {flat, huge, frame("GRAY8", {}, 64 * 48), frame("GRAY8", {{0, 64}}, 64 * 48 - 1),
+          frame("GRAY8", {{1, 64}}, 64 * 48), frame("GRAY8", {{0, 63}}, 64 * 48), frame("GRAY8", {{0, -64}}, 64 * 48),
+          frame("GRAY8", {{0, 1 << 30}}, 64 * 48), frame("NV12", {{0, 64}, {64 * 49, 64}}, 64 * 72),
+          frame("I420", {{0, 64}, {SIZE_MAX, 32}, {0, 32}}, 64 * 72), frame("XYZ", {{0, 64}}, 64 * 48),
+          frame("JPEG", {{0, 0}}, 64), frame("JPEG", {}, 0)})
+        EXPECT_THAT(decoded(broken), Each(-1));
 }
 
 }  // namespace tarvex::camera

@@ -13,7 +13,9 @@ using namespace std::chrono_literals;
 // The delay until a pause is noticed, and the interval between looks while no face is seen.
 constexpr auto framePatience = 50ms;
 constexpr auto lookInterval = 100ms;
-constexpr auto stall = 2s;
+// Without a frame: a camera that has just been opened takes longer.
+constexpr auto openingStall = 2s;
+constexpr auto runningStall = 800ms;
 
 void sayThatNothingIsMeasured(const std::string& why) {
     platform::logWarning("no distance is measured: " + why);
@@ -110,6 +112,7 @@ void CameraCapture::serve() {
 void CameraCapture::look(OpenCapture& capture) {
     auto lastFrame = Clock::now();
     auto nextLook = lastFrame;
+    Clock::duration stall = openingStall;
     while (const auto observer = newest()) {
         if (!observer->isDue()) {
             waitForChange(Clock::now() + lookInterval);
@@ -125,6 +128,7 @@ void CameraCapture::look(OpenCapture& capture) {
         if (*came) {
             lastFrame = now;
             nextLook = now + lookInterval;
+            stall = runningStall;
             lastReport_.reset();
         }
         if (now - lastFrame > stall) report("the camera is open, but delivers no frames");

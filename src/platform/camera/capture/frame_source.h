@@ -24,18 +24,14 @@ public:
                                                   const std::function<void(const Frame&)>& look) = 0;
 };
 
-/// The source of one run: a device node, a node of a PipeWire remote, a video or a picture.
-struct PipeWireNode {
-    int remote;  ///< its file descriptor
-    std::uint32_t node;
-};
+/// The source of one run that GStreamer knows itself: a device node, a video or a picture.
 struct Video {
     std::filesystem::path path;
 };
 struct Picture {
     std::filesystem::path path;
 };
-using OpenedSource = std::variant<std::filesystem::path, PipeWireNode, Video, Picture>;
+using OpenedSource = std::variant<std::filesystem::path, Video, Picture>;
 
 /// Opens the source, through GStreamer; the first frame may take a while. One sentence when it cannot be opened.
 std::expected<std::unique_ptr<FrameSource>, std::string> openFrameSource(const OpenedSource& source);
