@@ -46,7 +46,7 @@ void TemporaryFile::append(std::span<const std::byte> bytes) {
 
 std::size_t TemporaryFile::read(std::uint64_t offset, std::span<std::byte> into) const {
     std::size_t total = 0;
-    while (total < into.size()) {
+    while (total < into.size() && descriptor_ >= 0) {
         const auto count =
             ::pread(descriptor_, into.data() + total, into.size() - total, static_cast<off_t>(offset + total));
         if (count < 0 && errno == EINTR) continue;

@@ -10,6 +10,8 @@ namespace tarvex::collector {
 /// A file without a name, which goes with its owner. Reentrant.
 class TemporaryFile {
 public:
+    /// Empty, and takes no bytes.
+    TemporaryFile() = default;
     /// Throws `std::system_error` when the directory takes none.
     explicit TemporaryFile(const std::filesystem::path& directory);
     TemporaryFile(TemporaryFile&& other) noexcept;

@@ -1,0 +1,239 @@
+#include "collector/http/server.h"
+
+#include <netinet/in.h>
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/redirect_error.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/strand.hpp>
+#include <boost/asio/use_awaitable.hpp>
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <set>
+#include <stdexcept>
+#include <thread>
+
+#include "collector/http/connection.h"
+#include "collector/http/server_thread.h"
+#include "collector/http/tls_context.h"
+
+namespace tarvex::collector {
+namespace {
+
+namespace asio = boost::asio;
+using asio::ip::tcp;
+using boost::system::error_code;
+
+constexpr auto acceptPause = std::chrono::milliseconds(100);
+
+asio::ip::address plainAddress(const asio::ip::address& address) {
+    if (!address.is_v6() || !address.to_v6().is_v4_mapped()) return address;
+    return asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6());
+}
+
+/// What counts as one address: of IPv6, everybody has the addresses of a whole network.
+std::string networkOf(const asio::ip::address& address) {
+    if (!address.is_v6()) return address.to_string();
+    auto bytes = address.to_v6().to_bytes();
+    std::fill(bytes.begin() + 8, bytes.end(), static_cast<unsigned char>(0));
+    return asio::ip::address_v6(bytes).to_string();
+}
+
+TlsContext loadContext(const std::optional<HttpServer::Certificate>& certificate) {
+    if (!certificate) return nullptr;
+    auto context = loadTlsContext(*certificate);
+    if (!context) throw std::runtime_error(context.error());
+    return *context;
+}
+
+}  // namespace
+
+class HttpServer::Implementation {
+public:
+    explicit Implementation(Options options)
+        : state_(std::move(options)), context_(loadContext(state_.options.certificate)), acceptor_(makeStrand()) {
+        const TemporaryFile probe(state_.options.spool);
+        listen();
+        asio::co_spawn(acceptor_.get_executor(), accept(), asio::detached);
+        startThreads();
+    }
+
+    ~Implementation() { stop(std::chrono::milliseconds(0)); }
+    Implementation(const Implementation&) = delete;
+    Implementation& operator=(const Implementation&) = delete;
+
+    std::uint16_t port() const { return port_; }
+
+    std::optional<std::string> reloadCertificate() {
+        if (!state_.options.certificate) return std::nullopt;
+        auto context = loadTlsContext(*state_.options.certificate);
+        if (!context) return context.error();
+        const std::lock_guard lock(mutex_);
+        context_ = *std::move(context);
+        return std::nullopt;
+    }
+
+    void stop(std::chrono::milliseconds patience) {
+        const std::lock_guard stopping(stopMutex_);
+        endAccepting();
+        std::unique_lock lock(mutex_);
+        const auto haveEnded = [this] { return connections_.empty(); };
+        for (const auto& connection : connections_)
+            connection->retire();
+        changed_.wait_for(lock, patience, haveEnded);
+        for (const auto& connection : connections_)
+            connection->abort();
+        changed_.wait(lock, haveEnded);
+        lock.unlock();
+        state_.pieceThreads.reset();
+        workGuard_.reset();
+        for (std::jthread& thread : threads_)
+            if (thread.joinable()) thread.join();
+    }
+
+private:
+    asio::any_io_executor makeStrand() const { return asio::make_strand(*state_.loop); }
+
+    void listen() {
+        const Options& options = state_.options;
+        error_code error;
+        const auto address = asio::ip::make_address(options.address, error);
+        if (error) throw std::runtime_error("\"" + options.address + "\" is not an IP address.");
+        const tcp::endpoint endpoint(address, options.port);
+        acceptor_.open(endpoint.protocol(), error);
+        if (!error) acceptor_.set_option(tcp::acceptor::reuse_address(true), error);
+        if (!error) acceptor_.bind(endpoint, error);
+        if (!error) acceptor_.listen(asio::socket_base::max_listen_connections, error);
+        if (!error) port_ = acceptor_.local_endpoint(error).port();
+        if (error)
+            throw std::runtime_error("Port " + std::to_string(options.port) + " of " + options.address +
+                                     " cannot be listened on: " + error.message() + ".");
+    }
+
+    void startThreads() {
+        try {
+            for (std::jthread& thread : threads_)
+                thread = std::jthread([this] { work(); });
+        } catch (const std::system_error&) {
+            state_.loop->stop();
+            throw;
+        }
+    }
+
+    asio::awaitable<void> accept() {
+        while (!state_.isStopping) {
+            try {
+                co_await acceptOne();
+            } catch (const std::exception&) {  // no memory: this client is lost
+                continue;
+            }
+        }
+    }
+
+    asio::awaitable<void> acceptOne() {
+        error_code error;
+        tcp::socket socket =
+            co_await acceptor_.async_accept(makeStrand(), asio::redirect_error(asio::use_awaitable, error));
+        if (!error) {
+            admit(std::move(socket));
+        } else if (error != asio::error::connection_aborted && !state_.isStopping) {
+            // No descriptor is left, say: trying at once would only burn the processor.
+            asio::steady_timer pause(acceptor_.get_executor(), acceptPause);
+            co_await pause.async_wait(asio::redirect_error(asio::use_awaitable, error));
+        }
+    }
+
+    void admit(tcp::socket socket) {
+        error_code error;
+        const auto address = plainAddress(socket.remote_endpoint(error).address());
+        if (!error) socket.set_option(tcp::no_delay(true), error);
+        if (error) return;
+
+        const std::string network = networkOf(address);
+        const std::lock_guard lock(mutex_);
+        const auto& limits = state_.options.limits;
+        if (state_.isStopping || connections_.size() >= static_cast<std::size_t>(limits.connections)) return;
+        if (!address.is_loopback() && networks_[network] >= limits.connectionsOfAnAddress) return;
+        try {
+            begin(std::move(socket), address.to_string(), network);
+        } catch (const std::exception&) {  // no memory: this client has none of us
+            return;
+        }
+    }
+
+    void begin(tcp::socket socket, const std::string& peer, const std::string& network) {
+        auto strand = socket.get_executor();
+        auto connection =
+            std::make_shared<Connection>(state_, strand, makeTransport(std::move(socket), context_), peer);
+        connections_.insert(connection);
+        ++networks_[network];
+        asio::co_spawn(
+            strand, [connection] { return connection->run(); },
+            [this, connection, network](const std::exception_ptr&) { forget(connection, network); });
+    }
+
+    void forget(const std::shared_ptr<Connection>& connection, const std::string& network) {
+        const std::lock_guard lock(mutex_);
+        connections_.erase(connection);
+        if (--networks_[network] == 0) networks_.erase(network);
+        changed_.notify_all();
+    }
+
+    void endAccepting() {
+        const std::lock_guard lock(mutex_);
+        state_.isStopping = true;
+        asio::post(acceptor_.get_executor(), [this] {
+            error_code ignored;
+            acceptor_.close(ignored);
+        });
+    }
+
+    void work() {
+        beginServerThread("collector-http");
+        while (true) {
+            try {
+                state_.loop->run();
+                return;
+            } catch (const std::exception&) {  // one connection's trouble
+                continue;
+            }
+        }
+    }
+
+    ServerState state_;
+    asio::executor_work_guard<asio::io_context::executor_type> workGuard_{state_.loop->get_executor()};
+    std::mutex stopMutex_;
+    std::mutex mutex_;  ///< of what follows
+    std::condition_variable changed_;
+    std::set<std::shared_ptr<Connection>> connections_;
+    std::map<std::string, int> networks_;
+    TlsContext context_;
+
+    tcp::acceptor acceptor_;
+    std::uint16_t port_ = 0;
+    std::array<std::jthread, 2> threads_;
+};
+
+HttpServer::HttpServer(Options options) : implementation_(std::make_unique<Implementation>(std::move(options))) {}
+
+HttpServer::~HttpServer() = default;
+
+std::uint16_t HttpServer::port() const {
+    return implementation_->port();
+}
+
+std::optional<std::string> HttpServer::reloadCertificate() {
+    return implementation_->reloadCertificate();
+}
+
+void HttpServer::stop(std::chrono::milliseconds patience) {
+    implementation_->stop(patience);
+}
+
+}  // namespace tarvex::collector

@@ -1,0 +1,101 @@
+#include "collector/http/transport.h"
+
+#include <boost/asio/redirect_error.hpp>
+#include <boost/asio/ssl/stream.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <boost/beast/core/tcp_stream.hpp>
+#include <boost/beast/ssl/ssl_stream.hpp>
+
+#include <array>
+#include <new>
+#include <utility>
+
+namespace tarvex::collector {
+namespace {
+
+namespace asio = boost::asio;
+using boost::beast::tcp_stream;
+using boost::system::error_code;
+
+/// What the client sends still goes unread: if it stayed in the socket, closing it would cut off the last answer.
+asio::awaitable<void> drain(tcp_stream& stream) {
+    error_code error;
+    stream.socket().shutdown(asio::socket_base::shutdown_send, error);
+    std::array<char, 4096> unread{};
+    while (!error)
+        co_await stream.async_read_some(asio::buffer(unread), asio::redirect_error(asio::use_awaitable, error));
+}
+
+/// What is the same with TLS and without.
+template <typename Stream>
+class StreamTransport : public Transport {
+public:
+    template <typename... Arguments>
+    explicit StreamTransport(Arguments&&... arguments) : stream_(std::forward<Arguments>(arguments)...) {}
+
+    void expireAt(Clock::time_point time) override { tcp().expires_at(time); }
+
+    asio::awaitable<std::size_t> read(asio::mutable_buffer into) override {
+        co_return co_await stream_.async_read_some(into, asio::use_awaitable);
+    }
+
+    asio::awaitable<std::size_t> write(asio::const_buffer bytes) override {
+        co_return co_await stream_.async_write_some(bytes, asio::use_awaitable);
+    }
+
+    void endReading() override {
+        error_code ignored;
+        tcp().socket().shutdown(asio::socket_base::shutdown_receive, ignored);
+    }
+
+    void close() override { tcp().close(); }
+
+    void reset() override {
+        error_code ignored;
+        tcp().socket().set_option(asio::socket_base::linger(true, 0), ignored);
+        tcp().close();
+    }
+
+protected:
+    Stream& stream() { return stream_; }
+    tcp_stream& tcp() { return boost::beast::get_lowest_layer(stream_); }
+
+private:
+    Stream stream_;
+};
+
+class PlainTransport final : public StreamTransport<tcp_stream> {
+public:
+    using StreamTransport::StreamTransport;
+
+    asio::awaitable<void> shakeHands() override { co_return; }
+    asio::awaitable<void> takeLeave() override { co_await drain(tcp()); }
+};
+
+using TlsStream = asio::ssl::stream<tcp_stream>;
+
+class TlsTransport final : public StreamTransport<TlsStream> {
+public:
+    using StreamTransport::StreamTransport;
+
+    asio::awaitable<void> shakeHands() override {
+        co_await stream().async_handshake(asio::ssl::stream_base::server, asio::use_awaitable);
+    }
+
+    asio::awaitable<void> takeLeave() override {
+        error_code error;
+        co_await stream().async_shutdown(asio::redirect_error(asio::use_awaitable, error));
+        if (error != boost::beast::error::timeout) co_await drain(tcp());
+    }
+};
+
+}  // namespace
+
+std::unique_ptr<Transport> makeTransport(asio::ip::tcp::socket socket, const TlsContext& context) {
+    if (!context) return std::make_unique<PlainTransport>(std::move(socket));
+    SSL* session = SSL_new(context.get());
+    if (session == nullptr) throw std::bad_alloc();
+    return std::make_unique<TlsTransport>(tcp_stream(std::move(socket)), session);
+}
+
+}  // namespace tarvex::collector
