@@ -263,6 +263,7 @@ asio::awaitable<void> Connection::write(std::string_view bytes) {
 }
 
 asio::awaitable<void> Connection::leave() {
+    isIdle_ = true;
     const auto patience = state_.isStopping ? 200ms : 2000ms;
     transport_->expireAt(Clock::now() + std::min(patience, limits().idle));
     co_await transport_->takeLeave();

@@ -78,8 +78,8 @@ private:
     std::string peer_;
     boost::beast::flat_buffer received_;  ///< and not used yet
 
-    // Of the request under way.
-    bool isIdle_ = true;  ///< there is none
+    bool isIdle_ = true;  ///< no request is under way
+    // Of the request under way:
     bool keepsAlive_ = false;
     bool isOld_ = false;   ///< HTTP/1.0
     bool isHead_ = false;  ///< the method

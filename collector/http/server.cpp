@@ -1,7 +1,5 @@
 #include "collector/http/server.h"
 
-#include <netinet/in.h>
-
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/executor_work_guard.hpp>
@@ -13,12 +11,12 @@
 #include <boost/asio/use_awaitable.hpp>
 
 #include <condition_variable>
-#include <map>
 #include <mutex>
 #include <set>
 #include <stdexcept>
 #include <thread>
 
+#include "collector/http/admission.h"
 #include "collector/http/connection.h"
 #include "collector/http/server_thread.h"
 #include "collector/http/tls_context.h"
@@ -31,19 +29,6 @@ using asio::ip::tcp;
 using boost::system::error_code;
 
 constexpr auto acceptPause = std::chrono::milliseconds(100);
-
-asio::ip::address plainAddress(const asio::ip::address& address) {
-    if (!address.is_v6() || !address.to_v6().is_v4_mapped()) return address;
-    return asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6());
-}
-
-/// What counts as one address: of IPv6, everybody has the addresses of a whole network.
-std::string networkOf(const asio::ip::address& address) {
-    if (!address.is_v6()) return address.to_string();
-    auto bytes = address.to_v6().to_bytes();
-    std::fill(bytes.begin() + 8, bytes.end(), static_cast<unsigned char>(0));
-    return asio::ip::address_v6(bytes).to_string();
-}
 
 TlsContext loadContext(const std::optional<HttpServer::Certificate>& certificate) {
     if (!certificate) return nullptr;
@@ -130,7 +115,7 @@ private:
         while (!state_.isStopping) {
             try {
                 co_await acceptOne();
-            } catch (const std::exception&) {  // no memory: this client is lost
+            } catch (const std::exception&) {  // no memory, say: this client is lost
                 continue;
             }
         }
@@ -151,37 +136,35 @@ private:
 
     void admit(tcp::socket socket) {
         error_code error;
-        const auto address = plainAddress(socket.remote_endpoint(error).address());
+        const tcp::endpoint endpoint = socket.remote_endpoint(error);
         if (!error) socket.set_option(tcp::no_delay(true), error);
         if (error) return;
+        const Peer peer = peerOf(endpoint.address().to_string());
 
-        const std::string network = networkOf(address);
         const std::lock_guard lock(mutex_);
-        const auto& limits = state_.options.limits;
-        if (state_.isStopping || connections_.size() >= static_cast<std::size_t>(limits.connections)) return;
-        if (!address.is_loopback() && networks_[network] >= limits.connectionsOfAnAddress) return;
+        if (state_.isStopping || !admission_.enter(peer)) return;
         try {
-            begin(std::move(socket), address.to_string(), network);
-        } catch (const std::exception&) {  // no memory: this client has none of us
-            return;
+            begin(std::move(socket), peer);
+        } catch (...) {
+            admission_.leave(peer);
+            throw;
         }
     }
 
-    void begin(tcp::socket socket, const std::string& peer, const std::string& network) {
+    void begin(tcp::socket socket, const Peer& peer) {
         auto strand = socket.get_executor();
-        auto connection =
-            std::make_shared<Connection>(state_, strand, makeTransport(std::move(socket), context_), peer);
+        auto transport = makeTransport(std::move(socket), context_);
+        auto connection = std::make_shared<Connection>(state_, strand, std::move(transport), peer.address);
         connections_.insert(connection);
-        ++networks_[network];
         asio::co_spawn(
             strand, [connection] { return connection->run(); },
-            [this, connection, network](const std::exception_ptr&) { forget(connection, network); });
+            [this, connection, peer](const std::exception_ptr&) { forget(connection, peer); });
     }
 
-    void forget(const std::shared_ptr<Connection>& connection, const std::string& network) {
+    void forget(const std::shared_ptr<Connection>& connection, const Peer& peer) {
         const std::lock_guard lock(mutex_);
         connections_.erase(connection);
-        if (--networks_[network] == 0) networks_.erase(network);
+        admission_.leave(peer);
         changed_.notify_all();
     }
 
@@ -212,7 +195,7 @@ private:
     std::mutex mutex_;  ///< of what follows
     std::condition_variable changed_;
     std::set<std::shared_ptr<Connection>> connections_;
-    std::map<std::string, int> networks_;
+    Admission admission_{state_.options.limits};
     TlsContext context_;
 
     tcp::acceptor acceptor_;

@@ -20,6 +20,8 @@ std::expected<TlsContext, std::string> loadTlsContext(const HttpServer::Certific
     if (!context || SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION) != 1)
         return failure("TLS cannot be set up");
     SSL_CTX_set_options(context.get(), SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION);
+    // Clients keep their sessions themselves.
+    SSL_CTX_set_session_cache_mode(context.get(), SSL_SESS_CACHE_OFF);
     // Nobody is there to type a password.
     SSL_CTX_set_default_passwd_cb(context.get(), [](char*, int, int, void*) { return -1; });
     if (SSL_CTX_use_certificate_chain_file(context.get(), certificate.chain.c_str()) != 1)

@@ -4,10 +4,11 @@
 #include <boost/asio/ssl/stream.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
-#include <boost/beast/ssl/ssl_stream.hpp>
+#include <boost/system/system_error.hpp>
 
 #include <array>
 #include <new>
+#include <type_traits>
 #include <utility>
 
 namespace tarvex::collector {
@@ -36,7 +37,11 @@ public:
     void expireAt(Clock::time_point time) override { tcp().expires_at(time); }
 
     asio::awaitable<std::size_t> read(asio::mutable_buffer into) override {
-        co_return co_await stream_.async_read_some(into, asio::use_awaitable);
+        error_code error;
+        const auto count = co_await stream_.async_read_some(into, asio::redirect_error(asio::use_awaitable, error));
+        isReadable_ = !isEnd(error);
+        if (error) throw boost::system::system_error(error);
+        co_return count;
     }
 
     asio::awaitable<std::size_t> write(asio::const_buffer bytes) override {
@@ -59,9 +64,17 @@ public:
 protected:
     Stream& stream() { return stream_; }
     tcp_stream& tcp() { return boost::beast::get_lowest_layer(stream_); }
+    bool isReadable() const { return isReadable_; }
+
+    /// Whether it says that the socket is at its end.
+    static bool isEnd(error_code error) {
+        constexpr bool isPlain = std::is_same_v<Stream, tcp_stream>;
+        return error && (isPlain || error != asio::error::eof);  // with TLS, that is the end of the session
+    }
 
 private:
     Stream stream_;
+    bool isReadable_ = true;  ///< else nobody would ever say that a read is done: the end is told once
 };
 
 class PlainTransport final : public StreamTransport<tcp_stream> {
@@ -69,7 +82,9 @@ public:
     using StreamTransport::StreamTransport;
 
     asio::awaitable<void> shakeHands() override { co_return; }
-    asio::awaitable<void> takeLeave() override { co_await drain(tcp()); }
+    asio::awaitable<void> takeLeave() override {
+        if (isReadable()) co_await drain(tcp());
+    }
 };
 
 using TlsStream = asio::ssl::stream<tcp_stream>;
@@ -83,9 +98,12 @@ public:
     }
 
     asio::awaitable<void> takeLeave() override {
+        if (!isReadable()) co_return;
         error_code error;
         co_await stream().async_shutdown(asio::redirect_error(asio::use_awaitable, error));
-        if (error != boost::beast::error::timeout) co_await drain(tcp());
+        const bool isOver = error == asio::error::eof || error == asio::ssl::error::stream_truncated ||
+                            error == boost::beast::error::timeout;
+        if (!isOver) co_await drain(tcp());
     }
 };
 
