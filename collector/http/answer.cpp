@@ -42,7 +42,7 @@ constexpr std::array<std::pair<int, std::string_view>, 28> reasons{{
 }};
 
 std::string_view reasonOf(int status) {
-    const auto found = std::ranges::find(reasons, status, &std::pair<int, std::string_view>::first);
+    const auto* found = std::ranges::find(reasons, status, &std::pair<int, std::string_view>::first);
     return found == reasons.end() ? "" : found->second;
 }
 
@@ -95,8 +95,8 @@ std::string headOf(const Response& response, const Framing& framing) {
 
 std::string chunkOf(const std::string& piece) {
     std::array<char, 2 * sizeof(std::size_t)> digits{};
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), piece.size(), 16).ptr;
-    std::string chunk(digits.data(), end);
+    const char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), piece.size(), 16).ptr;
+    std::string chunk(std::as_const(digits).data(), end);
     return chunk.append("\r\n").append(piece).append("\r\n");
 }
 

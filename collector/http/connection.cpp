@@ -20,8 +20,8 @@ namespace {
 namespace asio = boost::asio;
 using namespace std::chrono_literals;
 
-constexpr std::size_t headBlock = 4 * 1024;
-constexpr std::size_t bodyBlock = 64 * 1024;
+constexpr std::size_t headBlock = 4UZ * 1024;
+constexpr std::size_t bodyBlock = 64UZ * 1024;
 
 /// Takes the answer of a request; the first one counts. When everybody has let go of it without one, it answers itself.
 class Responder {
@@ -84,15 +84,22 @@ asio::awaitable<void> Connection::run() {
     try {
         transport_->expireAt(Clock::now() + limits().handshake);
         co_await transport_->shakeHands();
-        try {
-            while (co_await serveRequest()) {
-            }
-        } catch (const boost::system::system_error&) {  // the client left, or was too slow
-        }
+        co_await serve();
         co_await leave();
+        transport_->close();
     } catch (const std::exception&) {  // nobody is there to be told
+        transport_->close();
     }
-    transport_->close();
+}
+
+asio::awaitable<void> Connection::serve() {
+    try {
+        keepsAlive_ = true;
+        while (keepsAlive_)
+            co_await serveRequest();
+    } catch (const boost::system::system_error&) {  // the client left, or was too slow
+        keepsAlive_ = false;
+    }
 }
 
 void Connection::retire() {
@@ -109,8 +116,7 @@ void Connection::abort() {
     });
 }
 
-/// False when it was the last one.
-asio::awaitable<bool> Connection::serveRequest() {
+asio::awaitable<void> Connection::serveRequest() {
     isIdle_ = true;
     auto incoming = co_await readHead();
     isIdle_ = false;
@@ -118,16 +124,15 @@ asio::awaitable<bool> Connection::serveRequest() {
     isOld_ = incoming && incoming->isOld;
     isHead_ = incoming && incoming->head.method == "HEAD";
     if (!incoming) {
-        if (incoming.error()) co_await answer(plainAnswer(*incoming.error()));
-        co_return false;
+        if (const auto status = incoming.error()) co_await answer(plainAnswer(*status));
+        co_return;
     }
 
     incoming->head.peer = peer_;
-    auto refusal = refusalOf(*incoming);
-    if (refusal) {
+    if (auto refusal = refusalOf(*incoming)) {
         if (mayHaveBody(*incoming)) keepsAlive_ = false;
         co_await answer(*std::move(refusal));
-        co_return keepsAlive_;
+        co_return;
     }
 
     co_await inviteBody(*incoming);
@@ -135,13 +140,12 @@ asio::awaitable<bool> Connection::serveRequest() {
     if (!co_await readBody(reception, incoming->length.value_or(0))) {
         keepsAlive_ = false;
         co_await answer(plainAnswer(503));
-        co_return false;
+        co_return;
     }
     auto [file, body] = reception.finish();
     Request request{.head = std::move(incoming->head), .file = std::move(file), .body = body};
     Response response = co_await handle(std::move(request));
     co_await answer(std::move(response));
-    co_return keepsAlive_;
 }
 
 /// The error is the status to answer with; absent, the server stops.
@@ -149,11 +153,11 @@ asio::awaitable<std::expected<IncomingHead, std::optional<int>>> Connection::rea
     HeadParser parser(limits().header);
     transport_->expireAt(Clock::now() + limits().idle);
     while (true) {
+        if (state_.isStopping) co_return std::unexpected(std::nullopt);
         const auto bytes = received_.cdata();
         if (bytes.size() > 0) received_.consume(parser.take({static_cast<const char*>(bytes.data()), bytes.size()}));
         if (parser.refusal()) co_return std::unexpected(parser.refusal());
         if (parser.isDone()) break;
-        if (state_.isStopping) co_return std::unexpected(std::nullopt);
         const auto space = received_.prepare(headBlock);
         received_.commit(co_await transport_->read(space));
     }
@@ -213,6 +217,7 @@ asio::awaitable<Response> Connection::handle(Request request) {
             responder->respond(std::move(response));
         });
     } catch (const std::exception&) {  // the responder answers
+        keepsAlive_ = false;
     }
     co_return co_await await(response_);
 }
@@ -277,9 +282,7 @@ asio::awaitable<Value> Connection::await(std::optional<Value>& value) {
         wake_.expires_at(Clock::time_point::max());
         co_await wake_.async_wait(asio::redirect_error(asio::use_awaitable, cancelled));
     }
-    Value taken = *std::move(value);
-    value.reset();
-    co_return taken;
+    co_return *std::exchange(value, std::nullopt);
 }
 
 /// Puts a value where the coroutine awaits it; on any thread, also after the connection has gone.

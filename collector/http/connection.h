@@ -54,7 +54,8 @@ private:
     template <typename Result>
     using Awaitable = boost::asio::awaitable<Result>;
 
-    Awaitable<bool> serveRequest();
+    Awaitable<void> serve();
+    Awaitable<void> serveRequest();
     Awaitable<std::expected<IncomingHead, std::optional<int>>> readHead();
     std::optional<Response> refusalOf(const IncomingHead& incoming) const;
     Awaitable<void> inviteBody(const IncomingHead& incoming);

@@ -9,6 +9,7 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
 #include <boost/asio/use_awaitable.hpp>
+#include <boost/system/system_error.hpp>
 
 #include <condition_variable>
 #include <mutex>
@@ -90,15 +91,17 @@ private:
         error_code error;
         const auto address = asio::ip::make_address(options.address, error);
         if (error) throw std::runtime_error("\"" + options.address + "\" is not an IP address.");
-        const tcp::endpoint endpoint(address, options.port);
-        acceptor_.open(endpoint.protocol(), error);
-        if (!error) acceptor_.set_option(tcp::acceptor::reuse_address(true), error);
-        if (!error) acceptor_.bind(endpoint, error);
-        if (!error) acceptor_.listen(asio::socket_base::max_listen_connections, error);
-        if (!error) port_ = acceptor_.local_endpoint(error).port();
-        if (error)
+        try {
+            const tcp::endpoint endpoint(address, options.port);
+            acceptor_.open(endpoint.protocol());
+            acceptor_.set_option(tcp::acceptor::reuse_address(true));
+            acceptor_.bind(endpoint);
+            acceptor_.listen();
+            port_ = acceptor_.local_endpoint().port();
+        } catch (const boost::system::system_error& failure) {
             throw std::runtime_error("Port " + std::to_string(options.port) + " of " + options.address +
-                                     " cannot be listened on: " + error.message() + ".");
+                                     " cannot be listened on: " + failure.code().message() + ".");
+        }
     }
 
     void startThreads() {
@@ -115,7 +118,7 @@ private:
         while (!state_.isStopping) {
             try {
                 co_await acceptOne();
-            } catch (const std::exception&) {  // no memory, say: this client is lost
+            } catch (const std::exception&) {  // it has left already, say, or there is no memory
                 continue;
             }
         }
@@ -135,12 +138,8 @@ private:
     }
 
     void admit(tcp::socket socket) {
-        error_code error;
-        const tcp::endpoint endpoint = socket.remote_endpoint(error);
-        if (!error) socket.set_option(tcp::no_delay(true), error);
-        if (error) return;
-        const Peer peer = peerOf(endpoint.address().to_string());
-
+        socket.set_option(tcp::no_delay(true));
+        const Peer peer = peerOf(socket.remote_endpoint().address().to_string());
         const std::lock_guard lock(mutex_);
         if (state_.isStopping || !admission_.enter(peer)) return;
         try {
@@ -171,10 +170,7 @@ private:
     void endAccepting() {
         const std::lock_guard lock(mutex_);
         state_.isStopping = true;
-        asio::post(acceptor_.get_executor(), [this] {
-            error_code ignored;
-            acceptor_.close(ignored);
-        });
+        asio::post(acceptor_.get_executor(), [this] { acceptor_.close(); });
     }
 
     void work() {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
+#include <memory>
 #include <ranges>
 
 namespace tarvex::collector {
@@ -9,8 +11,8 @@ namespace {
 
 std::optional<char> unescape(std::string_view digits) {
     unsigned char byte = 0;
-    const char* end = digits.data() + digits.size();
-    const auto result = std::from_chars(digits.data(), end, byte, 16);
+    const char* end = std::to_address(digits.end());
+    const auto result = std::from_chars(std::to_address(digits.begin()), end, byte, 16);
     if (digits.size() != 2 || result.ec != std::errc() || result.ptr != end) return std::nullopt;
     return static_cast<char>(byte);
 }

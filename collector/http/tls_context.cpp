@@ -16,7 +16,7 @@ std::unexpected<std::string> failure(const std::string& what) {
 
 std::expected<TlsContext, std::string> loadTlsContext(const HttpServer::Certificate& certificate) {
     ERR_clear_error();
-    const TlsContext context(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free);
+    TlsContext context(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free);
     if (!context || SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION) != 1)
         return failure("TLS cannot be set up");
     SSL_CTX_set_options(context.get(), SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION);

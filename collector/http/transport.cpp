@@ -21,7 +21,7 @@ using boost::system::error_code;
 /// What the client sends still goes unread: if it stayed in the socket, closing it would cut off the last answer.
 asio::awaitable<void> drain(tcp_stream& stream) {
     error_code error;
-    stream.socket().shutdown(asio::socket_base::shutdown_send, error);
+    if (stream.socket().shutdown(asio::socket_base::shutdown_send, error)) co_return;
     std::array<char, 4096> unread{};
     while (!error)
         co_await stream.async_read_some(asio::buffer(unread), asio::redirect_error(asio::use_awaitable, error));
@@ -50,14 +50,14 @@ public:
 
     void endReading() override {
         error_code ignored;
-        tcp().socket().shutdown(asio::socket_base::shutdown_receive, ignored);
+        static_cast<void>(tcp().socket().shutdown(asio::socket_base::shutdown_receive, ignored));
     }
 
     void close() override { tcp().close(); }
 
     void reset() override {
         error_code ignored;
-        tcp().socket().set_option(asio::socket_base::linger(true, 0), ignored);
+        static_cast<void>(tcp().socket().set_option(asio::socket_base::linger(true, 0), ignored));
         tcp().close();
     }
 
