@@ -276,13 +276,13 @@ asio::awaitable<void> Connection::leave() {
 
 template <typename Value>
 asio::awaitable<Value> Connection::await(std::optional<Value>& value) {
-    while (!value) {
+    while (true) {
+        if (auto taken = std::exchange(value, std::nullopt)) co_return *std::move(taken);
         if (isAborted_) throw boost::system::system_error(asio::error::operation_aborted);
         boost::system::error_code cancelled;
         wake_.expires_at(Clock::time_point::max());
         co_await wake_.async_wait(asio::redirect_error(asio::use_awaitable, cancelled));
     }
-    co_return *std::exchange(value, std::nullopt);
 }
 
 /// Puts a value where the coroutine awaits it; on any thread, also after the connection has gone.

@@ -31,7 +31,7 @@ struct ServerState {
     std::atomic<bool> isStopping = false;
     /// Whoever may still answer keeps it, so that an answer after the server's end does no harm.
     std::shared_ptr<boost::asio::io_context> loop = std::make_shared<boost::asio::io_context>(2);
-    std::optional<PieceThreads> pieceThreads{std::in_place, 32};
+    std::unique_ptr<PieceThreads> pieceThreads = std::make_unique<PieceThreads>(32);
 };
 
 /// Serves one client, one request after the other. Runs on the strand of its socket; `retire` and `abort` are

@@ -184,6 +184,7 @@ TEST(HttpServer, SaysWhenTheDiskIsFullInTheMiddleOfABody) {
 
 TEST(HttpServer, SendsPiecesOneAfterTheOther) {
     std::atomic<int> made = 0;
+    std::atomic<int> begun = 0;
     std::set<std::thread::id> threads;
     std::promise<std::string> awaited;
     const auto waiting = awaited.get_future().share();
@@ -197,7 +198,7 @@ TEST(HttpServer, SendsPiecesOneAfterTheOther) {
             } else if (request.head.path == "/endless") {
                 response.pieces = [&made] { return ++made, std::string(1'000'000, 'x'); };
             } else if (request.head.path == "/waiting") {
-                response.pieces = [waiting] { return waiting.get(); };
+                response.pieces = [&begun, waiting] { return ++begun, waiting.get(); };
             } else {
                 threads = {std::this_thread::get_id()};
                 response.pieces = [&threads, count = 0]() mutable {
@@ -227,7 +228,8 @@ TEST(HttpServer, SendsPiecesOneAfterTheOther) {
         others.push_back(server.connect());
         others.back()->send(get("/waiting"));
     }
-    EXPECT_TRUE(eventually([&] { return server.ask(get("/waiting")).status == 503; })) << "not for ever more threads";
+    EXPECT_TRUE(eventually([&] { return begun == 32; }));
+    EXPECT_EQ(server.ask(get("/waiting")).status, 503) << "not for ever more threads";
     awaited.set_value("");
     for (const auto& other : others)
         EXPECT_TRUE(other->receive().isWhole);
