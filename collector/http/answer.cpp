@@ -54,13 +54,20 @@ std::string inOneLine(std::string text) {
 
 std::string_view sentenceOf(int status) {
     switch (status) {
-        case 400: return "The request is malformed.\n";
-        case 411: return "The length of the body must be given in advance.\n";
-        case 413: return "The body is larger than this server takes.\n";
-        case 417: return "This server meets no expectation but 100-continue.\n";
-        case 431: return "The head of the request is larger than this server takes.\n";
-        case 503: return "The server cannot take it now.\n";
-        default: return "The server failed.\n";
+        case 400:
+            return "The request is malformed.\n";
+        case 411:
+            return "The length of the body must be given in advance.\n";
+        case 413:
+            return "The body is larger than this server takes.\n";
+        case 417:
+            return "This server meets no expectation but 100-continue.\n";
+        case 431:
+            return "The head of the request is larger than this server takes.\n";
+        case 503:
+            return "The server cannot take it now.\n";
+        default:
+            return "The server failed.\n";
     }
 }
 

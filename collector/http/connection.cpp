@@ -168,7 +168,8 @@ asio::awaitable<std::expected<IncomingHead, std::optional<int>>> Connection::rea
 
 std::optional<Response> Connection::refusalOf(const IncomingHead& incoming) const {
     try {
-        if (auto response = state_.options.screen(incoming.head)) return response;
+        const auto& screen = state_.options.screen;
+        if (auto response = screen ? screen(incoming.head) : std::nullopt) return response;
     } catch (const std::exception&) {
         return plainAnswer(500);
     }
@@ -287,7 +288,7 @@ asio::awaitable<Value> Connection::await(std::optional<Value>& value) {
 
 /// Puts a value where the coroutine awaits it; on any thread, also after the connection has gone.
 template <typename Value>
-std::function<void(Value)> Connection::mailbox(std::optional<Value> Connection::*place) {
+std::function<void(Value)> Connection::mailbox(std::optional<Value> Connection::* place) {
     return [loop = state_.loop, connection = weak_from_this(), place](Value value) {
         const auto self = connection.lock();
         if (!self) return;

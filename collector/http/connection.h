@@ -69,7 +69,7 @@ private:
     template <typename Value>
     Awaitable<Value> await(std::optional<Value>& value);
     template <typename Value>
-    std::function<void(Value)> mailbox(std::optional<Value> Connection::*place);
+    std::function<void(Value)> mailbox(std::optional<Value> Connection::* place);
 
     const HttpServer::Limits& limits() const { return state_.options.limits; }
 

@@ -38,8 +38,7 @@ public:
     http::request_parser<http::empty_body> parser;
 };
 
-HeadParser::HeadParser(std::uint32_t limit)
-    : implementation_(std::make_unique<Implementation>(limit)), left_(limit) {}
+HeadParser::HeadParser(std::uint32_t limit) : implementation_(std::make_unique<Implementation>(limit)), left_(limit) {}
 
 HeadParser::~HeadParser() = default;
 

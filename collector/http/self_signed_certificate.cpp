@@ -127,8 +127,7 @@ public:
 
     /// What was there before comes back.
     void takeBack() {
-        const int status =
-            backup_.empty() ? ::unlink(path_.c_str()) : ::rename(backup_.c_str(), path_.c_str());
+        const int status = backup_.empty() ? ::unlink(path_.c_str()) : ::rename(backup_.c_str(), path_.c_str());
         if (status == 0) backup_.clear();
     }
 

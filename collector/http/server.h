@@ -54,14 +54,14 @@ public:
         std::filesystem::path key;    ///< PEM
     };
     struct Limits {
-        std::uint64_t body = 512ULL * 1024 * 1024;       ///< bytes; more is answered 413
-        std::uint32_t header = 16 * 1024;                ///< bytes; more is answered 431
+        std::uint64_t body = 512ULL * 1024 * 1024;  ///< bytes; more is answered 413
+        std::uint32_t header = 16 * 1024;           ///< bytes; more is answered 431
         std::chrono::milliseconds handshake{10'000};
-        std::chrono::milliseconds idle{60'000};          ///< without a byte in either direction; also of a whole head
-        std::uint32_t leastBytesPerSecond = 1'000;       ///< of a body, over any `rateWindow`
+        std::chrono::milliseconds idle{60'000};     ///< without a byte in either direction; also of a whole head
+        std::uint32_t leastBytesPerSecond = 1'000;  ///< of a body, over any `rateWindow`
         std::chrono::milliseconds rateWindow{30'000};
-        int connections = 2'000;                         ///< more are closed at once
-        int connectionsOfAnAddress = 500;                ///< or of a /64 network of IPv6; loopback is exempt
+        int connections = 2'000;           ///< more are closed at once
+        int connectionsOfAnAddress = 500;  ///< or of a /64 network of IPv6; loopback is exempt
     };
     struct Options {
         std::string address = "127.0.0.1";
@@ -69,8 +69,8 @@ public:
         std::optional<Certificate> certificate = std::nullopt;  ///< plain HTTP without one
         Limits limits = {};
         std::filesystem::path spool = {};  ///< directory of the bodies' temporary files; must exist
-        /// Decides from the head alone; what it returns is the answer, and the body is not taken. Called on a thread
-        /// of the server, and must not wait.
+        /// Decides from the head alone; what it returns is the answer, and the body is not taken. Without it, every
+        /// body is. Called on a thread of the server, and must not wait.
         std::function<std::optional<Response>(const RequestHead&)> screen = nullptr;
         /// Answers with a call of `respond`, once, on any thread, also later; when all copies of it go without a call,
         /// the answer is 500. Called on a thread of the server, and must not wait.
@@ -86,13 +86,13 @@ public:
 
     std::uint16_t port() const;
 
-    /// Reads the certificate's files again; connections that stand keep theirs. One sentence when they are unusable: the
-    /// old ones stay.
+    /// Reads the certificate's files again; connections that stand keep theirs. One sentence when they are unusable:
+    /// the old ones stay.
     std::optional<std::string> reloadCertificate();
 
     /// Takes no more connections and requests, and waits for the answers under way, at most for `patience`; then cuts
-    /// them. A call of `pieces` under way is waited for in any case. Afterwards nothing of `Options` is called. Not to be
-    /// called on a thread of the server.
+    /// them. A call of `pieces` under way is waited for in any case. Afterwards nothing of `Options` is called. Not to
+    /// be called on a thread of the server.
     void stop(std::chrono::milliseconds patience);
 
 private:

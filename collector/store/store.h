@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -27,9 +28,12 @@ struct Receipt {
 
 /// A time span, its end excluded.
 struct TimeSpan {
-    double from = -1e18;
-    double until = 1e18;
+    double from = -std::numeric_limits<double>::infinity();
+    double until = std::numeric_limits<double>::infinity();
 };
+
+/// The years 1 to 9999.
+inline constexpr TimeSpan calendar{.from = -62'135'596'800, .until = 253'402'300'800};
 
 enum class Signal : std::uint8_t { light, distance };
 
@@ -40,8 +44,8 @@ struct Participant {
     bool isEnrolled = true;  ///< else it waits in the pen
     double firstContact = 0;
     double lastContact = 0;
-    std::uint64_t documents = 0;
-    std::uint64_t repeats = 0;  ///< samples that came again
+    std::uint64_t documents = 0;  ///< different ones
+    std::uint64_t repeats = 0;    ///< samples that came again
     std::uint64_t unreadable = 0;
     double clockSkew = 0;  ///< seconds that the newest sample of the last document with one was ahead of its receipt
 };
@@ -107,8 +111,9 @@ public:
 
     // Looking
 
-    virtual std::vector<Participant> participants() = 0;  ///< in the order of their identifiers
-    virtual std::vector<DaySummary> days(const TimeSpan& span) = 0;
+    virtual std::vector<Participant> participants() = 0;             ///< in the order of their identifiers
+    virtual std::vector<DaySummary> days(const TimeSpan& span) = 0;  ///< within the calendar
+    /// Nothing for a span without bound.
     virtual std::vector<Bucket> series(const std::string& participant, Column column, const TimeSpan& span,
                                        int buckets) = 0;
     virtual std::vector<UnreadableRecord> unreadable(int most) = 0;  ///< the newest first

@@ -259,7 +259,10 @@ TEST(HttpServer, AnswersOnceWhenAsked) {
     const auto client = server.connect();
     for (const auto* text : {"first", "second"}) {
         client->send(get("/kept"));
-        EXPECT_TRUE(eventually([&] { return std::lock_guard(mutex), !kept.empty(); }));
+        EXPECT_TRUE(eventually([&] {
+            const std::lock_guard guard(mutex);
+            return !kept.empty();
+        }));
         std::jthread([&] {
             kept.front()({.body = text});
             kept.front()({.body = "again"});
@@ -269,7 +272,10 @@ TEST(HttpServer, AnswersOnceWhenAsked) {
     }
     server.connect()->send(get("/kept"));
     client->send(get("/kept"));
-    EXPECT_TRUE(eventually([&] { return std::lock_guard(mutex), kept.size() == 2; }));
+    EXPECT_TRUE(eventually([&] {
+        const std::lock_guard guard(mutex);
+        return kept.size() == 2;
+    }));
     server.server.reset();
     for (const Respond& respond : kept)
         respond({.body = "too late"});

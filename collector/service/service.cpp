@@ -1,0 +1,189 @@
+#include "collector/service/service.h"
+
+#include <csignal>
+
+#include <chrono>
+#include <iostream>
+#include <limits>
+#include <memory>
+#include <string>
+
+#include "collector/commands/directory.h"
+#include "collector/http/self_signed_certificate.h"
+#include "collector/http/server.h"
+#include "collector/ingest/importer.h"
+#include "collector/research/research_page.h"
+#include "collector/service/daily.h"
+#include "collector/service/export_routes.h"
+#include "collector/service/ingestion.h"
+#include "collector/service/workers.h"
+
+namespace tarvex::collector {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr double secondsOfADay = 86'400;
+
+double now() {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+void log(const std::string& line) {
+    std::cerr << line + "\n" << std::flush;
+}
+
+/// Before this time, samples have expired.
+double expiry(const Configuration& configuration) {
+    if (configuration.retentionDays == 0) return -std::numeric_limits<double>::infinity();
+    return now() - configuration.retentionDays * secondsOfADay;
+}
+
+HttpServer::Limits limitsOf(const Configuration& configuration) {
+    HttpServer::Limits limits;
+    limits.body = configuration.limits.body;
+    limits.idle = std::chrono::seconds(configuration.limits.idle);
+    limits.leastBytesPerSecond = static_cast<std::uint32_t>(configuration.limits.leastSpeed);
+    limits.connections = configuration.limits.connections;
+    limits.connectionsOfAnAddress = configuration.limits.connectionsOfAnAddress;
+    return limits;
+}
+
+std::optional<HttpServer::Certificate> certificateOf(const Configuration& configuration) {
+    if (configuration.isPlain) return std::nullopt;
+    const auto& ingest = configuration.ingest;
+    if (!ingest.certificate.empty()) return HttpServer::Certificate{.chain = ingest.certificate, .key = ingest.key};
+    HttpServer::Certificate own{.chain = configuration.directory / "certificate.pem",
+                                .key = configuration.directory / "key.pem"};
+    if (!std::filesystem::exists(own.chain)) makeSelfSignedCertificate(own, ingest.names);
+    return own;
+}
+
+std::unique_ptr<HttpServer> openIngestion(const Configuration& configuration, Importer& importer) {
+    return std::make_unique<HttpServer>(
+        HttpServer::Options{.address = configuration.ingest.address,
+                            .port = configuration.ingest.port,
+                            .certificate = certificateOf(configuration),
+                            .limits = limitsOf(configuration),
+                            .spool = configuration.directory,
+                            .screen = [&importer](const RequestHead& head) { return screenPost(head, importer); },
+                            .handle =
+                                [&importer](Request request, std::function<void(Response)> respond) {
+                                    importer.submit(std::move(request), std::move(respond));
+                                }});
+}
+
+/// The page, its listener, and the threads that answer.
+class PageService {
+public:
+    explicit PageService(const Configuration& configuration)
+        : configuration_(configuration),
+          token_(pageToken(configuration)),
+          page_({.open = [this] { return openStore(configuration_.engine); },
+                 .access = {.token = token_,
+                            .port = [this] { return port(); },
+                            .hosts = configuration.page.names,
+                            .isEncrypted = !configuration.page.certificate.empty()},
+                 .expected = {.light = configuration.expectedLight, .distance = configuration.expectedDistance},
+                 .now = now,
+                 .exports =
+                     [this](const RequestHead& head) {
+                         return answerExport(head, [this] { return openStore(configuration_.engine); });
+                     }}),
+          server_({.address = configuration.page.address,
+                   .port = configuration.page.port,
+                   .certificate = certificateOfPage(configuration),
+                   .limits = limitsOfPage(configuration),
+                   .spool = configuration.directory,
+                   .handle = [this](Request request, std::function<void(Response)> respond) {
+                       answer(std::move(request), std::move(respond));
+                   }}) {}
+
+    std::uint16_t port() const { return server_.port(); }
+    std::string address() const { return pageAddress(configuration_, port(), token_); }
+    HttpServer& server() { return server_; }
+
+private:
+    static std::optional<HttpServer::Certificate> certificateOfPage(const Configuration& configuration) {
+        if (configuration.page.certificate.empty()) return std::nullopt;
+        return HttpServer::Certificate{.chain = configuration.page.certificate, .key = configuration.page.key};
+    }
+    static HttpServer::Limits limitsOfPage(const Configuration& configuration) {
+        HttpServer::Limits limits = limitsOf(configuration);
+        limits.body = 64UL * 1024;
+        return limits;
+    }
+
+    void answer(Request request, std::function<void(Response)> respond) {
+        const auto shared = std::make_shared<Request>(std::move(request));
+        workers_.run([this, shared, respond = std::move(respond)] {
+            std::string body(shared->file.size(), '\0');
+            body.resize(shared->file.read(0, std::as_writable_bytes(std::span(body))));
+            respond(page_.answer(shared->head, body));
+        });
+    }
+
+    const Configuration& configuration_;
+    const std::string token_;
+    ResearchPage page_;
+    Workers workers_{2};
+    HttpServer server_;
+};
+
+/// Until a signal ends it.
+void awaitEnd(const sigset_t& signals, HttpServer& ingestion, HttpServer& page) {
+    while (true) {
+        int signal = 0;
+        if (sigwait(&signals, &signal) != 0) continue;
+        if (signal != SIGHUP) return;
+        for (HttpServer* server : {&ingestion, &page}) {
+            if (const auto refusal = server->reloadCertificate()) log("a certificate stays as it was: " + *refusal);
+        }
+        log("the certificates were read again");
+    }
+}
+
+}  // namespace
+
+int serve(const Configuration& configuration) {
+    // Before any thread begins: all of them leave the signals to this one.
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+        sigaddset(&signals, signal);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+
+    // What cannot be opened now shall be said now.
+    const auto store = openConfiguredStore(configuration);
+    for (const std::string& identifier : configuration.enrolled)
+        store->enrol(identifier);
+    Importer importer({.open = [&] { return openStore(configuration.engine); },
+                       .spool = configuration.directory,
+                       .needsEnrolment = configuration.needsEnrolment,
+                       .enrolled = configuration.enrolled,
+                       .expired = [&] { return expiry(configuration); },
+                       .log = log});
+    const Daily daily([&] {
+        if (configuration.retentionDays == 0) return;
+        try {
+            const auto expired = openStore(configuration.engine)->expire(expiry(configuration));
+            if (expired > 0) log("deleted " + std::to_string(expired) + " samples that were too old");
+        } catch (const StoreUnavailable& failure) {
+            log(std::string("samples that are too old stay until tomorrow: ") + failure.what());
+        }
+    });
+    const auto ingestion = openIngestion(configuration, importer);
+    PageService page(configuration);
+    std::cout << "Documents are received on " << configuration.ingest.address << ":" << ingestion->port() << "\n"
+              << "The page: " << page.address() << "\n"
+              << std::flush;
+    awaitEnd(signals, *ingestion, page.server());
+    log("ending");
+    constexpr auto patience = 30s;
+    page.server().stop(1s);
+    ingestion->stop(patience);
+    return 0;
+}
+
+}  // namespace tarvex::collector

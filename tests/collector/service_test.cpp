@@ -1,0 +1,148 @@
+// The collector as a process of its own, and the transport that hosts reach it with.
+
+#include <httplib.h>
+
+#include "child_process.h"
+#include "platform/curl/posted_request.h"
+#include "prelude.h"
+#include "tarvex/testing/loopback_url_session.h"
+
+namespace tarvex::collector {
+namespace {
+
+using ::testing::StartsWith;
+
+/// Runs the program; its output is the pipe's.
+std::unique_ptr<test::ChildProcess> run(std::vector<std::string> arguments) {
+    return std::make_unique<test::ChildProcess>([&](int output) {
+        ::dup2(output, STDOUT_FILENO);
+        std::vector<char*> words;
+        arguments.insert(arguments.begin(), TARVEX_COLLECTOR_PROGRAM);
+        for (std::string& argument : arguments)
+            words.push_back(argument.data());
+        words.push_back(nullptr);
+        ::execv(words.front(), words.data());
+        return 127;
+    });
+}
+
+std::string outputOf(const test::ChildProcess& process, std::size_t lines = SIZE_MAX) {
+    std::string text;
+    for (char letter = 0; lines > 0 && ::read(process.output(), &letter, 1) == 1;) {
+        text.push_back(letter);
+        if (letter == '\n') --lines;
+    }
+    return text;
+}
+
+class CollectorProgram : public ::testing::Test {
+protected:
+    CollectorProgram() {
+        test::writeFile(configuration_, "directory = '" + (directory_.path() / "data").string() +
+                                            "'\n[ingest]\nport = 0\nnames = ['" TARVEX_BACKEND_HOST
+                                            "']\n[page]\nport = 0\n");
+    }
+
+    /// Starts to serve, and waits until it does.
+    void serve() {
+        serving_ = run({"--config", configuration_, "serve"});
+        const std::string line = outputOf(*serving_, 1);
+        page_ = outputOf(*serving_, 1);
+        ASSERT_THAT(line, HasSubstr("Documents are received on 127.0.0.1:"));
+        const auto port = static_cast<std::uint16_t>(std::stoi(line.substr(line.rfind(':') + 1)));
+        session_ = tarvex::testing::makeLoopbackUrlSession(
+            port, test::contentsOf(directory_.path() / "data" / "certificate.pem"));
+    }
+
+    /// The status that the program answers with; 0 when it did not answer.
+    int post(const std::string& document) {
+        auto request = test::request(test::bodyOf(document), 60s, "https://" TARVEX_BACKEND_HOST "/tracking");
+        return test::PostedRequest(*session_, std::move(request)).outcome().status.value_or(0);
+    }
+
+    std::string command(std::vector<std::string> arguments, int expected = 0) {
+        arguments.insert(arguments.begin(), {"--config", configuration_.string()});
+        const auto process = run(arguments);
+        std::string output = outputOf(*process);
+        EXPECT_EQ(process->wait(), expected);
+        return output;
+    }
+
+    static std::string document(int number) {
+        return R"({"trackingData":[{"type":"ambient_light","timestamp":)" + std::to_string(1'790'000'000 + number) +
+               R"(,"data":{"lux":)" + std::to_string(number) +
+               R"(,"channel0":0,"channel1":0,"channel2":0,"channel3":0}}],"userId":"one"})";
+    }
+
+    TemporaryDirectory directory_;
+    std::filesystem::path configuration_ = directory_.path() / "collector.toml";
+    std::unique_ptr<test::ChildProcess> serving_;
+    std::unique_ptr<platform::UrlSession> session_;
+    std::string page_;  ///< the line with its address
+};
+
+}  // namespace
+
+TEST_F(CollectorProgram, ReceivesKeepsAndShowsWhatHostsPost) {
+    serve();
+    EXPECT_EQ(post(document(1)), 200);
+    EXPECT_EQ(post(document(1)), 200);
+    EXPECT_EQ(post("[]"), 400);
+    serving_->kill(SIGHUP);
+    EXPECT_EQ(post(document(2)), 200);
+    EXPECT_THAT(command({"status"}), HasSubstr("1 participant, 2 documents"));
+    EXPECT_THAT(command({"status", "--json"}), HasSubstr("\"repeats\": 1"));
+    EXPECT_EQ(command({"export", "--type", "light"}),
+              "participant,time,timeUTC,lux,channel0,channel1,channel2,channel3\n"
+              "one,1790000001,2026-09-21T14:13:21.000000Z,1,0,0,0,0\n"
+              "one,1790000002,2026-09-21T14:13:22.000000Z,2,0,0,0,0\n");
+    command({"export"}, 2);
+    const std::size_t begin = page_.find("http://");
+    const std::size_t query = page_.find("/?token=");
+    ASSERT_TRUE(begin != std::string::npos && query != std::string::npos) << page_;
+    httplib::Client browser(page_.substr(begin, query - begin));
+    EXPECT_EQ(browser.Get("/")->status, 401);
+    EXPECT_EQ(browser.Get("/export/light.csv")->status, 401);
+    browser.set_bearer_token_auth(page_.substr(query + 8, page_.size() - query - 9).c_str());
+    EXPECT_THAT(browser.Get("/")->body, HasSubstr("<html"));
+    EXPECT_EQ(browser.Get("/export/light.csv")->body, command({"export", "--type", "light"}));
+    EXPECT_THAT(browser.Get("/export/participant.zip?participant=one")->body, StartsWith("PK"));
+    EXPECT_THAT(browser.Get("/metrics")->body, HasSubstr("\ntarvex_documents_total 2\n"));
+    EXPECT_THAT(command({"delete", "--participant", "one"}), HasSubstr("Deleted, for good."));
+    EXPECT_EQ(post(document(3)), 200) << "acknowledged and dropped, while the same process serves";
+    serving_->kill(SIGTERM);
+    EXPECT_EQ(serving_->wait(), 0);
+    EXPECT_THAT(command({"status"}), HasSubstr("Nothing has arrived yet."));
+    const std::string address = command({"token"});
+    EXPECT_THAT(address, HasSubstr("/?token="));
+    EXPECT_EQ(command({"token"}), address);
+    EXPECT_NE(command({"token", "--new"}), address);
+    EXPECT_EQ(command({"--print-config"}), test::contentsOf(TARVEX_DEFAULT_CONFIGURATION));
+    command({"enrol", "--participant", "nobody"}, 1);
+    command({"nonsense"}, 2);
+}
+
+TEST_F(CollectorProgram, HasEverythingThatItAcknowledgedOnceAfterEachKill) {
+    int next = 0;
+    for (int round = 0; round < 5; ++round) {
+        serve();
+        std::thread killer([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100 + round * 30));
+            serving_->kill();
+        });
+        while (post(document(next)) == 200)
+            ++next;
+        killer.join();
+    }
+    EXPECT_GT(next, 5) << "it got somewhere";
+    const std::string rows = command({"export", "--type", "light", "--format", "jsonl"});
+    for (int number = 0; number < next; ++number)
+        EXPECT_THAT(rows, HasSubstr("\"lux\":" + std::to_string(number) + ","));
+    EXPECT_LE(std::ranges::count(rows, '\n'), next + 5) << "each once, and at most one a round that nobody answered";
+    serve();
+    for (int number = 0; number < next; ++number)
+        EXPECT_EQ(post(document(number)), 200);
+    EXPECT_EQ(command({"export", "--type", "light", "--format", "jsonl"}).size(), rows.size());
+}
+
+}  // namespace tarvex::collector
