@@ -1,9 +1,12 @@
 // The user's camera, found and opened over a real PipeWire.
 
 #include <gio/gunixfdlist.h>
+#include <malloc.h>
 
 #include "platform/camera/camera_source.h"
 #include "platform/camera/live_pipewire.h"
+#include "platform/camera/pipewire/pipewire_remote.h"
+#include "platform/camera/pipewire/pipewire_stream.h"
 #include "platform/camera/tracked_camera.h"
 #include "platform/camera/user_camera.h"
 #include "platform/shared/file_descriptor.h"
@@ -196,6 +199,29 @@ TEST(PipeWireCamera, EndsWithinASecondWhenItGoesAndIsNeverWaitedForLongerThanARu
     std::tie(why, time) = endOf(*source);
     EXPECT_EQ(why, "PipeWire has ended");
     EXPECT_LT(time, 1s);
+}
+
+TEST(PipeWireCamera, MayBeClosedWhileItsFramesWaitForTheConnectionsThread) {
+    constexpr int garbage = 0xa5;
+    ::mallopt(M_PERTURB, garbage);  // whoever uses what has been freed
+    const LivePipeWire pipeWire;
+    const auto camera = LivePipeWire::camera("Simulated");
+    ASSERT_TRUE(areListed({"Simulated"}));
+    const auto remote = PipeWireRemote::connect().value();
+    for (int run = 0; run < 10; ++run) {
+        auto stream = std::make_unique<PipeWireStream>(remote->connection(), remote->cameras(10s).value().at(0).serial);
+        ASSERT_TRUE(eventually([&] { return stream->next(100ms).has_value(); }));
+        std::promise<void> held;
+        const std::jthread holder([&] {
+            const PipeWireConnection::Lock lock(*remote->connection());
+            held.set_value();
+            std::this_thread::sleep_for(100ms);  // several frames
+        });
+        held.get_future().wait();
+        stream.reset();
+    }
+    ::mallopt(M_PERTURB, 0);
+    EXPECT_FALSE(remote->cameras(10s).value().empty()) << "the connection lives on";
 }
 
 TEST(PortalCamera, IsTakenWhereThePortalHasOneAndARefusalEndsTheSearch) {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <future>
 
 #include "platform/shared/library_thread.h"
 
@@ -46,6 +47,23 @@ bool PipeWireConnection::catchUp(Clock::time_point deadline) {
     std::unique_lock guard(mutex_);
     changed_.wait_until(guard, deadline, [this] { return isDone_ || lost_; });
     return isDone_;
+}
+
+void PipeWireConnection::settle() {
+    std::promise<void> reached;
+    pw_loop* loop = pw_thread_loop_get_loop(loop_.get());
+    spa_source* event = nullptr;
+    {
+        const Lock lock(*this);
+        const auto reach = [](void* promise, std::uint64_t) { static_cast<std::promise<void>*>(promise)->set_value(); };
+        event = pw_loop_add_event(loop, reach, &reached);
+        if (event == nullptr) return;  // no descriptor is left
+        pw_loop_signal_event(loop, event);
+    }
+    reached.get_future().wait();
+    // The thread lets the lock go only when it is through with everything that it woke up for.
+    const Lock lock(*this);
+    pw_loop_destroy_source(loop, event);
 }
 
 const pw_core_events& PipeWireConnection::events() {

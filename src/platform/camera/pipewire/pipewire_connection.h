@@ -44,6 +44,9 @@ public:
     /// Waits until the daemon has answered everything before this; false when it does not until then. Without a lock.
     bool catchUp(Clock::time_point deadline);
 
+    /// Waits until the connection's thread is through with all that had been handed to it before. Without a lock.
+    void settle();
+
     bool isLost() const { return lost_; }
 
 private:

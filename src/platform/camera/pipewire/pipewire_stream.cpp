@@ -57,6 +57,12 @@ PipeWireStream::~PipeWireStream() {
     {
         const Lock lock(*connection_);
         spa_hook_remove(&listener_);
+        pw_stream_disconnect(stream_);
+    }
+    // libpipewire hands each frame to the connection's thread, and takes none of them back when the stream goes.
+    connection_->settle();
+    {
+        const Lock lock(*connection_);
         pw_stream_destroy(stream_);
     }
     // The connection may be one of several over a descriptor, whose end would otherwise not be the camera's.
