@@ -164,6 +164,7 @@ TEST_F(Tool, PrintsItsHelpAndRefusesWrongArguments) {
                                   {"preview", "--data", data, "more"},
                                   {"export", "--data", data},
                                   {"recover", "--data", data},
+                                  {"doctor", "--measures", "sound"},
                                   {"calibrate", "--distance-cm", "nan"}}) {
         const auto [code, output, errors] = run(arguments);
         EXPECT_EQ(code, 2);
@@ -327,6 +328,28 @@ TEST_F(Tool, SeesAWholeStoreWhileAHostStoresAndDeletes) {
     work.join();
     EXPECT_GT(changes, 3);
     EXPECT_EQ(failures, 0) << "no look keeps a host from storing and deleting";
+}
+
+TEST_F(Tool, LetsTheDoctorSayWhatMustBeDoneForScriptsToo) {
+    const auto missing = run({"doctor", "--data", data, "--json"});
+    EXPECT_EQ(missing.code, 1);
+    const auto json = platform::decodeJson(missing.output);
+    ASSERT_TRUE(json) << missing.output;
+    const auto& object = std::get<platform::JsonValue::Object>(json->value);
+    EXPECT_FALSE(std::get<bool>(object.at("good").value));
+    for (const auto& finding : std::get<platform::JsonValue::Array>(object.at("findings").value)) {
+        const auto& members = std::get<platform::JsonValue::Object>(finding.value);
+        for (const char* name : {"what", "state", "detail", "remedy"})
+            EXPECT_TRUE(members.contains(name) && members.size() == 4) << missing.output;
+    }
+    RunningHost host(data);
+    const auto before = stateOf(directory.path());
+    const auto text = run({"doctor", "--data", data, "--measures", "light"}).output;
+    EXPECT_THAT(text, HasSubstr("good  store: it is whole and holds 4 samples"));
+    EXPECT_THAT(text, HasSubstr("bad   consent to light: it is not given"));
+    EXPECT_THAT(text, HasSubstr("process " + std::to_string(::getpid()) + " has the store open"));
+    EXPECT_THAT(text, Not(HasSubstr("GStreamer")));
+    EXPECT_EQ(stateOf(directory.path()), before);
 }
 
 }  // namespace tarvex::tool

@@ -1,4 +1,4 @@
-// tarvex: tells a study's operator what lies on a device. Changes nothing of a host's data.
+// tarvex: tells a study's operator why a device yields no data, and what lies on it. Changes nothing of a host's data.
 
 #include <glib.h>
 
@@ -7,10 +7,12 @@
 #include <exception>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 
 #include "calibrate/command.h"
-#include "host.h"
+#include "doctor/doctor.h"
+#include "doctor/report.h"
 #include "store/csv_export.h"
 #include "store/preview.h"
 #include "store/recovery.h"
@@ -22,6 +24,9 @@ namespace {
 
 struct Arguments {
     Host host;
+    Examination examination;
+    std::set<std::string> measures;
+    bool asJson = false;
     bool asCsv = false;
     std::filesystem::path output;
 };
@@ -44,6 +49,15 @@ auto readCopy(const Host& host, const Read& read) -> decltype(read(std::declval<
     const auto snapshot = Snapshot::take(*directory);
     if (!snapshot) return std::unexpected(snapshot.error());
     return read(*snapshot);
+}
+
+int doctorCommand(const Arguments& arguments) {
+    Examination examination = arguments.examination;
+    examination.light = arguments.measures.empty() || arguments.measures.contains("light");
+    examination.distance = arguments.measures.empty() || arguments.measures.contains("distance");
+    const Findings findings = examine(arguments.host, examination);
+    const int printed = print(arguments.asJson ? jsonOf(findings) : textOf(findings));
+    return printed == 0 && areAllGood(findings) ? 0 : 1;
 }
 
 int previewCommand(const Arguments& arguments) {
@@ -100,7 +114,7 @@ CLI::App& addCommand(CLI::App& app, const char* name, const char* description) {
     return command;
 }
 
-void addHost(CLI::App& command, Host& host) {
+void addHost(CLI::App& command, Host& host, bool isRequired) {
     command.add_option("--bundle", host.bundle, "Directory of the host's Info.plist")->option_text("DIRECTORY");
     command
         .add_option("--identifier", host.identifier,
@@ -108,6 +122,7 @@ void addHost(CLI::App& command, Host& host) {
         ->option_text("ID");
     command.add_option("--data", host.data, "Directory of its data (that which the identifier names)")
         ->option_text("DIRECTORY");
+    if (!isRequired) return;
     command.parse_complete_callback([&host] {
         if (!host.isNamed()) throw CLI::RequiredError("One of --bundle, --identifier and --data");
     });
@@ -115,21 +130,31 @@ void addHost(CLI::App& command, Host& host) {
 
 std::map<CLI::App*, Command> addCommands(CLI::App& app, Arguments& arguments) {
     std::map<CLI::App*, Command> commands;
+    auto& doctor = addCommand(app, "doctor", "Looks at everything that a host needs, and says what to do");
+    addHost(doctor, arguments.host, false);
+    doctor.add_flag("--json", arguments.asJson, "As JSON");
+    doctor.add_option("--measures", arguments.measures, "What the host measures: light, distance (both)")
+        ->option_text("KIND")
+        ->check(CLI::IsMember({"light", "distance"}));
+    doctor.add_option("--sensors", arguments.examination.sensors, "Tree of the light sensors (/sys/bus/iio/devices)")
+        ->option_text("DIRECTORY");
+    commands[&doctor] = [&] { return doctorCommand(arguments); };
+
     auto& showing = addCommand(app, "preview", "Prints the document that would be sent now; sends nothing");
-    addHost(showing, arguments.host);
+    addHost(showing, arguments.host, true);
     commands[&showing] = [&] { return previewCommand(arguments); };
 
     auto& exporting = addCommand(app, "export", "Writes the stored samples to standard output");
-    addHost(exporting, arguments.host);
+    addHost(exporting, arguments.host, true);
     exporting.add_flag("--csv", arguments.asCsv, "As CSV (required)")->required();
     commands[&exporting] = [&] { return exportCommand(arguments); };
 
     auto& verifying = addCommand(app, "verify", "Looks whether the store is whole");
-    addHost(verifying, arguments.host);
+    addHost(verifying, arguments.host, true);
     commands[&verifying] = [&] { return verifyCommand(arguments); };
 
     auto& recovering = addCommand(app, "recover", "Writes what a damaged store still holds into a new one");
-    addHost(recovering, arguments.host);
+    addHost(recovering, arguments.host, true);
     recovering.add_option("--output", arguments.output, "The new store (required)")->option_text("FILE")->required();
     commands[&recovering] = [&] { return recoverCommand(arguments); };
 
@@ -146,7 +171,7 @@ std::map<CLI::App*, Command> addCommands(CLI::App& app, Arguments& arguments) {
 int main(int argc, char** argv) {
     using namespace tarvex::tool;
     Arguments arguments;
-    CLI::App app("Tells what lies on a device. Changes nothing of a host's data.");
+    CLI::App app("Tells why a device yields no data, and what lies on it. Changes nothing of a host's data.");
     app.set_version_flag("--version", TARVEX_HAS_CAMERA ? "tarvex " TARVEX_VERSION
                                                         : "tarvex " TARVEX_VERSION " (built without the camera)");
     app.require_subcommand(1);
