@@ -50,7 +50,7 @@ XDG_DATA_HOME="$work/second" "$work/make/window_consumer/window_consumer"
 pkg-config --exists tarvex-camera
 test -s "$work/moved/share/tarvex/face_models/LICENSE"
 # The networks are looked for before the camera: that it names the camera says that it found them.
-said=$(cd "$work" && PATH="$work/moved/bin:$PATH" tarvex-calibrate --distance-cm 50 --device "$work/absent" 2>&1) && exit 1
+said=$(cd "$work" && PATH="$work/moved/bin:$PATH" tarvex calibrate --distance-cm 50 --device "$work/absent" 2>&1) && exit 1
 [ "$said" = "Not calibrated: there is no camera $work/absent" ] || { echo "$said" >&2; exit 1; }
 
 # A host may build the library itself. To configure it shows where the library will lie, and whether its model is there.

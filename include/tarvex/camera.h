@@ -19,7 +19,7 @@ namespace tarvex::camera {
 /// Of several, the one that looks at the user as far as the system says (libcamera's location, or a name with "front"
 /// in it), else the first.
 struct UserCamera {
-    /// Takes the camera of this name, as `tarvex-calibrate --list` shows it, and no other.
+    /// Takes the camera of this name, as `tarvex calibrate --list` shows it, and no other.
     std::optional<std::string> name = std::nullopt;
 };
 
@@ -54,12 +54,12 @@ using Source = std::variant<UserCamera, CameraDevice, PortalCamera, VideoFile, P
 /// The source of the pixels, and the numbers that turn them into centimetres.
 ///
 /// Without calibration, the assumed field of view and eye spacing each shift every distance by a constant factor, some
-/// percent to either side. `tarvex-calibrate` measures a factor that removes both.
+/// percent to either side. `tarvex calibrate` measures a factor that removes both.
 struct Options {
     Source source = UserCamera{};
     double horizontalFieldOfView = 63;      ///< degrees, over the width of the frame
     double interpupillaryDistance = 0.063;  ///< metres between the centres of the user's eyes
-    /// Multiplies every distance. Default: the factor that `tarvex-calibrate` stored for the camera and its frame size,
+    /// Multiplies every distance. Default: the factor that `tarvex calibrate` stored for the camera and its frame size,
     /// else 1. A stored factor holds for the default field of view and eye spacing: if either is set, it is not used.
     std::optional<double> calibrationFactor = std::nullopt;
     /// Directory of the two networks. Default: share/tarvex/face_models beside the library.

@@ -111,7 +111,7 @@ std::expected<NamedSource, std::string> openUserCamera(const UserCamera& wanted)
         if (!why) why = std::move(obstacle);
     }
     if (why) return Failure(*std::move(why));
-    if (wanted.name) return Failure("there is no camera \"" + *wanted.name + "\" (see tarvex-calibrate --list)");
+    if (wanted.name) return Failure("there is no camera \"" + *wanted.name + "\" (see tarvex calibrate --list)");
     return Failure("this machine has no camera");
 }
 

@@ -74,12 +74,6 @@ std::filesystem::path homeOfUser() {
     return failure == 0 && found != nullptr ? std::filesystem::path(found->pw_dir) : "/";
 }
 
-std::filesystem::path dataHome() {
-    if (const auto chosen = absolutePathInEnvironment("XDG_DATA_HOME")) return *chosen;
-    const auto home = absolutePathInEnvironment("HOME");
-    return (home ? *home : homeOfUser()) / ".local" / "share";
-}
-
 // Executables of one name in different places are different hosts, and so are those that one interpreter runs, each
 // with a bundle or an identifier of its own.
 std::string recordName(const std::filesystem::path& executable,
@@ -103,6 +97,12 @@ bool isInterpreter(std::string_view executableName) {
 }
 
 }  // namespace
+
+std::filesystem::path dataHome() {
+    if (const auto chosen = absolutePathInEnvironment("XDG_DATA_HOME")) return *chosen;
+    const auto home = absolutePathInEnvironment("HOME");
+    return (home ? *home : homeOfUser()) / ".local" / "share";
+}
 
 std::string safeFileName(std::string_view text) {
     constexpr std::size_t maximumLength = 143;

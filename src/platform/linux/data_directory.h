@@ -15,6 +15,9 @@ namespace tarvex::platform {
 /// in common use allows, is cut and ends in '~' and a digest. Empty for an empty text only.
 std::string safeFileName(std::string_view text);
 
+/// The directory that holds those of all hosts: $XDG_DATA_HOME, else ~/.local/share. Only looks.
+std::filesystem::path dataHome();
+
 /// The directory of the host's data: the store of its records and its user defaults. Thread-safe.
 ///
 /// It is the one that the host has chosen, else $XDG_DATA_HOME/<name>, where the name is the identifier of the host's

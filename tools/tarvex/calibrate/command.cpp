@@ -1,9 +1,10 @@
-// Calibrates a camera: a person holds still at a known distance, and what the camera reads is set right from then on.
+#include "calibrate/command.h"
 
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -73,35 +74,35 @@ int calibrate(const Arguments& arguments) {
     return 0;
 }
 
-}  // namespace
-}  // namespace tarvex::camera
-
-int main(int argc, char** argv) {
-    tarvex::camera::Arguments arguments;
-    CLI::App app(
-        "Calibrates a camera: look at it from a known distance and hold still.\n"
-        "The factor is stored for this user, for the camera and the size of its frames.");
-    app.add_flag("--list", arguments.list,
-                 "List the cameras by name, the one that is taken first, and do nothing else");
-    app.add_option("--distance-cm", arguments.centimetres,
-                   "Distance of the eyes from the camera, by a ruler, 10 to 200 (required, but for --list)")
+void addOptions(CLI::App& command, Arguments& arguments) {
+    command.add_flag("--list", arguments.list,
+                     "List the cameras by name, the one that is taken first, and do nothing else");
+    command
+        .add_option("--distance-cm", arguments.centimetres,
+                    "Distance of the eyes from the camera, by a ruler, 10 to 200 (required, but for --list)")
         ->option_text("NUMBER");
-    app.add_option("--seconds", arguments.seconds, "Duration of the measurement, 1 to 60 (5)")
+    command.add_option("--seconds", arguments.seconds, "Duration of the measurement, 1 to 60 (5)")
         ->option_text("NUMBER")
         ->check(CLI::Range(1, 60));
-    auto* name = app.add_option("--camera", arguments.camera, "Name of the camera (the one that faces the user)");
+    auto* name = command.add_option("--camera", arguments.camera, "Name of the camera (the one that faces the user)");
     name->option_text("NAME");
-    app.add_option("--device", arguments.device, "Device node of the camera, past the portal and PipeWire")
+    command.add_option("--device", arguments.device, "Device node of the camera, past the portal and PipeWire")
         ->option_text("NODE")
         ->excludes(name);
-    try {
-        app.parse(argc, argv);
-        // Not by a range check, which takes "nan".
-        const bool inRange = arguments.centimetres >= 10 && arguments.centimetres <= 200;
-        if (!inRange && !arguments.list)
-            throw CLI::ValidationError("--distance-cm", "the number must be from 10 to 200");
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    }
-    return arguments.list ? tarvex::camera::list() : tarvex::camera::calibrate(arguments);
 }
+
+}  // namespace
+
+std::function<int()> addCalibration(CLI::App& command) {
+    const auto arguments = std::make_shared<Arguments>();
+    addOptions(command, *arguments);
+    command.parse_complete_callback([arguments] {
+        // Not by a range check, which takes "nan".
+        const bool inRange = arguments->centimetres >= 10 && arguments->centimetres <= 200;
+        if (!inRange && !arguments->list)
+            throw CLI::ValidationError("--distance-cm", "the number must be from 10 to 200");
+    });
+    return [arguments] { return arguments->list ? list() : calibrate(*arguments); };
+}
+
+}  // namespace tarvex::camera
