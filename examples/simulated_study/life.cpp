@@ -67,7 +67,9 @@ Light Life::lightAt(double secondsSince1970) const {
     const Place place = placeAt(moment);
     const double shade = std::exp(0.3 * shade_.smooth(moment.seconds / (25 * minute)));
     const double daylight = sky_.daylight(moment) * shareOfDaylight(place) * shade;
-    const double flicker = 1 + 0.04 * shade_.smooth(1e6 + moment.seconds / (9 * minute));
+    // Of lamps: somebody walks past, the device is turned.
+    const double flicker = 1 + 0.08 * shade_.smooth(1e6 + moment.seconds / (70 * minute)) +
+                           0.05 * shade_.smooth(2e6 + moment.seconds / (9 * minute));
 
     Mixture light;
     light.add(daylight, daylightSpectrum);
@@ -96,7 +98,7 @@ std::optional<Eyes> Life::eyesAt(double secondsSince1970) const {
 
 Life::Place Life::placeAt(const Moment& moment) const {
     constexpr double commute = 0.6;
-    if (!habits_.isAwake(moment.hour)) return Place::bed;
+    if (!isAwake(moment)) return Place::bed;
     if (!moment.isWeekend || habits_.worksOnWeekends) {
         if (moment.hour >= habits_.workBegins && moment.hour < habits_.workEnds) return Place::work;
         const bool commutes = habits_.workplace != Workplace::home;
@@ -110,7 +112,12 @@ Life::Place Life::placeAt(const Moment& moment) const {
 }
 
 bool Life::isEvening(const Moment& moment) const {
-    return (moment.hour >= 19.5 || moment.hour < 4) && habits_.isAwake(moment.hour);
+    return (moment.hour >= 19.5 || moment.hour < 4) && isAwake(moment);
+}
+
+bool Life::isAwake(const Moment& moment) const {
+    // No day is quite like the other.
+    return habits_.isAwake(moment.hour + 0.6 * plans_.smooth(moment.seconds / (1.4 * 24 * hour)));
 }
 
 bool Life::liesInPocket(Place place, const Moment& moment) const {

@@ -36,6 +36,7 @@ private:
     enum class Place : std::uint8_t { bed, home, way, work, outing };
 
     Place placeAt(const Moment& moment) const;
+    bool isAwake(const Moment& moment) const;
     bool isEvening(const Moment& moment) const;
     bool liesInPocket(Place place, const Moment& moment) const;
     double shareOfDaylight(Place place) const;

@@ -29,8 +29,9 @@ constexpr double hour = 60 * 60;
 constexpr double day = 24 * hour;
 const std::vector readers{DataReader::ambientLight(lightInterval), DataReader::distance(distanceInterval)};
 
-int daysOf(const Assignment& assignment) {
-    return faultOf(assignment.participant) == Fault::stopsEarly ? assignment.days * 3 / 7 : assignment.days;
+/// How long the participant takes part.
+double lengthOf(const Assignment& assignment) {
+    return assignment.days * day * (faultOf(assignment.participant) == Fault::stopsEarly ? 3.0 / 7 : 1.0);
 }
 
 double elevenOClockOf(double time) {
@@ -52,7 +53,7 @@ public:
         start();
         const double begins = assignment_.ends - assignment_.days * day;
         if (fault_ == Fault::stuckSensor) device_.show(life_.lightAt(elevenOClockOf(begins)));
-        const std::int64_t ticks = static_cast<std::int64_t>(daysOf(assignment_) * day) / lightInterval;
+        const auto ticks = std::llround(lengthOf(assignment_)) / lightInterval;
         for (std::int64_t tick = 1; tick <= ticks; ++tick) {
             const double time = begins + static_cast<double>(tick * lightInterval);
             sample(time);

@@ -64,8 +64,8 @@ SimulatedDevice::SimulatedDevice(const std::filesystem::path& dataDirectory,
     faces_ = add(*platform, &Platform::setFaceTracking, std::make_unique<testing::ScriptedFaceTracking>());
     permission_ =
         add(*platform, &Platform::setCaptureDevice, std::make_unique<testing::ScriptedCaptureDevice>(std::deque{true}));
-    platform->setUrlSession(testing::makeLoopbackUrlSession(portIn(collectorDirectory / "port"),
-                                                            contents(collectorDirectory / "certificate.pem")));
+    const std::uint16_t port = portIn(collectorDirectory / "port");
+    platform->setUrlSession(testing::makeLoopbackUrlSession(port, contents(collectorDirectory / "certificate.pem")));
     if (!Platform::install(std::move(platform)))
         throw std::runtime_error("Something used the library before its platform was installed.");
 }
