@@ -1,12 +1,12 @@
-// The program as a process of its own, whose participants share with a collector in this one.
+// The program as a process of its own, whose participants share with a backend in this one.
 
 #include <sys/wait.h>
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "collector.h"
 #include "prelude.h"
+#include "recording_backend.h"
 
 namespace tarvex {
 namespace {
@@ -30,12 +30,12 @@ struct Program {
     int status = -1;
 };
 
-/// A collector, and what a study of two days has brought to it.
+/// A backend, and what a study of two days has brought to it.
 class ShortStudy {
 public:
     explicit ShortStudy(int answer = 200)
-        : collector_({.directory = directory_.path(), .host = TARVEX_BACKEND_HOST, .status = answer},
-                     [this](const auto& document) { files_.push_back(document.file); }) {
+        : backend_({.directory = directory_.path(), .host = TARVEX_BACKEND_HOST, .status = answer},
+                   [this](const auto& document) { files_.push_back(document.file); }) {
         std::filesystem::create_directory(temporary());
     }
 
@@ -63,7 +63,7 @@ private:
 
     TemporaryDirectory directory_;
     std::vector<std::filesystem::path> files_;
-    collector::Collector collector_;
+    test::RecordingBackend backend_;
 };
 
 std::set<json> different(const std::vector<json>& samples, const char* part) {
