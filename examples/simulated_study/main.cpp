@@ -9,9 +9,9 @@
 #include <iostream>
 
 #include "participant.h"
-#include "report.h"
+#include "participant_report.h"
+#include "participant_table.h"
 #include "study.h"
-#include "table.h"
 
 namespace simulated_study {
 

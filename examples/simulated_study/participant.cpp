@@ -11,8 +11,8 @@
 #include <variant>
 #include <vector>
 
+#include "daily_life.h"
 #include "habits.h"
-#include "life.h"
 #include "noise.h"
 #include "simulated_device.h"
 
@@ -44,7 +44,7 @@ public:
         : assignment_(assignment),
           habits_(habitsOf(assignment.participant, assignment.seed)),
           fault_(faultOf(assignment.participant)),
-          life_(assignment.participant, assignment.seed),
+          dailyLife_(assignment.participant, assignment.seed),
           lateness_(assignment.seed, static_cast<std::uint64_t>(assignment.participant) * 100 + 1099),
           device_(assignment.dataDirectory, assignment.collectorDirectory) {}
 
@@ -52,7 +52,7 @@ public:
         consent();
         start();
         const double begins = assignment_.ends - assignment_.days * day;
-        if (fault_ == Fault::stuckSensor) device_.show(life_.lightAt(elevenOClockOf(begins)));
+        if (fault_ == Fault::stuckSensor) device_.show(dailyLife_.lightAt(elevenOClockOf(begins)));
         const auto ticks = std::llround(lengthOf(assignment_)) / lightInterval;
         for (std::int64_t tick = 1; tick <= ticks; ++tick) {
             const double time = begins + static_cast<double>(tick * lightInterval);
@@ -90,11 +90,11 @@ private:
         const auto second = static_cast<std::int64_t>(time);
         const double shown = time + (fault_ == Fault::clockAhead ? day : 0);
         device_.setClock(shown + lateness_.at(second, 0.0005, 0.02));
-        if (fault_ != Fault::stuckSensor) device_.show(life_.lightAt(time));
+        if (fault_ != Fault::stuckSensor) device_.show(dailyLife_.lightAt(time));
         device_.pass(lightInterval);
         ++taken_;
         if (!device_.isMeasuring()) return;
-        if (const auto eyes = life_.eyesAt(time)) {
+        if (const auto eyes = dailyLife_.eyesAt(time)) {
             device_.setClock(shown + lateness_.at(-second, 0.4, 1.4));
             device_.show(*eyes);
             ++taken_;
@@ -141,7 +141,7 @@ private:
     Assignment assignment_;
     Habits habits_;
     Fault fault_;
-    Life life_;
+    DailyLife dailyLife_;
     Noise lateness_;
     SimulatedDevice device_;
     std::int64_t taken_ = 0;

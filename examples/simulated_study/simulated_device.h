@@ -9,7 +9,7 @@
 
 #include <filesystem>
 
-#include "life.h"
+#include "daily_life.h"
 
 namespace simulated_study {
 

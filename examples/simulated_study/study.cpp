@@ -12,7 +12,7 @@
 #include <system_error>
 #include <thread>
 
-#include "child.h"
+#include "participant_process.h"
 
 namespace simulated_study {
 

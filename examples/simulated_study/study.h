@@ -5,7 +5,7 @@
 #include <functional>
 #include <vector>
 
-#include "report.h"
+#include "participant_report.h"
 
 namespace simulated_study {
 

@@ -6,7 +6,7 @@
 
 #include "habits.h"
 #include "noise.h"
-#include "sky.h"
+#include "open_sky.h"
 
 namespace simulated_study {
 
@@ -23,9 +23,9 @@ struct Eyes {
 };
 
 /// The light that a participant's device sees, and where the eyes are. Follows from the seed.
-class Life {
+class DailyLife {
 public:
-    Life(int participant, std::uint64_t seed);
+    DailyLife(int participant, std::uint64_t seed);
 
     Light lightAt(double secondsSince1970) const;
 
@@ -44,7 +44,7 @@ private:
     bool isHeldInHand(Place place, const Moment& moment) const;
 
     Habits habits_;
-    Sky sky_;
+    OpenSky openSky_;
     Noise plans_;
     Noise shade_;
     Noise sensor_;

@@ -1,4 +1,4 @@
-#include "sky.h"
+#include "open_sky.h"
 
 #include <algorithm>
 #include <cmath>
@@ -30,7 +30,7 @@ Moment momentAt(double secondsSince1970) {
             .isWeekend = local.tm_wday == 0 || local.tm_wday == 6};
 }
 
-double Sky::daylight(const Moment& moment) const {
+double OpenSky::daylight(const Moment& moment) const {
     constexpr double noon = 12.4;
     constexpr double brightest = 75'000;
     constexpr double atSunrise = 400;
@@ -42,7 +42,7 @@ double Sky::daylight(const Moment& moment) const {
     return (brightest * std::pow(sun, 1.4) + twilight) * cloudTransmission(moment);
 }
 
-double Sky::cloudTransmission(const Moment& moment) const {
+double OpenSky::cloudTransmission(const Moment& moment) const {
     const double weather = (1 + noise_.smooth(moment.seconds / (1.3 * day))) / 2;  // of the day: 0 is clear
     const double banks = noise_.smooth(1e6 + moment.seconds / (50 * minute));
     const double clouds = noise_.smooth(2e6 + moment.seconds / (13 * minute));

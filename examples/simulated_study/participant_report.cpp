@@ -1,4 +1,4 @@
-#include "report.h"
+#include "participant_report.h"
 
 #include <algorithm>
 #include <ostream>

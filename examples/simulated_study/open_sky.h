@@ -17,9 +17,9 @@ struct Moment {
 Moment momentAt(double secondsSince1970);
 
 /// The daylight over a town of the middle latitudes in the north, the same for all participants of a study.
-class Sky {
+class OpenSky {
 public:
-    explicit Sky(std::uint64_t seed) : noise_(seed, 0) {}
+    explicit OpenSky(std::uint64_t seed) : noise_(seed, 0) {}
 
     /// Under the open sky, in lux.
     double daylight(const Moment& moment) const;

@@ -1,4 +1,4 @@
-#include "table.h"
+#include "participant_table.h"
 
 #include <algorithm>
 #include <iomanip>
@@ -24,10 +24,11 @@ int widthOfHabits(const Study& study) {
 void writeTable(std::ostream& output, const Study& study, const std::vector<Report>& reports) {
     const int habitsWidth = widthOfHabits(study);
     const auto line = [&](const auto& identifier, const auto& habits, const auto& samples, const auto& posts,
-                          const auto& fault) {
+                          const std::string& fault) {
         output << std::left << std::setw(identifierWidth) << identifier << "  " << std::setw(habitsWidth) << habits
-               << std::right << "  " << std::setw(7) << samples << "  " << std::setw(5) << posts << "  " << fault
-               << '\n';
+               << std::right << "  " << std::setw(7) << samples << "  " << std::setw(5) << posts;
+        if (!fault.empty()) output << "  " << fault;
+        output << '\n';
     };
     line("Participant", "Habits", "Samples", "Posts", "Fault");
     Outcome sum;

@@ -1,4 +1,4 @@
-#include "life.h"
+#include "daily_life.h"
 
 #include <algorithm>
 #include <cmath>
@@ -52,9 +52,9 @@ Noise noiseOf(int participant, std::uint64_t seed, std::uint64_t aspect) {
 
 }  // namespace
 
-Life::Life(int participant, std::uint64_t seed)
+DailyLife::DailyLife(int participant, std::uint64_t seed)
     : habits_(habitsOf(participant, seed)),
-      sky_(seed),
+      openSky_(seed),
       plans_(noiseOf(participant, seed, 1)),
       shade_(noiseOf(participant, seed, 2)),
       sensor_(noiseOf(participant, seed, 3)),
@@ -62,11 +62,11 @@ Life::Life(int participant, std::uint64_t seed)
       posture_(noiseOf(participant, seed, 5)),
       head_(noiseOf(participant, seed, 6)) {}
 
-Light Life::lightAt(double secondsSince1970) const {
+Light DailyLife::lightAt(double secondsSince1970) const {
     const Moment moment = momentAt(secondsSince1970);
     const Place place = placeAt(moment);
     const double shade = std::exp(0.3 * shade_.smooth(moment.seconds / (25 * minute)));
-    const double daylight = sky_.daylight(moment) * shareOfDaylight(place) * shade;
+    const double daylight = openSky_.daylight(moment) * shareOfDaylight(place) * shade;
     // Of lamps: somebody walks past, the device is turned.
     const double flicker = 1 + 0.08 * shade_.smooth(1e6 + moment.seconds / (70 * minute)) +
                            0.05 * shade_.smooth(2e6 + moment.seconds / (9 * minute));
@@ -83,7 +83,7 @@ Light Life::lightAt(double secondsSince1970) const {
     return light.read(noise * (liesInPocket(place, moment) ? 0.01 : 1));
 }
 
-std::optional<Eyes> Life::eyesAt(double secondsSince1970) const {
+std::optional<Eyes> DailyLife::eyesAt(double secondsSince1970) const {
     const Moment moment = momentAt(secondsSince1970);
     const Place place = placeAt(moment);
     if (use_.at(blockOf(moment.seconds, 40 * minute)) >= shareOfLooking(place, moment)) return std::nullopt;
@@ -96,7 +96,7 @@ std::optional<Eyes> Life::eyesAt(double secondsSince1970) const {
     return Eyes{.left = middle + turn, .right = middle - turn};
 }
 
-Life::Place Life::placeAt(const Moment& moment) const {
+DailyLife::Place DailyLife::placeAt(const Moment& moment) const {
     constexpr double commute = 0.6;
     if (!isAwake(moment)) return Place::bed;
     if (!moment.isWeekend || habits_.worksOnWeekends) {
@@ -111,22 +111,22 @@ Life::Place Life::placeAt(const Moment& moment) const {
     return goesOut && moment.hour >= leaves && moment.hour < leaves + 2.5 ? Place::outing : Place::home;
 }
 
-bool Life::isEvening(const Moment& moment) const {
+bool DailyLife::isEvening(const Moment& moment) const {
     return (moment.hour >= 19.5 || moment.hour < 4) && isAwake(moment);
 }
 
-bool Life::isAwake(const Moment& moment) const {
+bool DailyLife::isAwake(const Moment& moment) const {
     // No day is quite like the other.
     return habits_.isAwake(moment.hour + 0.6 * plans_.smooth(moment.seconds / (1.4 * 24 * hour)));
 }
 
-bool Life::liesInPocket(Place place, const Moment& moment) const {
+bool DailyLife::liesInPocket(Place place, const Moment& moment) const {
     const bool isCarried = place == Place::way || place == Place::outing ||
                            (place == Place::work && habits_.workplace == Workplace::outdoors);
     return isCarried && plans_.at(blockOf(moment.seconds, 30 * minute)) < 0.3;
 }
 
-double Life::shareOfDaylight(Place place) const {
+double DailyLife::shareOfDaylight(Place place) const {
     switch (place) {
         case Place::bed:
             return 0.0004;  // behind curtains
@@ -152,7 +152,7 @@ double Life::shareOfDaylight(Place place) const {
     return 0;
 }
 
-double Life::shareOfLooking(Place place, const Moment& moment) const {
+double DailyLife::shareOfLooking(Place place, const Moment& moment) const {
     const bool lunch = moment.hour >= 12.25 && moment.hour < 13;
     switch (place) {
         case Place::bed:
@@ -169,7 +169,7 @@ double Life::shareOfLooking(Place place, const Moment& moment) const {
     return 0;
 }
 
-bool Life::isHeldInHand(Place place, const Moment& moment) const {
+bool DailyLife::isHeldInHand(Place place, const Moment& moment) const {
     if (place == Place::work) return habits_.workplace == Workplace::outdoors;
     return place != Place::home || !isEvening(moment) || !habits_.screenInTheEvening;
 }

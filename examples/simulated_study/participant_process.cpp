@@ -1,4 +1,4 @@
-#include "child.h"
+#include "participant_process.h"
 
 #include <fcntl.h>
 #include <spawn.h>
