@@ -20,8 +20,8 @@ namespace {
 constexpr std::size_t documentSize = 150'000'000;
 constexpr const char* host = "backend.example";
 
-const collector::SelfSignedCertificate& certificate() {
-    static const collector::SelfSignedCertificate& made = *new collector::SelfSignedCertificate(host);
+const test::SelfSignedCertificate& certificate() {
+    static const test::SelfSignedCertificate& made = *new test::SelfSignedCertificate(host);
     return made;
 }
 

@@ -22,6 +22,7 @@ namespace {
 struct Arguments {
     std::filesystem::path configuration;
     bool printsConfiguration = false;
+    std::filesystem::path announcement;
     bool asJson = false;
     bool renewsToken = false;
     std::string participant;
@@ -110,6 +111,10 @@ using Command = int (*)(const Configuration&, const Arguments&);
 std::map<CLI::App*, Command> addCommands(CLI::App& app, Arguments& arguments) {
     auto* serving =
         app.add_subcommand("serve", "Receives documents and shows the researcher's page, until it is ended");
+    serving
+        ->add_option("--announce", arguments.announcement,
+                     "While it serves, says there where: port, certificate.pem, page")
+        ->option_text("DIRECTORY");
     auto* exporting = app.add_subcommand("export", "Writes samples as CSV or JSON Lines");
     exporting
         ->add_option("--directory", arguments.directory, "A file for each type, the data dictionary and check sums")
@@ -165,7 +170,7 @@ int main(int argc, char** argv) {
     try {
         const Configuration configuration = readConfiguration(arguments.configuration);
         const Command command = commands.at(app.get_subcommands().front());
-        return command != nullptr ? command(configuration, arguments) : serve(configuration);
+        return command != nullptr ? command(configuration, arguments) : serve(configuration, arguments.announcement);
     } catch (const std::exception& error) {
         std::cerr << "tarvex-collector: " << error.what() << "\n";
         return 1;

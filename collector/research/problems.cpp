@@ -38,9 +38,9 @@ std::string shortly(double value) {
 }
 
 std::string durationOf(double seconds) {
-    if (seconds >= 2 * secondsOfDay) return counted(seconds / secondsOfDay, "day");
-    if (seconds >= 2 * 3'600) return counted(seconds / 3'600, "hour");
-    return counted(seconds / 60, "minute");
+    if (seconds >= 2 * secondsOfDay) return counted(std::round(seconds / secondsOfDay), "day");
+    if (seconds >= 2 * 3'600) return counted(std::round(seconds / 3'600), "hour");
+    return counted(std::round(seconds / 60), "minute");
 }
 
 /// Days of one kind.

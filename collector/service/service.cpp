@@ -6,6 +6,7 @@
 #include <iostream>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "collector/commands/directory.h"
@@ -13,6 +14,7 @@
 #include "collector/http/server.h"
 #include "collector/ingest/importer.h"
 #include "collector/research/research_page.h"
+#include "collector/service/announcement.h"
 #include "collector/service/daily.h"
 #include "collector/service/export_routes.h"
 #include "collector/service/ingestion.h"
@@ -57,6 +59,12 @@ std::optional<HttpServer::Certificate> certificateOf(const Configuration& config
                                 .key = configuration.directory / "key.pem"};
     if (!std::filesystem::exists(own.chain)) makeSelfSignedCertificate(own, ingest.names);
     return own;
+}
+
+/// Of the ingestion; empty where it is plain.
+std::filesystem::path chainOf(const Configuration& configuration) {
+    const auto certificate = certificateOf(configuration);
+    return certificate ? certificate->chain : std::filesystem::path();
 }
 
 std::unique_ptr<HttpServer> openIngestion(const Configuration& configuration, Importer& importer) {
@@ -145,7 +153,7 @@ void awaitEnd(const sigset_t& signals, HttpServer& ingestion, HttpServer& page) 
 
 }  // namespace
 
-int serve(const Configuration& configuration) {
+int serve(const Configuration& configuration, const std::filesystem::path& announcement) {
     // Before any thread begins: all of them leave the signals to this one.
     sigset_t signals;
     sigemptyset(&signals);
@@ -178,7 +186,13 @@ int serve(const Configuration& configuration) {
     std::cout << "Documents are received on " << configuration.ingest.address << ":" << ingestion->port() << "\n"
               << "The page: " << page.address() << "\n"
               << std::flush;
+    std::optional<Announcement> announced;
+    if (!announcement.empty())
+        announced.emplace(announcement, Announcement::Contents{.port = ingestion->port(),
+                                                               .certificate = chainOf(configuration),
+                                                               .pageAddress = page.address()});
     awaitEnd(signals, *ingestion, page.server());
+    announced.reset();
     log("ending");
     constexpr auto patience = 30s;
     page.server().stop(1s);

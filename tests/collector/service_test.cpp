@@ -122,6 +122,26 @@ TEST_F(CollectorProgram, ReceivesKeepsAndShowsWhatHostsPost) {
     command({"nonsense"}, 2);
 }
 
+TEST_F(CollectorProgram, AnnouncesWhereItServesAsLongAsItDoes) {
+    const auto place = directory_.path() / "new" / "announcement";
+    const auto serving = run({"--config", configuration_, "serve", "--announce", place});
+    const std::string lines = outputOf(*serving, 2);
+    ASSERT_TRUE(eventually([&] { return std::filesystem::exists(place / "port"); })) << "it is the last one";
+    EXPECT_THAT(lines, HasSubstr("127.0.0.1:" + test::contentsOf(place / "port")));
+    EXPECT_THAT(lines, HasSubstr("The page: " + test::contentsOf(place / "page")));
+    EXPECT_EQ(std::filesystem::status(place / "page").permissions(), std::filesystem::perms(0600));
+    session_ =
+        tarvex::testing::makeLoopbackUrlSession(static_cast<std::uint16_t>(std::stoi(test::contentsOf(place / "port"))),
+                                                test::contentsOf(place / "certificate.pem"));
+    EXPECT_EQ(post(document(1)), 200);
+    serving->kill(SIGTERM);
+    EXPECT_EQ(serving->wait(), 0);
+    EXPECT_FALSE(std::filesystem::exists(place / "port") || std::filesystem::exists(place / "page"));
+
+    const auto refused = run({"--config", configuration_, "serve", "--announce", configuration_});
+    EXPECT_EQ(refused->wait(), 1) << "no directory";
+}
+
 TEST_F(CollectorProgram, HasEverythingThatItAcknowledgedOnceAfterEachKill) {
     int next = 0;
     for (int round = 0; round < 5; ++round) {

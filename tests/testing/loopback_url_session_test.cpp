@@ -1,29 +1,29 @@
-// The example collector and the transport that hosts reach it with, end to end.
+// A backend and the transport that hosts reach it with, end to end.
 
 #include "tarvex/testing/loopback_url_session.h"
 
-#include "collector.h"
 #include "platform/curl/posted_request.h"
 #include "prelude.h"
+#include "recording_backend.h"
 
 namespace tarvex::testing {
 namespace {
 
-using collector::Collector;
+using test::RecordingBackend;
 using ::testing::FieldsAre;
 
 platform::UrlRequest documentFor(const std::string& host, std::string_view document) {
     return test::request(test::bodyOf(document), 60s, "https://" + host + "/tracking");
 }
 
-TEST(LoopbackUrlSession, BringsADocumentForTheBackendToTheCollector) {
+TEST(LoopbackUrlSession, BringsADocumentForTheBackendToTheLoopbackServer) {
     setenv("https_proxy", "http://127.0.0.1:9", 1);  // passed by
     const std::string document = R"({"userId":"u","trackingData":[{},{}]})";
     for (const int status : {200, 503}) {
         const TemporaryDirectory directory;
-        std::vector<Collector::Document> received;
-        const Collector collector({.directory = directory.path(), .host = TARVEX_BACKEND_HOST, .status = status},
-                                  [&](const auto& arrived) { received.push_back(arrived); });
+        std::vector<RecordingBackend::Document> received;
+        const RecordingBackend backend({.directory = directory.path(), .host = TARVEX_BACKEND_HOST, .status = status},
+                                       [&](const auto& arrived) { received.push_back(arrived); });
         const auto session =
             makeLoopbackUrlSession(static_cast<std::uint16_t>(std::stoi(contentsOf(directory.path() / "port"))),
                                    contentsOf(directory.path() / "certificate.pem"));

@@ -10,8 +10,8 @@
 namespace tarvex::platform {
 namespace {
 
-using collector::SelfSignedCertificate;
 using std::chrono::milliseconds;
+using test::SelfSignedCertificate;
 using namespace test;
 using Server = ScriptedTlsServer;
 using Kind = Server::Kind;

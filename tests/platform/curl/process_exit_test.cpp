@@ -23,7 +23,7 @@ protected:
     }
 
     const TemporaryDirectory directory;
-    const collector::SelfSignedCertificate certificate{TARVEX_BACKEND_HOST};
+    const test::SelfSignedCertificate certificate{TARVEX_BACKEND_HOST};
 };
 
 TEST_F(ProcessExit, IsQuickAndCleanDuringAnUpload) {

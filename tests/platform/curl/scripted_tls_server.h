@@ -74,7 +74,7 @@ public:
     /// A silent server accepts connections and never sends anything.
     enum class Kind : std::uint8_t { current, onlyTls11, silent };
 
-    ScriptedTlsServer(const collector::SelfSignedCertificate& certificate, Script script, Kind kind = Kind::current)
+    ScriptedTlsServer(const SelfSignedCertificate& certificate, Script script, Kind kind = Kind::current)
         : script_(std::move(script)), kind_(kind), context_(SSL_CTX_new(TLS_server_method())) {
         if (SSL_CTX_use_certificate(context_.get(), certificate.certificate()) != 1 ||
             SSL_CTX_use_PrivateKey(context_.get(), certificate.key()) != 1)

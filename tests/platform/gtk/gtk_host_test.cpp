@@ -1,6 +1,7 @@
-// The study application as a process of its own, driven like a person does it, sharing with the collector.
+// The study application as a process of its own, driven like a person does it, sharing with a backend in this one.
 
 #include "prelude.h"
+#include "recording_backend.h"
 #include "screen.h"
 #include "tarvex/data_entry.h"
 #include "tarvex/platform/platform.h"
@@ -77,17 +78,15 @@ std::chrono::seconds measuringTime() {
 TEST(GtkHost, AsksMeasuresSharesDeletesAndUploadsWhenItIsMinimisedOrClosed) {
     const VirtualScreen screen;
     const TemporaryDirectory directory;
-    const std::string collector = directory.path() / "collector";
+    const std::string backend = directory.path() / "backend";
     const std::string data = directory.path() / "data";
-    std::filesystem::create_directory(collector);
     const auto received = [&](int number) {
-        return contentsOf(collector + "/document-" + std::to_string(number) + ".json");
+        return contentsOf(backend + "/document-" + std::to_string(number) + ".json");
     };
-    const auto backend = VirtualScreen::start({TARVEX_COLLECTOR, "--directory", collector});
-    ASSERT_TRUE(runUntil([&] { return !contentsOf(collector + "/port").empty(); }));
+    const RecordingBackend server({.directory = backend, .host = TARVEX_BACKEND_HOST}, [](const auto&) {});
     const auto host =
-        VirtualScreen::start({TARVEX_GTK_HOST, "--data", data, "--collector", collector, "--recording",
-                              TARVEX_RECORDING, "--pictures", measuresDistances ? TARVEX_PHOTOGRAPHS : ""});
+        VirtualScreen::start({TARVEX_GTK_HOST, "--data", data, "--collector", backend, "--recording", TARVEX_RECORDING,
+                              "--pictures", measuresDistances ? TARVEX_PHOTOGRAPHS : ""});
     const Study study(data);
     study.savePicture("consent");
     study.point("200", "720");  // I consent

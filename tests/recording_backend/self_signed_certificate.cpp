@@ -8,7 +8,7 @@
 #include <array>
 #include <stdexcept>
 
-namespace collector {
+namespace tarvex::test {
 
 namespace {
 
@@ -40,7 +40,7 @@ SelfSignedCertificate::SelfSignedCertificate(const std::string& host, Validity v
     check(X509_set_pubkey(certificate, key_.get()) == 1, "the public key");
 
     X509_NAME* name = X509_get_subject_name(certificate);
-    const auto* text = reinterpret_cast<const unsigned char*>("Tarvex collector");
+    const auto* text = reinterpret_cast<const unsigned char*>("Recording backend");
     check(X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8, text, -1, -1, 0) == 1, "the subject");
     check(X509_set_issuer_name(certificate, name) == 1, "the issuer");
     addExtension(certificate, NID_basic_constraints, "critical,CA:FALSE");
@@ -56,4 +56,4 @@ std::string SelfSignedCertificate::pem() const {
     return {bytes, static_cast<std::size_t>(size)};
 }
 
-}  // namespace collector
+}  // namespace tarvex::test

@@ -1,4 +1,4 @@
-#include "collector.h"
+#include "recording_backend.h"
 
 #include <httplib.h>
 
@@ -14,7 +14,7 @@
 
 #include "self_signed_certificate.h"
 
-namespace collector {
+namespace tarvex::test {
 
 namespace {
 
@@ -35,7 +35,7 @@ std::optional<std::size_t> countSamples(const std::string& document) {
 
 }  // namespace
 
-class Collector::Server {
+class RecordingBackend::Server {
 public:
     Server(Options options, std::function<void(const Document&)> received)
         : options_(std::move(options)),
@@ -99,17 +99,17 @@ private:
     std::jthread thread_;
 };
 
-Collector::Collector(Options options, std::function<void(const Document&)> received)
+RecordingBackend::RecordingBackend(Options options, std::function<void(const Document&)> received)
     : server_(std::make_unique<Server>(std::move(options), std::move(received))) {}
 
-Collector::~Collector() = default;
+RecordingBackend::~RecordingBackend() = default;
 
-std::uint16_t Collector::port() const {
+std::uint16_t RecordingBackend::port() const {
     return static_cast<std::uint16_t>(server_->port());
 }
 
-const std::string& Collector::certificatePem() const {
+const std::string& RecordingBackend::certificatePem() const {
     return server_->pem();
 }
 
-}  // namespace collector
+}  // namespace tarvex::test

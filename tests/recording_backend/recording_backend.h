@@ -7,12 +7,13 @@
 #include <memory>
 #include <string>
 
-namespace collector {
+namespace tarvex::test {
 
-/// A research backend on this machine: receives documents over HTTPS on a free loopback port and keeps each in a file.
+/// Takes the research backend's place in tests of the library: receives documents over HTTPS on a free loopback port
+/// and keeps each in a file.
 ///
 /// `certificate.pem` and then `port` appear in the directory once it listens, each complete from the first moment.
-class Collector {
+class RecordingBackend {
 public:
     struct Options {
         std::filesystem::path directory;
@@ -28,12 +29,12 @@ public:
 
     /// Starts receiving. `received` is called for each stored document, one at a time, before it is answered.
     /// Throws an exception whose text says what is wrong.
-    Collector(Options options, std::function<void(const Document&)> received);
+    RecordingBackend(Options options, std::function<void(const Document&)> received);
 
     /// Stops receiving; an answer that is under way is given first.
-    ~Collector();
-    Collector(const Collector&) = delete;
-    Collector& operator=(const Collector&) = delete;
+    ~RecordingBackend();
+    RecordingBackend(const RecordingBackend&) = delete;
+    RecordingBackend& operator=(const RecordingBackend&) = delete;
 
     std::uint16_t port() const;
     const std::string& certificatePem() const;
@@ -44,4 +45,4 @@ private:
     std::unique_ptr<Server> server_;
 };
 
-}  // namespace collector
+}  // namespace tarvex::test

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-namespace collector {
+namespace tarvex::test {
 
 /// A fresh key and a certificate that it signed for itself. The key stays in memory.
 class SelfSignedCertificate {
@@ -35,4 +35,4 @@ private:
     std::unique_ptr<X509, Free> certificate_;
 };
 
-}  // namespace collector
+}  // namespace tarvex::test
