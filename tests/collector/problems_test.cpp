@@ -40,7 +40,7 @@ TEST(Problems, SaysEachInOnePlainSentence) {
     EXPECT_EQ(sentences["P05"],
               "The light stood still at 312 lux all day on 3 days, last on 24 Nov 2026: the sensor is stuck.");
     EXPECT_EQ(sentences["P09"], "An eye was 3.2 cm away, nearer than any face, on 2 days, last on 24 Nov 2026.");
-    EXPECT_EQ(sentences["P12"], "The clock is 2 hours ahead: the times of the samples are wrong.");
+    EXPECT_EQ(sentences["P12"], "The clock is 3 hours ahead: the times of the samples are wrong.");
     EXPECT_EQ(sentences["P15"], "17 records could not be read.");
     EXPECT_EQ(sentences["P16"], "4,211 samples came again and were dropped; nothing is lost.");
 }

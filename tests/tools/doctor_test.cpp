@@ -82,7 +82,7 @@ private:
 
 constexpr const char* host = "backend.example.org";
 
-Findings backend(const collector::SelfSignedCertificate& certificate, std::uint16_t port, const char* name = host,
+Findings backend(const test::SelfSignedCertificate& certificate, std::uint16_t port, const char* name = host,
                  const std::string& trusted = "") {
     return checkBackend({.host = name,
                          .transport = {.trustedCertificatesPem = trusted.empty() ? certificate.pem() : trusted,
@@ -95,25 +95,25 @@ Findings backend(const collector::SelfSignedCertificate& certificate, std::uint1
 TEST(Doctor, ShakesHandsWithTheBackendAndSaysWhatIsWrongWithIt) {
     std::atomic<int> received = 0;
     const auto listens = [&](test::TlsConnection& connection) { received += !connection.read(1).empty(); };
-    const collector::SelfSignedCertificate lasting(host, {.until = std::chrono::days(100)});
+    const test::SelfSignedCertificate lasting(host, {.until = std::chrono::days(100)});
     {
         const test::ScriptedTlsServer server(lasting, listens);
         const auto findings = backend(lasting, server.port());
         EXPECT_THAT(findings, SizeIs(3));
         EXPECT_THAT(found(findings, "backend's certificate"), HasSubstr("good: it is trusted, for 100 more days"));
         EXPECT_TRUE(eventually([&] { return server.clients() == 1; }));
-        EXPECT_THAT(found(backend(lasting, server.port(), host, collector::SelfSignedCertificate(host).pem()),
+        EXPECT_THAT(found(backend(lasting, server.port(), host, test::SelfSignedCertificate(host).pem()),
                           "backend's certificate"),
                     HasSubstr("bad: SSL certificate problem"));
         EXPECT_THAT(found(backend(lasting, server.port(), "elsewhere.example.org"), "backend's certificate"),
                     HasSubstr("bad: SSL: no alternative certificate subject name matches"));
     }
     EXPECT_EQ(received, 0) << "it posts nothing";
-    const collector::SelfSignedCertificate ending(host, {.until = std::chrono::days(3)});
+    const test::SelfSignedCertificate ending(host, {.until = std::chrono::days(3)});
     const test::ScriptedTlsServer soon(ending, listens);
     EXPECT_THAT(found(backend(ending, soon.port()), "backend's certificate"),
                 HasSubstr("note: it is trusted, for 3 more"));
-    const collector::SelfSignedCertificate ended(host, {.from = -2h, .until = -1h});
+    const test::SelfSignedCertificate ended(host, {.from = -2h, .until = -1h});
     const test::ScriptedTlsServer late(ended, listens);
     EXPECT_THAT(found(backend(ended, late.port()), "backend's certificate"), HasSubstr("expired"));
     const test::ScriptedTlsServer silent(lasting, listens, test::ScriptedTlsServer::Kind::silent);
