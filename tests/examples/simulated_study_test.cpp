@@ -35,7 +35,10 @@ class ShortStudy {
 public:
     explicit ShortStudy(int answer = 200)
         : backend_({.directory = directory_.path(), .host = TARVEX_BACKEND_HOST, .status = answer},
-                   [this](const auto& document) { files_.push_back(document.file); }) {
+                   [this](const auto& document) {
+                       const std::lock_guard guard(mutex_);
+                       files_.push_back(document.file);
+                   }) {
         std::filesystem::create_directory(temporary());
     }
 
@@ -45,12 +48,12 @@ public:
             "TZ=UTC TMPDIR='" + temporary().string() + "'");
     }
     bool leftNothing() const { return std::filesystem::is_empty(temporary()); }
-    std::size_t documents() const { return files_.size(); }
+    std::size_t documents() const { return files().size(); }
 
     /// Every sample that was posted, by participant and type, in the order of the posts.
     std::map<std::string, std::map<std::string, std::vector<json>>> samples() const {
         std::map<std::string, std::map<std::string, std::vector<json>>> result;
-        for (const auto& file : files_) {
+        for (const auto& file : files()) {
             const json document = json::parse(contentsOf(file));
             for (const json& sample : document["trackingData"])
                 result[document["userId"]][sample["type"]].push_back(sample);
@@ -60,9 +63,14 @@ public:
 
 private:
     std::filesystem::path temporary() const { return directory_.path() / "temporary"; }
+    std::vector<std::filesystem::path> files() const {
+        const std::lock_guard guard(mutex_);
+        return files_;
+    }
 
     TemporaryDirectory directory_;
-    std::vector<std::filesystem::path> files_;
+    mutable std::mutex mutex_;
+    std::vector<std::filesystem::path> files_;  ///< under `mutex_`: the backend's threads add to them
     test::RecordingBackend backend_;
 };
 
