@@ -87,7 +87,7 @@ Findings backend(const test::SelfSignedCertificate& certificate, std::uint16_t p
     return checkBackend({.host = name,
                          .transport = {.trustedCertificatesPem = trusted.empty() ? certificate.pem() : trusted,
                                        .connectTo = {{name, 443, "127.0.0.1", port}}},
-                         .limit = 700ms});
+                         .limit = 3s});
 }
 
 }  // namespace
@@ -95,7 +95,7 @@ Findings backend(const test::SelfSignedCertificate& certificate, std::uint16_t p
 TEST(Doctor, ShakesHandsWithTheBackendAndSaysWhatIsWrongWithIt) {
     std::atomic<int> received = 0;
     const auto listens = [&](test::TlsConnection& connection) { received += !connection.read(1).empty(); };
-    const test::SelfSignedCertificate lasting(host, {.until = std::chrono::days(100)});
+    const test::SelfSignedCertificate lasting(host, {.until = std::chrono::days(100) + 1h});
     {
         const test::ScriptedTlsServer server(lasting, listens);
         const auto findings = backend(lasting, server.port());
@@ -109,7 +109,7 @@ TEST(Doctor, ShakesHandsWithTheBackendAndSaysWhatIsWrongWithIt) {
                     HasSubstr("bad: SSL: no alternative certificate subject name matches"));
     }
     EXPECT_EQ(received, 0) << "it posts nothing";
-    const test::SelfSignedCertificate ending(host, {.until = std::chrono::days(3)});
+    const test::SelfSignedCertificate ending(host, {.until = std::chrono::days(3) + 1h});
     const test::ScriptedTlsServer soon(ending, listens);
     EXPECT_THAT(found(backend(ending, soon.port()), "backend's certificate"),
                 HasSubstr("note: it is trusted, for 3 more"));
