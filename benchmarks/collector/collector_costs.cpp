@@ -8,16 +8,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
-#include <numeric>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -26,33 +22,14 @@
 #include "collector/exports/export.h"
 #include "collector/ingest/document_reader.h"
 #include "collector/store/sqlite/sqlite_store.h"
+#include "light_documents.h"
+#include "measures.h"
 #include "temporary_directory.h"
 
 namespace tarvex::benchmarks {
 namespace {
 
 using namespace collector;
-
-constexpr int million = 1'000'000;
-
-/// Seconds of processor time, and of the clock.
-struct Cost {
-    double processor;
-    double clock;
-};
-
-double secondsOf(clockid_t which) {
-    timespec time{};
-    clock_gettime(which, &time);
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
-}
-
-Cost costOf(const std::function<void()>& work) {
-    const double processor = secondsOf(CLOCK_PROCESS_CPUTIME_ID);
-    const double clock = secondsOf(CLOCK_MONOTONIC);
-    work();
-    return {.processor = secondsOf(CLOCK_PROCESS_CPUTIME_ID) - processor, .clock = secondsOf(CLOCK_MONOTONIC) - clock};
-}
 
 /// The largest memory of a process that does the work, over one that does nothing; megabytes.
 double memoryOf(const std::function<void()>& work) {
@@ -67,47 +44,6 @@ double memoryOf(const std::function<void()>& work) {
         return static_cast<double>(usage.ru_maxrss) / 1024;
     };
     return peak(work) - peak([] {});
-}
-
-double median(std::vector<double> values) {
-    std::ranges::sort(values);
-    return values[values.size() / 2];
-}
-
-/// A document of light samples, a second apart, in this order.
-void write(TemporaryFile& file, const std::vector<int>& order, double begin) {
-    std::string text = R"({"trackingData":[)";
-    std::minstd_rand random(7);
-    bool isFirst = true;
-    for (const int second : order) {
-        // Values of their own second, whatever the order.
-        random.seed(static_cast<unsigned>(second) + 1);
-        const auto next = [&] { return static_cast<double>(random() % 100'000) / 16; };
-        std::array<char, 256> record{};
-        const int length = std::snprintf(
-            record.data(), record.size(),
-            R"(%s{"data":{"lux":%.17g,"channel0":%.17g,"channel1":%.17g,"channel2":%.17g,"channel3":%.17g},"type":"ambient_light","timestamp":%.6f})",
-            isFirst ? "" : ",", next(), next(), next(), next(), next(), begin + second + 0.123456);
-        text.append(record.data(), static_cast<std::size_t>(length));
-        isFirst = false;
-        if (text.size() < 65'536) continue;
-        file.append(std::as_bytes(std::span(text)));
-        text.clear();
-    }
-    text += R"(],"userId":"0d8f6a2e-one","device":"phone","applicationIdentifier":"org.example"})";
-    file.append(std::as_bytes(std::span(text)));
-}
-
-std::vector<int> seconds(int count) {
-    std::vector<int> order(static_cast<std::size_t>(count));
-    std::iota(order.begin(), order.end(), 0);
-    return order;
-}
-
-Body bodyOf(const TemporaryFile& file, std::uint8_t number) {
-    Body body{.digest = {}, .bytes = file.size(), .received = 1'790'000'000};
-    body.digest[0] = number;
-    return body;
 }
 
 /// RapidJSON's own reading of the same bytes, which looks at nothing.
@@ -265,22 +201,16 @@ void measure(int rounds) {
     std::vector<Round> all;
     for (int round = 0; round < rounds; ++round)
         all.push_back(measureRound());
-    const auto row = [&](const char* what, double Round::* figure, const char* target) {
-        std::vector<double> values;
-        for (const Round& round : all)
-            values.push_back(round.*figure);
-        std::printf("| %s | %.2f × | %s |\n", what, median(values), target);
-    };
     std::printf("| What, for 1,000,000 samples | Measured | Target |\n|---|---|---|\n");
-    row("parse and check, CPU against RapidJSON’s bare streaming read", &Round::parse, "≤ 1.4 ×");
+    printRow(all, "parse and check, CPU against RapidJSON’s bare streaming read", &Round::parse, "≤ 1.4 ×");
     std::printf("| parse and check, memory | %.1f MB | ≤ 32 MB |\n", parseMemory());
-    row("SQLite, first post, CPU against a bare unkeyed INSERT", &Round::first, "≤ 1.8 ×");
-    row("SQLite, the same samples again", &Round::same, "≤ 1.4 ×");
-    row("SQLite, the same samples shuffled", &Round::shuffled, "≤ 2 ×");
-    row("SQLite, the very body again", &Round::known, "≤ 0.2 ×");
-    row("SQLite, the fifth million against the first", &Round::fifth, "≤ 1.25 ×");
-    row("SQLite, size on disk against unkeyed", &Round::size, "≤ 1.15 ×");
-    row("export as CSV, time against the sqlite3 shell", &Round::exported, "≤ 1.2 ×");
+    printRow(all, "SQLite, first post, CPU against a bare unkeyed INSERT", &Round::first, "≤ 1.8 ×");
+    printRow(all, "SQLite, the same samples again", &Round::same, "≤ 1.4 ×");
+    printRow(all, "SQLite, the same samples shuffled", &Round::shuffled, "≤ 2 ×");
+    printRow(all, "SQLite, the very body again", &Round::known, "≤ 0.2 ×");
+    printRow(all, "SQLite, the fifth million against the first", &Round::fifth, "≤ 1.25 ×");
+    printRow(all, "SQLite, size on disk against unkeyed", &Round::size, "≤ 1.15 ×");
+    printRow(all, "export as CSV, time against the sqlite3 shell", &Round::exported, "≤ 1.2 ×");
 }
 
 }  // namespace
