@@ -2,13 +2,12 @@
 
 #include <openssl/rand.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdint>
 #include <fstream>
-#include <system_error>
+
+#include "collector/whole_file.h"
 
 namespace tarvex::collector {
 namespace {
@@ -31,17 +30,6 @@ std::string randomToken() {
     return token;
 }
 
-void writePrivate(const std::filesystem::path& file, const std::string& text) {
-    const auto unfinished = file.string() + ".part";
-    const ::mode_t before = ::umask(0077);
-    std::ofstream stream(unfinished, std::ios::binary | std::ios::trunc);
-    ::umask(before);
-    stream << text;
-    stream.close();
-    if (!stream) throw std::system_error(errno, std::generic_category(), unfinished);
-    std::filesystem::rename(unfinished, file);
-}
-
 }  // namespace
 
 std::unique_ptr<Store> openConfiguredStore(const Configuration& configuration) {
@@ -59,7 +47,7 @@ std::string pageToken(const Configuration& configuration, bool renews) {
     if (!renews) std::ifstream(file) >> token;
     if (token.empty()) {
         token = randomToken();
-        writePrivate(file, token + "\n");
+        writeWholeFile(file, token + "\n", 0600);
     }
     return token;
 }

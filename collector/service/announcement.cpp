@@ -1,36 +1,21 @@
 #include "collector/service/announcement.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <fstream>
 #include <iterator>
 #include <system_error>
 #include <utility>
 
+#include "collector/whole_file.h"
+
 namespace tarvex::collector {
 namespace {
-
-[[noreturn]] void fail(const std::filesystem::path& file) {
-    throw std::system_error(errno, std::generic_category(), file.string());
-}
-
-void write(const std::filesystem::path& file, const std::string& text, ::mode_t mode) {
-    const std::string unfinished = file.string() + ".part";
-    ::unlink(unfinished.c_str());
-    const int descriptor = ::open(unfinished.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    if (descriptor < 0) fail(unfinished);
-    const bool isWhole = std::cmp_equal(::write(descriptor, text.data(), text.size()), text.size());
-    ::close(descriptor);
-    if (!isWhole || ::rename(unfinished.c_str(), file.c_str()) != 0) fail(file);
-}
 
 /// The certificates of a file, and nothing else: it may hold the key as well.
 std::string certificatesIn(const std::filesystem::path& file) {
     std::ifstream stream(file, std::ios::binary);
     const std::string text{std::istreambuf_iterator<char>(stream), {}};
-    if (!stream) fail(file);
+    if (!stream) throw std::system_error(errno, std::generic_category(), file.string());
     constexpr std::string_view begin = "-----BEGIN CERTIFICATE-----";
     constexpr std::string_view end = "-----END CERTIFICATE-----";
     std::string certificates;
@@ -49,9 +34,9 @@ Announcement::Announcement(std::filesystem::path directory, const Contents& cont
     : directory_(std::move(directory)) {
     std::filesystem::create_directories(directory_);
     if (!contents.certificate.empty())
-        write(directory_ / "certificate.pem", certificatesIn(contents.certificate), 0644);
-    write(directory_ / "page", contents.pageAddress + "\n", 0600);
-    write(directory_ / "port", std::to_string(contents.port) + "\n", 0644);
+        writeWholeFile(directory_ / "certificate.pem", certificatesIn(contents.certificate), 0644);
+    writeWholeFile(directory_ / "page", contents.pageAddress + "\n", 0600);
+    writeWholeFile(directory_ / "port", std::to_string(contents.port) + "\n", 0644);
 }
 
 Announcement::~Announcement() {

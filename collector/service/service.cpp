@@ -61,17 +61,13 @@ std::optional<HttpServer::Certificate> certificateOf(const Configuration& config
     return own;
 }
 
-/// Of the ingestion; empty where it is plain.
-std::filesystem::path chainOf(const Configuration& configuration) {
-    const auto certificate = certificateOf(configuration);
-    return certificate ? certificate->chain : std::filesystem::path();
-}
-
-std::unique_ptr<HttpServer> openIngestion(const Configuration& configuration, Importer& importer) {
+std::unique_ptr<HttpServer> openIngestion(const Configuration& configuration,
+                                          const std::optional<HttpServer::Certificate>& certificate,
+                                          Importer& importer) {
     return std::make_unique<HttpServer>(
         HttpServer::Options{.address = configuration.ingest.address,
                             .port = configuration.ingest.port,
-                            .certificate = certificateOf(configuration),
+                            .certificate = certificate,
                             .limits = limitsOf(configuration),
                             .spool = configuration.directory,
                             .screen = [&importer](const RequestHead& head) { return screenPost(head, importer); },
@@ -181,7 +177,8 @@ int serve(const Configuration& configuration, const std::filesystem::path& annou
             log(std::string("samples that are too old stay until tomorrow: ") + failure.what());
         }
     });
-    const auto ingestion = openIngestion(configuration, importer);
+    const auto certificate = certificateOf(configuration);
+    const auto ingestion = openIngestion(configuration, certificate, importer);
     PageService page(configuration);
     std::cout << "Documents are received on " << configuration.ingest.address << ":" << ingestion->port() << "\n"
               << "The page: " << page.address() << "\n"
@@ -189,7 +186,7 @@ int serve(const Configuration& configuration, const std::filesystem::path& annou
     std::optional<Announcement> announced;
     if (!announcement.empty())
         announced.emplace(announcement, Announcement::Contents{.port = ingestion->port(),
-                                                               .certificate = chainOf(configuration),
+                                                               .certificate = certificate ? certificate->chain : "",
                                                                .pageAddress = page.address()});
     awaitEnd(signals, *ingestion, page.server());
     announced.reset();
