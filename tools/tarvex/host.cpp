@@ -25,8 +25,7 @@ std::expected<std::filesystem::path, std::string> dataDirectoryOf(const Host& ho
     if (name.empty())
         return std::unexpected(
             "The host has no CFBundleIdentifier: its data lies where the name of its executable says, which "
-            "--identifier "
-            "takes as well.");
+            "--identifier takes as well.");
     return platform::dataHome() / platform::safeFileName(name);
 }
 

@@ -16,6 +16,7 @@
 #include "store/csv_export.h"
 #include "store/preview.h"
 #include "store/recovery.h"
+#include "store/stored_files.h"
 #include "store/verification.h"
 #include "tarvex/version.h"
 
@@ -98,12 +99,12 @@ int recoverCommand(const Arguments& arguments) {
     if (!directory) return fail(directory.error());
     const auto recovery = recover(*directory, arguments.output);
     if (!recovery) return fail(recovery.error());
-    const std::string store = (*directory / "TrackingDataContainer.sqlite").string();
+    const std::string store = (*directory / storeName).string();
     return print(std::to_string(recovery->records) + " records are in " + arguments.output.string() + "; " +
                  (recovery->isWhole ? "none was lost" : "a part of the store could not be read") +
-                 ".\nThe store was left as it is. To put the new one in its place, while no host runs:\n" + "    mv '" +
-                 store + "' '" + store + ".damaged'; rm -f '" + store + "-wal' '" + store + "-shm'\n" + "    mv '" +
-                 arguments.output.string() + "' '" + store + "'\n");
+                 ".\nThe store was left as it is. To put the new one in its place, while no host runs:\n" +
+                 "    mkdir damaged && mv '" + store + "'* damaged\n" +  // -wal and -shm belong to it
+                 "    mv '" + arguments.output.string() + "' '" + store + "'\n");
 }
 
 using Command = std::function<int()>;
