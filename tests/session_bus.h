@@ -3,7 +3,9 @@
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <initializer_list>
+#include <stdexcept>
 #include <string>
 
 namespace tarvex::test {
@@ -45,5 +47,24 @@ public:
 private:
     GTestDBus* bus_ = nullptr;
 };
+
+/// A further connection to the test's session bus, which the caller closes and owns.
+inline GDBusConnection* connectToSessionBus() {
+    const auto flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                                         G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+    GDBusConnection* bus = g_dbus_connection_new_for_address_sync(std::getenv("DBUS_SESSION_BUS_ADDRESS"), flags,
+                                                                  nullptr, nullptr, nullptr);
+    if (bus == nullptr) throw std::runtime_error("the test has no session bus");
+    return bus;
+}
+
+/// Gives the connection a name on its bus.
+inline void ownName(GDBusConnection* bus, const char* name) {
+    GVariant* owned = g_dbus_connection_call_sync(
+        bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
+        g_variant_new("(su)", name, 0U), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+    if (owned == nullptr) throw std::runtime_error(std::string("nobody can be ") + name);
+    g_variant_unref(owned);
+}
 
 }  // namespace tarvex::test

@@ -33,15 +33,9 @@ std::string found(const Findings& findings, const std::string& what) {
 class SimulatedPortal {
 public:
     explicit SimulatedPortal(const char* answer, bool hasCamera = true) : answer_(answer), hasCamera_(hasCamera) {
-        const auto flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                                             G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-        bus_ = g_dbus_connection_new_for_address_sync(std::getenv("DBUS_SESSION_BUS_ADDRESS"), flags, nullptr, nullptr,
-                                                      nullptr);
         g_dbus_connection_add_filter(bus_, receive, this, nullptr);
         for (const char* name : {"org.freedesktop.portal.Desktop", "org.freedesktop.impl.portal.PermissionStore"})
-            g_variant_unref(g_dbus_connection_call_sync(
-                bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
-                g_variant_new("(su)", name, 0U), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
+            test::ownName(bus_, name);
     }
     ~SimulatedPortal() {
         g_dbus_connection_close_sync(bus_, nullptr, nullptr);
@@ -77,7 +71,7 @@ private:
 
     const char* answer_;
     const bool hasCamera_;
-    GDBusConnection* bus_ = nullptr;
+    GDBusConnection* bus_ = test::connectToSessionBus();
 };
 
 constexpr const char* host = "backend.example.org";

@@ -26,16 +26,8 @@ public:
     };
 
     explicit SimulatedPortal(Answers answers) : answers_(std::move(answers)) {
-        const auto flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                                             G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-        bus_ = g_dbus_connection_new_for_address_sync(std::getenv("DBUS_SESSION_BUS_ADDRESS"), flags, nullptr, nullptr,
-                                                      nullptr);
-        if (bus_ == nullptr) throw std::runtime_error("the portal has no bus");
         g_dbus_connection_add_filter(bus_, receive, &answers_, nullptr);
-        g_variant_unref(g_dbus_connection_call_sync(bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                                    "org.freedesktop.DBus", "RequestName",
-                                                    g_variant_new("(su)", "org.freedesktop.portal.Desktop", 0U),
-                                                    nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
+        test::ownName(bus_, "org.freedesktop.portal.Desktop");
     }
     ~SimulatedPortal() {
         g_dbus_connection_close_sync(bus_, nullptr, nullptr);
@@ -72,7 +64,7 @@ private:
     }
 
     Answers answers_;
-    GDBusConnection* bus_ = nullptr;
+    GDBusConnection* bus_ = test::connectToSessionBus();
 };
 
 std::expected<NamedSource, std::string> open(const Source& source = UserCamera{}) {

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "prelude.h"
+#include "session_bus.h"
 
 namespace tarvex::test {
 
@@ -26,21 +27,11 @@ public:
     /// `knowsMethods`: a portal without them has the name on the bus, and no interface that a test asks for.
     explicit ScriptedPortal(std::vector<Step> script, bool knowsMethods = true) {
         state_->script = std::move(script);
-        const auto flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                                             G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-        bus_ = g_dbus_connection_new_for_address_sync(std::getenv("DBUS_SESSION_BUS_ADDRESS"), flags, nullptr, nullptr,
-                                                      nullptr);
-        if (bus_ == nullptr) throw std::runtime_error("the portal has no bus");
         if (knowsMethods) {
             const auto forget = [](gpointer state) { delete static_cast<std::shared_ptr<State>*>(state); };
             g_dbus_connection_add_filter(bus_, receive, new std::shared_ptr<State>(state_), forget);
         }
-        GVariant* owned =
-            g_dbus_connection_call_sync(bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                        "RequestName", g_variant_new("(su)", "org.freedesktop.portal.Desktop", 0U),
-                                        nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
-        if (owned == nullptr) throw std::runtime_error("the portal cannot have its name");
-        g_variant_unref(owned);
+        ownName(bus_, "org.freedesktop.portal.Desktop");
     }
     ~ScriptedPortal() {
         g_dbus_connection_close_sync(bus_, nullptr, nullptr);
@@ -137,7 +128,7 @@ private:
     }
 
     const std::shared_ptr<State> state_ = std::make_shared<State>();
-    GDBusConnection* bus_ = nullptr;
+    GDBusConnection* bus_ = connectToSessionBus();
 };
 
 }  // namespace tarvex::test
