@@ -1,4 +1,6 @@
 # What a host gets: headers, shared libraries, the store's object model, CMake targets and pkg-config files.
+# Components for `cmake --install --component`: core, camera, gtk and testing are the libraries; each with -development
+# what hosts are built with; data, which core needs, and models, which camera needs; tools and collector.
 
 include(CMakePackageConfigHelpers)
 
@@ -7,42 +9,61 @@ set(TARVEX_CMAKE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/Tarvex")
 file(RELATIVE_PATH TARVEX_PC_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 string(REGEX REPLACE "/$" "" TARVEX_PC_PREFIX "${TARVEX_PC_PREFIX}")
 
-function(tarvex_install_pkg_config name library requires description)
+# tarvex_install(COMPONENT TARGET PC-NAME PC-REQUIRES DESCRIPTION HEADER-PATTERN…): a library, its headers, its target and its
+# pkg-config file.
+function(tarvex_install component target name requires description)
+    install(TARGETS ${target} EXPORT ${target}-targets
+        LIBRARY COMPONENT ${component} NAMELINK_COMPONENT ${component}-development)
+    set(targets TarvexTargets.cmake)
+    if(NOT component STREQUAL core)
+        set(targets Tarvex-${component}-targets.cmake)
+    endif()
+    install(EXPORT ${target}-targets NAMESPACE Tarvex:: FILE ${targets} DESTINATION "${TARVEX_CMAKE_DIR}"
+        COMPONENT ${component}-development)
     set(TARVEX_PC_NAME "${name}")
-    set(TARVEX_PC_LIBRARY "${library}")
+    set(TARVEX_PC_LIBRARY "${target}")
     set(TARVEX_PC_REQUIRES "${requires}")
     set(TARVEX_PC_DESCRIPTION "${description}")
     configure_file("${PROJECT_SOURCE_DIR}/cmake/tarvex.pc.in" "${PROJECT_BINARY_DIR}/${name}.pc" @ONLY)
-    install(FILES "${PROJECT_BINARY_DIR}/${name}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+    install(FILES "${PROJECT_BINARY_DIR}/${name}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig"
+        COMPONENT ${component}-development)
 endfunction()
 
-install(DIRECTORY include/tarvex TYPE INCLUDE FILES_MATCHING PATTERN "*.h")
-install(FILES "${PROJECT_BINARY_DIR}/include/tarvex/version.h" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tarvex")
-install(FILES src/storage/TrackingDataContainer.momd DESTINATION "${CMAKE_INSTALL_DATADIR}/tarvex")
+tarvex_install(core tarvex tarvex "" "${PROJECT_DESCRIPTION}")
+install(DIRECTORY include/tarvex TYPE INCLUDE COMPONENT core-development FILES_MATCHING PATTERN "*.h"
+    PATTERN testing EXCLUDE PATTERN include/tarvex/camera.h EXCLUDE PATTERN include/tarvex/gtk.h EXCLUDE)
+install(FILES "${PROJECT_BINARY_DIR}/include/tarvex/version.h" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tarvex"
+    COMPONENT core-development)
+install(FILES src/storage/TrackingDataContainer.momd DESTINATION "${CMAKE_INSTALL_DATADIR}/tarvex" COMPONENT data)
 
-install(TARGETS tarvex EXPORT TarvexTargets)
-install(EXPORT TarvexTargets NAMESPACE Tarvex:: DESTINATION "${TARVEX_CMAKE_DIR}")
-tarvex_install_pkg_config(tarvex tarvex "" "${PROJECT_DESCRIPTION}")
-
-install(TARGETS tarvex_testing EXPORT TarvexTestingTargets)
-install(EXPORT TarvexTestingTargets NAMESPACE Tarvex:: FILE Tarvex-testing-targets.cmake DESTINATION "${TARVEX_CMAKE_DIR}")
-tarvex_install_pkg_config(tarvex-testing tarvex_testing tarvex "Doubles of the platform's services for the tests of Tarvex hosts")
+if(TARVEX_BUILD_DOUBLES)
+    tarvex_install(testing tarvex_testing tarvex-testing tarvex
+        "Doubles of the platform's services for the tests of Tarvex hosts")
+    install(DIRECTORY include/tarvex/testing DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tarvex"
+        COMPONENT testing-development)
+endif()
 
 if(TARVEX_BUILD_CAMERA)
-    install(TARGETS tarvex_camera EXPORT TarvexCameraTargets)
-    install(EXPORT TarvexCameraTargets NAMESPACE Tarvex:: FILE Tarvex-camera-targets.cmake DESTINATION "${TARVEX_CMAKE_DIR}")
-    tarvex_install_pkg_config(tarvex-camera tarvex_camera tarvex "Face tracking from a camera for Tarvex hosts")
-    install(DIRECTORY "${TARVEX_FACE_MODELS}/" DESTINATION "${CMAKE_INSTALL_DATADIR}/tarvex/face_models" OPTIONAL)
+    tarvex_install(camera tarvex_camera tarvex-camera tarvex "Face tracking from a camera for Tarvex hosts")
+    install(FILES include/tarvex/camera.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tarvex"
+        COMPONENT camera-development)
+    install(DIRECTORY "${TARVEX_FACE_MODELS}/" DESTINATION "${CMAKE_INSTALL_DATADIR}/tarvex/face_models"
+        COMPONENT models OPTIONAL)
 endif()
 
 if(TARVEX_BUILD_GTK)
-    install(TARGETS tarvex_gtk EXPORT TarvexGtkTargets)
-    install(EXPORT TarvexGtkTargets NAMESPACE Tarvex:: FILE Tarvex-gtk-targets.cmake DESTINATION "${TARVEX_CMAKE_DIR}")
-    tarvex_install_pkg_config(tarvex-gtk tarvex_gtk "tarvex, gtk4 >= 4.8" "The consent screen of Tarvex for GTK 4 hosts")
+    tarvex_install(gtk tarvex_gtk tarvex-gtk "tarvex, gtk4 >= 4.8" "The consent screen of Tarvex for GTK 4 hosts")
+    install(FILES include/tarvex/gtk.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tarvex" COMPONENT gtk-development)
 endif()
 
+# Before 1.0, a minor version may break what the one before promised.
+if(PROJECT_VERSION_MAJOR EQUAL 0)
+    set(compatibility SameMinorVersion)
+else()
+    set(compatibility SameMajorVersion)
+endif()
 configure_package_config_file(cmake/TarvexConfig.cmake.in "${PROJECT_BINARY_DIR}/TarvexConfig.cmake"
     INSTALL_DESTINATION "${TARVEX_CMAKE_DIR}")
-write_basic_package_version_file("${PROJECT_BINARY_DIR}/TarvexConfigVersion.cmake" COMPATIBILITY SameMajorVersion)
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/TarvexConfigVersion.cmake" COMPATIBILITY ${compatibility})
 install(FILES "${PROJECT_BINARY_DIR}/TarvexConfig.cmake" "${PROJECT_BINARY_DIR}/TarvexConfigVersion.cmake"
-    DESTINATION "${TARVEX_CMAKE_DIR}")
+    DESTINATION "${TARVEX_CMAKE_DIR}" COMPONENT core-development)

@@ -53,6 +53,36 @@ test -s "$work/moved/share/tarvex/face_models/LICENSE"
 said=$(cd "$work" && PATH="$work/moved/bin:$PATH" tarvex calibrate --distance-cm 50 --device "$work/absent" 2>&1) && exit 1
 [ "$said" = "Not calibrated: there is no camera $work/absent" ] || { echo "$said" >&2; exit 1; }
 
+# What is missing is named, with the remedy; a core library alone is enough for a host of it.
+for component in core core-development data; do
+    cmake --install "$build" --prefix "$work/core" --component "$component" >/dev/null
+done
+mkdir "$work/asking"
+printf 'cmake_minimum_required(VERSION 3.25)\nproject(Asking LANGUAGES CXX)\nfind_package(Tarvex ${WANTED} REQUIRED)\n' \
+    >"$work/asking/CMakeLists.txt"
+asking() {
+    rm -rf "$work/cmake/asking"
+    cmake -G Ninja -S "$work/asking" -B "$work/cmake/asking" -DCMAKE_PREFIX_PATH="$work/$1" -DWANTED="$2" 2>&1
+}
+expect_problem() {
+    if said=$(asking "$1" "$2") || ! echo "$said" | tr -s ' \n' ' ' | grep -qF "$3"; then
+        echo "find_package(Tarvex $2) does not say '$3' but: $said" >&2
+        exit 1
+    fi
+}
+version=$(pkg-config --modversion tarvex)
+asking core "${version%.*}" >/dev/null
+expect_problem core "${version%%.*}.99" "version: $version"
+expect_problem core "COMPONENTS;bogus" 'has no component "bogus": it has camera, gtk and testing'
+expect_problem core "COMPONENTS;camera" 'libtarvex-camera-dev, or from a build with TARVEX_BUILD_CAMERA=ON'
+PKG_CONFIG_LIBDIR=$work expect_problem moved "COMPONENTS;gtk" 'needs pkg-config and GTK 4.8 or later'
+core_libdir=$(dirname "$(find "$work/core" -name 'libtarvex.so')")
+# shellcheck disable=SC2046  # a list of words
+(cd "$work" && PKG_CONFIG_PATH="$core_libdir/pkgconfig" \
+    && g++ -std=c++23 snippets/program2.cpp $(pkg-config --cflags --libs tarvex) -o core_host)
+said=$(echo no | LD_LIBRARY_PATH=$core_libdir XDG_DATA_HOME="$work/core" "$work/core_host") && exit 1
+[ -z "$(find "$work/core" -name '*camera*' -o -name '*gtk*' -o -name '*testing*')" ]
+
 # A host may build the library itself. To configure it shows where the library will lie, and whether its model is there.
 cmake -G Ninja -S "$tests/subproject" -B "$work/subproject" -DTARVEX_SOURCE_DIR="$tests/.." -DTARVEX_BUILD_GTK=OFF \
     -DTARVEX_BUILD_CAMERA=OFF >/dev/null
