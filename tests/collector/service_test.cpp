@@ -142,6 +142,46 @@ TEST_F(CollectorProgram, AnnouncesWhereItServesAsLongAsItDoes) {
     EXPECT_EQ(refused->wait(), 1) << "no directory";
 }
 
+TEST_F(CollectorProgram, TakesANewCertificateAndANewTokenAtSighupAndAnnouncesThem) {
+    const auto place = directory_.path() / "announcement";
+    const auto other = directory_.path() / "other.toml";
+    test::writeFile(other, "directory = '" + (directory_.path() / "other").string() +
+                               "'\n[ingest]\nport = 0\nnames = ['" TARVEX_BACKEND_HOST "']\n[page]\nport = 0\n");
+    outputOf(*run({"--config", other, "serve"}), 2);  // it makes a certificate
+    const auto serving = run({"--config", configuration_, "serve", "--announce", place});
+    outputOf(*serving, 2);
+    ASSERT_TRUE(eventually([&] { return std::filesystem::exists(place / "port"); }));
+    const auto port = static_cast<std::uint16_t>(std::stoi(test::contentsOf(place / "port")));
+    const std::string oldPage = test::contentsOf(place / "page");
+    httplib::Client browser(oldPage.substr(0, oldPage.find("/?")));
+    const auto opens = [&](const std::string& page) {
+        return browser.Get(page.substr(page.find("/?"), page.size() - page.find("/?") - 1))->status == 303;
+    };
+    EXPECT_TRUE(opens(oldPage));
+
+    command({"token", "--new"});
+    for (const char* file : {"certificate.pem", "key.pem"})
+        std::filesystem::copy_file(directory_.path() / "other" / file, directory_.path() / "data" / file,
+                                   std::filesystem::copy_options::overwrite_existing);
+    const std::string certificate = test::contentsOf(directory_.path() / "other" / "certificate.pem");
+    EXPECT_NE(test::contentsOf(place / "certificate.pem"), certificate);
+    serving->kill(SIGHUP);
+    ASSERT_TRUE(eventually([&] { return test::contentsOf(place / "certificate.pem") == certificate; }));
+    ASSERT_TRUE(eventually([&] { return test::contentsOf(place / "page") != oldPage; }));
+    EXPECT_TRUE(opens(test::contentsOf(place / "page")));
+    EXPECT_FALSE(opens(oldPage));
+    session_ = tarvex::testing::makeLoopbackUrlSession(port, certificate);
+    EXPECT_EQ(post(document(1)), 200);
+
+    command({"token", "--new"});  // shows when the signal was heard
+    test::writeFile(directory_.path() / "data" / "certificate.pem", "none");
+    const std::string newPage = test::contentsOf(place / "page");
+    serving->kill(SIGHUP);
+    ASSERT_TRUE(eventually([&] { return test::contentsOf(place / "page") != newPage; }));
+    EXPECT_EQ(test::contentsOf(place / "certificate.pem"), certificate) << "what still holds";
+    EXPECT_EQ(post(document(2)), 200);
+}
+
 TEST_F(CollectorProgram, HasEverythingThatItAcknowledgedOnceAfterEachKill) {
     int next = 0;
     for (int round = 0; round < 5; ++round) {
