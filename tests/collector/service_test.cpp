@@ -1,6 +1,8 @@
 // The collector as a process of its own, and the transport that hosts reach it with.
 
 #include <httplib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "child_process.h"
 #include "platform/curl/posted_request.h"
@@ -180,6 +182,19 @@ TEST_F(CollectorProgram, TakesANewCertificateAndANewTokenAtSighupAndAnnouncesThe
     ASSERT_TRUE(eventually([&] { return test::contentsOf(place / "page") != newPage; }));
     EXPECT_EQ(test::contentsOf(place / "certificate.pem"), certificate) << "what still holds";
     EXPECT_EQ(post(document(2)), 200);
+}
+
+TEST_F(CollectorProgram, LeavesANewTokenThatRootMakesToTheOwnerOfTheDirectory) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root makes files for somebody else";
+    constexpr ::uid_t nobody = 65'534;
+    const auto data = directory_.path() / "data";
+    std::filesystem::create_directory(data);
+    ASSERT_EQ(::chown(data.c_str(), nobody, nobody), 0);
+    command({"token", "--new"});
+    struct ::stat token{};
+    ASSERT_EQ(::stat((data / "token").c_str(), &token), 0);
+    EXPECT_EQ(token.st_uid, nobody);
+    EXPECT_EQ(token.st_mode & 0777U, 0600U);
 }
 
 TEST_F(CollectorProgram, HasEverythingThatItAcknowledgedOnceAfterEachKill) {
