@@ -173,6 +173,9 @@ int main(int argc, char** argv) {
         const Configuration configuration = readConfiguration(arguments.configuration);
         const Command command = commands.at(app.get_subcommands().front());
         return command != nullptr ? command(configuration, arguments) : serve(configuration, arguments.announcement);
+    } catch (const ConfigurationError& error) {
+        std::cerr << "tarvex-collector: " << error.what() << "\n";
+        return 2;  // another try would not help
     } catch (const std::exception& error) {
         std::cerr << "tarvex-collector: " << error.what() << "\n";
         return 1;

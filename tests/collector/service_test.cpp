@@ -122,6 +122,8 @@ TEST_F(CollectorProgram, ReceivesKeepsAndShowsWhatHostsPost) {
     EXPECT_EQ(command({"--print-config"}), test::contentsOf(TARVEX_DEFAULT_CONFIGURATION));
     command({"enrol", "--participant", "nobody"}, 1);
     command({"nonsense"}, 2);
+    test::writeFile(configuration_, "port = 1\n");
+    command({"serve"}, 2);
 }
 
 TEST_F(CollectorProgram, AnnouncesWhereItServesAsLongAsItDoes) {
