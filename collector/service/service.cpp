@@ -227,7 +227,7 @@ int serve(const Configuration& configuration, const std::filesystem::path& annou
     const auto certificate = certificateOf(configuration);
     const auto ingestion = openIngestion(configuration, certificate, importer);
     PageService page(configuration);
-    std::cout << "Documents are received on " << configuration.ingest.address << ":" << ingestion->port() << "\n"
+    std::cout << "Documents are received on " << hostAndPort(configuration.ingest.address, ingestion->port()) << "\n"
               << "The page: " << page.address() << "\n"
               << std::flush;
     Serving serving{.ingestion = *ingestion, .certificate = certificate ? certificate->chain : "", .page = page};
