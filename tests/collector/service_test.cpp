@@ -39,10 +39,12 @@ std::string outputOf(const test::ChildProcess& process, std::size_t lines = SIZE
 
 class CollectorProgram : public ::testing::Test {
 protected:
-    CollectorProgram() {
-        test::writeFile(configuration_, "directory = '" + (directory_.path() / "data").string() +
-                                            "'\n[ingest]\nport = 0\nnames = ['" TARVEX_BACKEND_HOST
-                                            "']\n[page]\nport = 0\n");
+    CollectorProgram() { configure(); }
+
+    void configure(const std::string& more = "") {
+        test::writeFile(configuration_,
+                        "directory = '" + (directory_.path() / "data").string() +
+                            "'\n[ingest]\nport = 0\nnames = ['" TARVEX_BACKEND_HOST "']\n[page]\nport = 0\n" + more);
     }
 
     /// Starts to serve, and waits until it does.
@@ -70,10 +72,16 @@ protected:
         return output;
     }
 
-    static std::string document(int number) {
-        return R"({"trackingData":[{"type":"ambient_light","timestamp":)" + std::to_string(1'790'000'000 + number) +
-               R"(,"data":{"lux":)" + std::to_string(number) +
-               R"(,"channel0":0,"channel1":0,"channel2":0,"channel3":0}}],"userId":"one"})";
+    static std::string document(int number) { return documentOf("one", {{1'790'000'000 + number, number}}); }
+
+    /// Of light, by time.
+    static std::string documentOf(const std::string& participant, const std::map<std::int64_t, int>& samples) {
+        std::string records;
+        for (const auto& [time, lux] : samples)
+            records += (records.empty() ? "" : ",") +
+                       (R"({"type":"ambient_light","timestamp":)" + std::to_string(time)) + R"(,"data":{"lux":)" +
+                       std::to_string(lux) + R"(,"channel0":0,"channel1":0,"channel2":0,"channel3":0}})";
+        return R"({"trackingData":[)" + records + R"(],"userId":")" + participant + "\"}";
     }
 
     TemporaryDirectory directory_;
@@ -197,6 +205,41 @@ TEST_F(CollectorProgram, LeavesANewTokenThatRootMakesToTheOwnerOfTheDirectory) {
     ASSERT_EQ(::stat((data / "token").c_str(), &token), 0);
     EXPECT_EQ(token.st_uid, nobody);
     EXPECT_EQ(token.st_mode & 0777U, 0600U);
+}
+
+TEST_F(CollectorProgram, DeletesWhatIsTooOldAlsoInThePenAndLetsNoRepeatBringItBack) {
+    constexpr std::int64_t day = 86'400;
+    const std::int64_t now = std::time(nullptr);
+    const std::string enrolment = "[enrolment]\nrequired = true\nidentifiers = ['one']\n";
+    // Participants and numbers of lux.
+    const auto stored = [&] {
+        std::istringstream rows(command({"export", "--type", "light", "--pen"}));
+        std::vector<std::string> found;
+        std::array<std::string, 4> cells;
+        for (std::string row; std::getline(rows, row);) {
+            std::istringstream line(row);
+            for (std::string& cell : cells)
+                std::getline(line, cell, ',');
+            if (cells[0] != "participant") found.push_back(cells[0] + cells[3]);
+        }
+        return found;
+    };
+    const auto post = [&](const std::map<std::int64_t, int>& samples) {
+        for (const char* participant : {"one", "stranger"})
+            EXPECT_EQ(CollectorProgram::post(documentOf(participant, samples)), 200);
+    };
+    const std::map<std::int64_t, int> first{{now - 31 * day, 1}, {now - 29 * day, 2}};
+    configure(enrolment);
+    serve();
+    post(first);
+    EXPECT_THAT(stored(), ElementsAre("one1", "one2", "stranger1", "stranger2"));
+
+    configure(enrolment + "[retention]\ndays = 30\n");
+    serve();
+    EXPECT_TRUE(eventually([&] { return stored() == std::vector<std::string>{"one2", "stranger2"}; }));
+    post(first);
+    post({{now - 40 * day, 3}, {now - 31 * day, 1}, {now - 29 * day, 2}, {now, 4}});
+    EXPECT_THAT(stored(), ElementsAre("one2", "one4", "stranger2", "stranger4"));
 }
 
 TEST_F(CollectorProgram, HasEverythingThatItAcknowledgedOnceAfterEachKill) {
