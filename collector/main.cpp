@@ -139,7 +139,9 @@ std::map<CLI::App*, Command> addCommands(CLI::App& app, Arguments& arguments) {
     auto* showing = app.add_subcommand("status", "Shows who sends, and what is wrong");
     showing->add_flag("--json", arguments.asJson, "As JSON");
     auto* address = app.add_subcommand("token", "Prints the address of the researcher's page, with its token");
-    address->add_flag("--new", arguments.renewsToken, "Makes a new token; the old one no longer opens the page");
+    address->add_flag(
+        "--new", arguments.renewsToken,
+        "Makes a new token; a collector that serves takes it at SIGHUP, and the old one no longer opens the page");
     return {{exporting, exportCommand}, {deleting, deleteCommand}, {enrolling, enrolCommand},
             {showing, statusCommand},   {address, tokenCommand},   {serving, nullptr}};
 }
@@ -171,6 +173,9 @@ int main(int argc, char** argv) {
         const Configuration configuration = readConfiguration(arguments.configuration);
         const Command command = commands.at(app.get_subcommands().front());
         return command != nullptr ? command(configuration, arguments) : serve(configuration, arguments.announcement);
+    } catch (const ConfigurationError& error) {
+        std::cerr << "tarvex-collector: " << error.what() << "\n";
+        return 2;  // another try would not help
     } catch (const std::exception& error) {
         std::cerr << "tarvex-collector: " << error.what() << "\n";
         return 1;

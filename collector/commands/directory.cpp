@@ -55,9 +55,13 @@ std::string pageToken(const Configuration& configuration, bool renews) {
 std::string pageAddress(const Configuration& configuration, std::uint16_t port, const std::string& token) {
     const auto& page = configuration.page;
     const std::string scheme = page.certificate.empty() ? "http://" : "https://";
-    std::string host = page.names.empty() ? page.address : page.names.front();
+    const std::string& host = page.names.empty() ? page.address : page.names.front();
+    return scheme + hostAndPort(host, port) + "/?token=" + token;
+}
+
+std::string hostAndPort(std::string host, std::uint16_t port) {
     if (host.contains(':')) host.insert(0, "[").append("]");
-    return scheme + host + ":" + std::to_string(port) + "/?token=" + token;
+    return host + ":" + std::to_string(port);
 }
 
 }  // namespace tarvex::collector

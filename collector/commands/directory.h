@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -19,5 +20,8 @@ std::string pageToken(const Configuration& configuration, bool renews = false);
 
 /// The page's address, with its token.
 std::string pageAddress(const Configuration& configuration, std::uint16_t port, const std::string& token);
+
+/// As in an address: `host:port`, an address of IPv6 in brackets.
+std::string hostAndPort(std::string host, std::uint16_t port);
 
 }  // namespace tarvex::collector

@@ -138,6 +138,7 @@ private:
     void leave();
     void refuseValue();
     void finishRecord();
+    std::size_t recordBegin() const;
     std::string excerpt() const;
     [[noreturn]] static void refuse(const char* why) { throw NotADocument(why); }
 
@@ -148,7 +149,7 @@ private:
     Member member_ = Member::unknown;
     int ignored_ = 0;
     Record record_;
-    std::size_t recordBegin_ = 0;
+    std::size_t lastRecordEnd_ = 0;
     bool hasUserId_ = false;
     bool hasSamples_ = false;
 };
@@ -212,7 +213,9 @@ bool Reader::string(std::string_view text) {
 
 /// A value that is of no use at its place.
 bool Reader::value() {
-    if (ignored_ == 0) refuseValue();
+    if (ignored_ > 0) return true;
+    refuseValue();
+    if (place_ == Place::samples) finishRecord();
     return true;
 }
 
@@ -225,10 +228,8 @@ void Reader::refuseValue() {
             if (member_ == Member::userId) refuse("The document's \"userId\" is no text.");
             break;
         case Place::samples:
-            recordBegin_ = stream_.Tell();
             record_.begin();
             record_.refuse("it is no object");
-            finishRecord();
             break;
         case Place::record:
             record_.refuse("a member is of the wrong type");
@@ -257,9 +258,9 @@ bool Reader::begin(bool isObject) {
     } else if (place_ == Place::document && member_ == Member::samples && !isObject) {
         place_ = Place::samples;
         hasSamples_ = true;
+        lastRecordEnd_ = stream_.Tell();
     } else if (place_ == Place::samples && isObject) {
         place_ = Place::record;
-        recordBegin_ = stream_.Tell() - 1;
         record_.begin();
     } else if (place_ == Place::record && member_ == Member::data && isObject) {
         place_ = Place::data;
@@ -273,7 +274,7 @@ bool Reader::begin(bool isObject) {
 
 bool Reader::end() {
     if (ignored_ > 0) {
-        --ignored_;
+        if (--ignored_ == 0 && place_ == Place::samples) finishRecord();
     } else if (place_ == Place::record) {
         finishRecord();
         place_ = Place::samples;
@@ -298,16 +299,31 @@ void Reader::leave() {
 
 void Reader::finishRecord() {
     std::string reason;
-    if (record_.finish(document_, reason)) return;
-    ++document_.unreadableCount;
-    if (document_.unreadable.size() < mostExplained)
-        document_.unreadable.push_back({.reason = std::move(reason), .excerpt = excerpt()});
+    if (!record_.finish(document_, reason)) {
+        ++document_.unreadableCount;
+        if (document_.unreadable.size() < mostExplained)
+            document_.unreadable.push_back({.reason = std::move(reason), .excerpt = excerpt()});
+    }
+    lastRecordEnd_ = stream_.Tell();
+}
+
+/// Of the record that has just been read, behind what stands between it and the one before.
+std::size_t Reader::recordBegin() const {
+    std::string bytes(longestExcerpt, '\0');
+    for (std::size_t begin = lastRecordEnd_; begin < stream_.Tell(); begin += bytes.size()) {
+        bytes.resize(body_.read(begin, std::as_writable_bytes(std::span(bytes))));
+        const std::size_t first = bytes.find_first_not_of(", \t\r\n");
+        if (first != std::string::npos) return begin + first;
+        if (bytes.empty()) break;
+    }
+    return stream_.Tell();
 }
 
 /// The record's own bytes, as far as they are printable.
 std::string Reader::excerpt() const {
-    std::string bytes(std::min(longestExcerpt, stream_.Tell() - recordBegin_), '\0');
-    bytes.resize(body_.read(recordBegin_, std::as_writable_bytes(std::span(bytes))));
+    const std::size_t begin = recordBegin();
+    std::string bytes(std::min(longestExcerpt, stream_.Tell() - begin), '\0');
+    bytes.resize(body_.read(begin, std::as_writable_bytes(std::span(bytes))));
     for (char& letter : bytes)
         if (letter < ' ' || letter == '\x7f') letter = '?';  // bytes beyond ASCII are negative
     return bytes;

@@ -60,7 +60,7 @@ struct Found {
 
 /// What the days of one participant show.
 struct Days {
-    std::uint64_t samples = 0;
+    std::optional<std::int64_t> newest;  ///< with samples
     Found dark;
     Found stuck;
     Found tooNear;
@@ -72,9 +72,9 @@ using DaysOfAll = std::map<std::string, Days>;
 DaysOfAll summarise(const std::vector<DaySummary>& days, std::int64_t today, const ProblemLimits& limits) {
     DaysOfAll all;
     for (const DaySummary& day : days) {
-        Days& own = all[day.participant];
-        own.samples += day.samples;
         if (day.samples == 0) continue;
+        Days& own = all[day.participant];
+        own.newest = std::max(own.newest.value_or(day.day), day.day);
         if (day.signal == Signal::distance) {
             if (day.least < limits.nearest) own.tooNear.add(day.day, day.least);
             if (day.greatest > limits.farthest) own.tooFar.add(day.day, day.greatest);
@@ -98,9 +98,11 @@ public:
             add(Problem::Severity::error, Problem::Kind::silent, silence,
                 "Nothing has come for " + counted(silence / secondsOfDay, "day") + "; the last contact was on " +
                     dateOf(lastDay) + ".");
-        else if (days.samples == 0)
-            add(Problem::Severity::error, Problem::Kind::nothingMeasured, static_cast<double>(participant_.documents),
+        else if (!days.newest)
+            add(Problem::Severity::error, Problem::Kind::nothingMeasured, dayCount * secondsOfDay,
                 "Is in contact, but sent no sample of the last " + counted(dayCount, "day") + ".");
+        else
+            lookAtNewest(now - secondsOfDay * static_cast<double>(*days.newest + 1), *days.newest);
     }
 
     void lookAtLight(const Days& days) {
@@ -129,7 +131,7 @@ public:
         if (skew > limits_.clockSkew)
             add(Problem::Severity::error, Problem::Kind::clockIsAhead, skew,
                 "The clock is " + durationOf(skew) + " ahead: the times of the samples are wrong.");
-        if (skew < -limits_.clockSkew)
+        if (skew < -limits_.clockSkew && !lacksNewSamples_)
             add(Problem::Severity::warning, Problem::Kind::clockIsBehind, -skew,
                 "The newest sample was " + durationOf(-skew) +
                     " old when it came: the clock is behind, or nothing was measured in between.");
@@ -148,6 +150,14 @@ public:
     }
 
 private:
+    void lookAtNewest(double age, std::int64_t day) {
+        lacksNewSamples_ = age >= limits_.silence;
+        if (lacksNewSamples_)
+            add(Problem::Severity::error, Problem::Kind::nothingMeasured, age,
+                "Is in contact, but the newest sample is of " + dateOf(day) +
+                    ": nothing was measured since, or the clock is behind.");
+    }
+
     void add(Problem::Severity severity, Problem::Kind kind, double extent, std::string sentence) {
         problems_.push_back({.severity = severity,
                              .kind = kind,
@@ -159,6 +169,7 @@ private:
     const Participant& participant_;
     const ProblemLimits& limits_;
     std::vector<Problem>& problems_;
+    bool lacksNewSamples_ = false;  ///< has been said
 };
 
 }  // namespace

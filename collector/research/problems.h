@@ -32,7 +32,7 @@ struct Problem {
 
 /// What counts as one.
 struct ProblemLimits {
-    double silence = 2 * 86'400.0;  ///< seconds without contact
+    double silence = 2 * 86'400.0;  ///< seconds without contact, or without a sample
     double clockSkew = 600;         ///< seconds
     double nearest = 10;            ///< centimetres
     double farthest = 200;          ///< centimetres

@@ -33,6 +33,10 @@ std::string certificatesIn(const std::filesystem::path& file) {
 Announcement::Announcement(std::filesystem::path directory, const Contents& contents)
     : directory_(std::move(directory)) {
     std::filesystem::create_directories(directory_);
+    update(contents);
+}
+
+void Announcement::update(const Contents& contents) {
     if (!contents.certificate.empty())
         writeWholeFile(directory_ / "certificate.pem", certificatesIn(contents.certificate), 0644);
     writeWholeFile(directory_ / "page", contents.pageAddress + "\n", 0600);

@@ -20,6 +20,9 @@ public:
     /// Makes the directory where it is missing. Throws `std::system_error`.
     Announcement(std::filesystem::path directory, const Contents& contents);
 
+    /// Says something else from now on; without a certificate, the one that is there stays. Throws `std::system_error`.
+    void update(const Contents& contents);
+
     /// Removes `port` and `page`.
     ~Announcement();
     Announcement(const Announcement&) = delete;

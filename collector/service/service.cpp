@@ -3,9 +3,12 @@
 #include <csignal>
 
 #include <chrono>
+#include <exception>
+#include <functional>
 #include <iostream>
 #include <limits>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -83,17 +86,7 @@ public:
     explicit PageService(const Configuration& configuration)
         : configuration_(configuration),
           token_(pageToken(configuration)),
-          page_({.open = [this] { return openStore(configuration_.engine); },
-                 .access = {.token = token_,
-                            .port = [this] { return port(); },
-                            .hosts = configuration.page.names,
-                            .isEncrypted = !configuration.page.certificate.empty()},
-                 .expected = {.light = configuration.expectedLight, .distance = configuration.expectedDistance},
-                 .now = now,
-                 .exports =
-                     [this](const RequestHead& head) {
-                         return answerExport(head, [this] { return openStore(configuration_.engine); });
-                     }}),
+          page_(makePage()),
           server_({.address = configuration.page.address,
                    .port = configuration.page.port,
                    .certificate = certificateOfPage(configuration),
@@ -107,7 +100,36 @@ public:
     std::string address() const { return pageAddress(configuration_, port(), token_); }
     HttpServer& server() { return server_; }
 
+    /// Takes the token that is in the collector's directory now. On the thread that made the object.
+    void renewToken() {
+        const std::string token = pageToken(configuration_);
+        if (token == token_) return;
+        token_ = token;
+        const auto page = makePage();
+        const std::lock_guard lock(mutex_);
+        page_ = page;
+    }
+
 private:
+    std::shared_ptr<ResearchPage> makePage() {
+        return std::make_shared<ResearchPage>(ResearchPage::Options{
+            .open = [this] { return openStore(configuration_.engine); },
+            .access = {.token = token_,
+                       .port = [this] { return port(); },
+                       .hosts = configuration_.page.names,
+                       .isEncrypted = !configuration_.page.certificate.empty()},
+            .expected = {.light = configuration_.expectedLight, .distance = configuration_.expectedDistance},
+            .now = now,
+            .exports =
+                [this](const RequestHead& head) {
+                    return answerExport(head, [this] { return openStore(configuration_.engine); });
+                }});
+    }
+    std::shared_ptr<ResearchPage> page() {
+        const std::lock_guard lock(mutex_);
+        return page_;
+    }
+
     static std::optional<HttpServer::Certificate> certificateOfPage(const Configuration& configuration) {
         if (configuration.page.certificate.empty()) return std::nullopt;
         return HttpServer::Certificate{.chain = configuration.page.certificate, .key = configuration.page.key};
@@ -123,29 +145,54 @@ private:
         workers_.run([this, shared, respond = std::move(respond)] {
             std::string body(shared->file.size(), '\0');
             body.resize(shared->file.read(0, std::as_writable_bytes(std::span(body))));
-            respond(page_.answer(shared->head, body));
+            respond(page()->answer(shared->head, body));
         });
     }
 
     const Configuration& configuration_;
-    const std::string token_;
-    ResearchPage page_;
+    std::string token_;
+    std::mutex mutex_;
+    std::shared_ptr<ResearchPage> page_;
     Workers workers_{2};
     HttpServer server_;
 };
 
 /// Until a signal ends it.
-void awaitEnd(const sigset_t& signals, HttpServer& ingestion, HttpServer& page) {
+void awaitEnd(const sigset_t& signals, const std::function<void()>& reload) {
     while (true) {
         int signal = 0;
         if (sigwait(&signals, &signal) != 0) continue;
         if (signal != SIGHUP) return;
-        for (HttpServer* server : {&ingestion, &page}) {
-            if (const auto refusal = server->reloadCertificate()) log("a certificate stays as it was: " + *refusal);
-        }
-        log("the certificates were read again");
+        reload();
     }
 }
+
+/// What is served, and where that is said.
+struct Serving {
+    HttpServer& ingestion;
+    std::filesystem::path certificate;  ///< of the ingestion; empty where it is plain
+    PageService& page;
+    std::optional<Announcement> announced = std::nullopt;
+
+    Announcement::Contents contents() const {
+        return {.port = ingestion.port(), .certificate = certificate, .pageAddress = page.address()};
+    }
+
+    void reload() {
+        const auto refusal = ingestion.reloadCertificate();
+        for (const auto& one : {refusal, page.server().reloadCertificate()})
+            if (one) log("a certificate stays as it was: " + *one);
+        try {
+            page.renewToken();
+            auto announcement = contents();
+            if (refusal) announcement.certificate.clear();
+            if (announced) announced->update(announcement);
+        } catch (const std::exception& failure) {
+            log(std::string("the token or the announcement stays as it was: ") + failure.what());
+        }
+        log("the certificates and the page's token were read again");
+    }
+};
 
 }  // namespace
 
@@ -180,16 +227,13 @@ int serve(const Configuration& configuration, const std::filesystem::path& annou
     const auto certificate = certificateOf(configuration);
     const auto ingestion = openIngestion(configuration, certificate, importer);
     PageService page(configuration);
-    std::cout << "Documents are received on " << configuration.ingest.address << ":" << ingestion->port() << "\n"
+    std::cout << "Documents are received on " << hostAndPort(configuration.ingest.address, ingestion->port()) << "\n"
               << "The page: " << page.address() << "\n"
               << std::flush;
-    std::optional<Announcement> announced;
-    if (!announcement.empty())
-        announced.emplace(announcement, Announcement::Contents{.port = ingestion->port(),
-                                                               .certificate = certificate ? certificate->chain : "",
-                                                               .pageAddress = page.address()});
-    awaitEnd(signals, *ingestion, page.server());
-    announced.reset();
+    Serving serving{.ingestion = *ingestion, .certificate = certificate ? certificate->chain : "", .page = page};
+    if (!announcement.empty()) serving.announced.emplace(announcement, serving.contents());
+    awaitEnd(signals, [&] { serving.reload(); });
+    serving.announced.reset();
     log("ending");
     constexpr auto patience = 30s;
     page.server().stop(1s);

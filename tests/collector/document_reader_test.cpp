@@ -12,6 +12,7 @@ struct Read {
     std::vector<Distance> distances;
     std::vector<OtherSample> others;
     std::vector<std::string> reasons;
+    std::vector<std::string> excerpts;
     std::string refusal;
 };
 
@@ -34,8 +35,10 @@ protected:
             read.light = samplesOf(document.light);
             read.distances = samplesOf(document.distances);
             read.others = samplesOf(document.others);
-            for (const Unreadable& record : document.unreadable)
+            for (const Unreadable& record : document.unreadable) {
                 read.reasons.push_back(record.reason);
+                read.excerpts.push_back(record.excerpt);
+            }
             EXPECT_EQ(read.reasons.size(), std::min<std::size_t>(document.unreadableCount, 1000));
         } catch (const NotADocument& refusal) {
             read.refusal = refusal.what();
@@ -116,6 +119,19 @@ TEST_F(DocumentReader, LeavesOutARecordThatCannotBeReadAndKeepsTheRest) {
         names += (name > 0 ? ",\"n" : "\"n") + std::to_string(name) + "\":1";
     EXPECT_THAT(readRecords(R"({"type":"x","timestamp":1,"data":{)" + names + "}}").reasons,
                 ElementsAre("it has more than 64 names"));
+}
+
+TEST_F(DocumentReader, ShowsTheBytesOfARecordThatCannotBeRead) {
+    const std::string gap = std::string(1000, ' ') + "\n";
+    const std::string object = R"({"type":"x\n"})";
+    const std::string longText = '"' + std::string(400, 'x') + '"';
+    std::string records = gap;
+    for (const std::string& record :
+         {std::string("7"), light, std::string("null"), object, R"("a\u0041b")" + gap, std::string("[ [1,\n2], {} ]"),
+          std::string("-1e400"), longText, std::string("true")})
+        records.append(records == gap ? "" : "," + gap).append(record);
+    EXPECT_THAT(readRecords(records).excerpts, ElementsAre("7", "null", object, R"("a\u0041b")", "[ [1,?2], {} ]",
+                                                           "-1e400", longText.substr(0, 300), "true"));
 }
 
 TEST_F(DocumentReader, RefusesWhatIsNoDocument) {

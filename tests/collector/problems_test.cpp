@@ -45,6 +45,28 @@ TEST(Problems, SaysEachInOnePlainSentence) {
     EXPECT_EQ(sentences["P16"], "4,211 samples came again and were dropped; nothing is lost.");
 }
 
+TEST(Problems, NamesTheLastDayOfSamplesOfWhoeverIsInContactWithoutNewOnes) {
+    const double now = SimulatedStudy::now;
+    const std::int64_t today = static_cast<std::int64_t>(now / 86'400);
+    const auto found = [&](std::int64_t newest, double skew) {
+        const Participant late{
+            .identifier = "P", .application = "", .device = "", .lastContact = now - 60, .clockSkew = skew};
+        std::vector<std::string> sentences;
+        for (const Problem& problem : findProblems({late},
+                                                   {{"P", Signal::light, newest, 900, 0, 9, 80'000},
+                                                    {"P", Signal::distance, newest - 1, 900, 40, 60, 80'000}},
+                                                   21, now))
+            sentences.push_back((problem.severity == Problem::Severity::error ? "error: " : "") + problem.sentence);
+        return sentences;
+    };
+    EXPECT_THAT(
+        found(today - 4, -4 * 86'400.0),
+        ElementsAre("error: Is in contact, but the newest sample is of 21 Nov 2026: nothing was measured since, "
+                    "or the clock is behind."));
+    EXPECT_THAT(found(today - 2, -2.2 * 86'400), ElementsAre(HasSubstr("old when it came"))) << "a warning";
+    EXPECT_THAT(found(today - 2, 0), IsEmpty());
+}
+
 TEST(Problems, LeavesAloneWhatIsWithinTheLimits) {
     const double now = SimulatedStudy::now;
     const std::int64_t today = static_cast<std::int64_t>(now / 86'400);

@@ -1,6 +1,8 @@
 // The collector as a process of its own, and the transport that hosts reach it with.
 
 #include <httplib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "child_process.h"
 #include "platform/curl/posted_request.h"
@@ -37,10 +39,12 @@ std::string outputOf(const test::ChildProcess& process, std::size_t lines = SIZE
 
 class CollectorProgram : public ::testing::Test {
 protected:
-    CollectorProgram() {
-        test::writeFile(configuration_, "directory = '" + (directory_.path() / "data").string() +
-                                            "'\n[ingest]\nport = 0\nnames = ['" TARVEX_BACKEND_HOST
-                                            "']\n[page]\nport = 0\n");
+    CollectorProgram() { configure(); }
+
+    void configure(const std::string& more = "") {
+        test::writeFile(configuration_,
+                        "directory = '" + (directory_.path() / "data").string() +
+                            "'\n[ingest]\nport = 0\nnames = ['" TARVEX_BACKEND_HOST "']\n[page]\nport = 0\n" + more);
     }
 
     /// Starts to serve, and waits until it does.
@@ -68,10 +72,16 @@ protected:
         return output;
     }
 
-    static std::string document(int number) {
-        return R"({"trackingData":[{"type":"ambient_light","timestamp":)" + std::to_string(1'790'000'000 + number) +
-               R"(,"data":{"lux":)" + std::to_string(number) +
-               R"(,"channel0":0,"channel1":0,"channel2":0,"channel3":0}}],"userId":"one"})";
+    static std::string document(int number) { return documentOf("one", {{1'790'000'000 + number, number}}); }
+
+    /// Of light, by time.
+    static std::string documentOf(const std::string& participant, const std::map<std::int64_t, int>& samples) {
+        std::string records;
+        for (const auto& [time, lux] : samples)
+            records += (records.empty() ? "" : ",") +
+                       (R"({"type":"ambient_light","timestamp":)" + std::to_string(time)) + R"(,"data":{"lux":)" +
+                       std::to_string(lux) + R"(,"channel0":0,"channel1":0,"channel2":0,"channel3":0}})";
+        return R"({"trackingData":[)" + records + R"(],"userId":")" + participant + "\"}";
     }
 
     TemporaryDirectory directory_;
@@ -120,6 +130,8 @@ TEST_F(CollectorProgram, ReceivesKeepsAndShowsWhatHostsPost) {
     EXPECT_EQ(command({"--print-config"}), test::contentsOf(TARVEX_DEFAULT_CONFIGURATION));
     command({"enrol", "--participant", "nobody"}, 1);
     command({"nonsense"}, 2);
+    test::writeFile(configuration_, "port = 1\n");
+    command({"serve"}, 2);
 }
 
 TEST_F(CollectorProgram, AnnouncesWhereItServesAsLongAsItDoes) {
@@ -140,6 +152,94 @@ TEST_F(CollectorProgram, AnnouncesWhereItServesAsLongAsItDoes) {
 
     const auto refused = run({"--config", configuration_, "serve", "--announce", configuration_});
     EXPECT_EQ(refused->wait(), 1) << "no directory";
+}
+
+TEST_F(CollectorProgram, TakesANewCertificateAndANewTokenAtSighupAndAnnouncesThem) {
+    const auto place = directory_.path() / "announcement";
+    const auto other = directory_.path() / "other.toml";
+    test::writeFile(other, "directory = '" + (directory_.path() / "other").string() +
+                               "'\n[ingest]\nport = 0\nnames = ['" TARVEX_BACKEND_HOST "']\n[page]\nport = 0\n");
+    outputOf(*run({"--config", other, "serve"}), 2);  // it makes a certificate
+    const auto serving = run({"--config", configuration_, "serve", "--announce", place});
+    outputOf(*serving, 2);
+    ASSERT_TRUE(eventually([&] { return std::filesystem::exists(place / "port"); }));
+    const auto port = static_cast<std::uint16_t>(std::stoi(test::contentsOf(place / "port")));
+    const std::string oldPage = test::contentsOf(place / "page");
+    httplib::Client browser(oldPage.substr(0, oldPage.find("/?")));
+    const auto opens = [&](const std::string& page) {
+        return browser.Get(page.substr(page.find("/?"), page.size() - page.find("/?") - 1))->status == 303;
+    };
+    EXPECT_TRUE(opens(oldPage));
+
+    command({"token", "--new"});
+    for (const char* file : {"certificate.pem", "key.pem"})
+        std::filesystem::copy_file(directory_.path() / "other" / file, directory_.path() / "data" / file,
+                                   std::filesystem::copy_options::overwrite_existing);
+    const std::string certificate = test::contentsOf(directory_.path() / "other" / "certificate.pem");
+    EXPECT_NE(test::contentsOf(place / "certificate.pem"), certificate);
+    serving->kill(SIGHUP);
+    ASSERT_TRUE(eventually([&] { return test::contentsOf(place / "certificate.pem") == certificate; }));
+    ASSERT_TRUE(eventually([&] { return test::contentsOf(place / "page") != oldPage; }));
+    EXPECT_TRUE(opens(test::contentsOf(place / "page")));
+    EXPECT_FALSE(opens(oldPage));
+    session_ = tarvex::testing::makeLoopbackUrlSession(port, certificate);
+    EXPECT_EQ(post(document(1)), 200);
+
+    command({"token", "--new"});  // shows when the signal was heard
+    test::writeFile(directory_.path() / "data" / "certificate.pem", "none");
+    const std::string newPage = test::contentsOf(place / "page");
+    serving->kill(SIGHUP);
+    ASSERT_TRUE(eventually([&] { return test::contentsOf(place / "page") != newPage; }));
+    EXPECT_EQ(test::contentsOf(place / "certificate.pem"), certificate) << "what still holds";
+    EXPECT_EQ(post(document(2)), 200);
+}
+
+TEST_F(CollectorProgram, LeavesANewTokenThatRootMakesToTheOwnerOfTheDirectory) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root makes files for somebody else";
+    constexpr ::uid_t nobody = 65'534;
+    const auto data = directory_.path() / "data";
+    std::filesystem::create_directory(data);
+    ASSERT_EQ(::chown(data.c_str(), nobody, nobody), 0);
+    command({"token", "--new"});
+    struct ::stat token{};
+    ASSERT_EQ(::stat((data / "token").c_str(), &token), 0);
+    EXPECT_EQ(token.st_uid, nobody);
+    EXPECT_EQ(token.st_mode & 0777U, 0600U);
+}
+
+TEST_F(CollectorProgram, DeletesWhatIsTooOldAlsoInThePenAndLetsNoRepeatBringItBack) {
+    constexpr std::int64_t day = 86'400;
+    const std::int64_t now = std::time(nullptr);
+    const std::string enrolment = "[enrolment]\nrequired = true\nidentifiers = ['one']\n";
+    // Participants and numbers of lux.
+    const auto stored = [&] {
+        std::istringstream rows(command({"export", "--type", "light", "--pen"}));
+        std::vector<std::string> found;
+        std::array<std::string, 4> cells;
+        for (std::string row; std::getline(rows, row);) {
+            std::istringstream line(row);
+            for (std::string& cell : cells)
+                std::getline(line, cell, ',');
+            if (cells[0] != "participant") found.push_back(cells[0] + cells[3]);
+        }
+        return found;
+    };
+    const auto post = [&](const std::map<std::int64_t, int>& samples) {
+        for (const char* participant : {"one", "stranger"})
+            EXPECT_EQ(CollectorProgram::post(documentOf(participant, samples)), 200);
+    };
+    const std::map<std::int64_t, int> first{{now - 31 * day, 1}, {now - 29 * day, 2}};
+    configure(enrolment);
+    serve();
+    post(first);
+    EXPECT_THAT(stored(), ElementsAre("one1", "one2", "stranger1", "stranger2"));
+
+    configure(enrolment + "[retention]\ndays = 30\n");
+    serve();
+    EXPECT_TRUE(eventually([&] { return stored() == std::vector<std::string>{"one2", "stranger2"}; }));
+    post(first);
+    post({{now - 40 * day, 3}, {now - 31 * day, 1}, {now - 29 * day, 2}, {now, 4}});
+    EXPECT_THAT(stored(), ElementsAre("one2", "one4", "stranger2", "stranger4"));
 }
 
 TEST_F(CollectorProgram, HasEverythingThatItAcknowledgedOnceAfterEachKill) {
