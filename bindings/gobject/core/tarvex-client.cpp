@@ -10,6 +10,7 @@
 #include "library.h"
 #include "main_loop.h"
 #include "private.h"
+#include "reader.h"
 #include "tarvex-error.h"
 
 struct _TarvexClient {
@@ -21,8 +22,9 @@ G_DEFINE_FINAL_TYPE(TarvexClient, tarvex_client, G_TYPE_OBJECT)
 namespace {
 
 using tarvex::Client;
-using tarvex::DataReader;
+using tarvex::glib::isReader;
 using tarvex::glib::Library;
+using tarvex::glib::makeReader;
 
 enum Property : guint { noProperty, countProperty, distanceAvailableProperty, firstSetting };
 
@@ -30,14 +32,6 @@ constexpr std::array settings{"application-id", "application-name", "camera-usag
                               "data-directory", "bundle-directory", "sensor-root"};
 
 std::array<GParamSpec*, firstSetting + settings.size()> properties{};
-
-bool isReader(TarvexReader reader) {
-    return reader == TARVEX_READER_DISTANCE || reader == TARVEX_READER_AMBIENT_LIGHT;
-}
-
-DataReader makeReader(TarvexReader reader, std::optional<std::int64_t> interval = std::nullopt) {
-    return reader == TARVEX_READER_DISTANCE ? DataReader::distance(interval) : DataReader::ambientLight(interval);
-}
 
 GError* makeError(const tarvex::TarvexError& error) {
     return g_error_new_literal(TARVEX_ERROR, static_cast<int>(error.code()),

@@ -1,6 +1,8 @@
 #include "tarvex-consent-request.h"
 
+#include <algorithm>
 #include <array>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,12 +13,13 @@
 #include "library.h"
 #include "main_loop.h"
 #include "private.h"
+#include "reader.h"
 
 struct _TarvexConsentRequest {
     GObject parent_instance;
     char* applicationName;
     char* description;
-    GArray* readers;
+    std::vector<TarvexReader>* readers;
     char* link;
 };
 
@@ -28,9 +31,11 @@ using tarvex::Client;
 using tarvex::DataReader;
 using tarvex::InformationView;
 using tarvex::Url;
+using tarvex::glib::isReader;
 using tarvex::glib::Library;
+using tarvex::glib::makeReader;
 
-enum Property : guint { noProperty, applicationNameProperty, descriptionProperty, readersProperty, linkProperty, end };
+enum Property : guint { noProperty, applicationNameProperty, descriptionProperty, linkProperty, end };
 
 guint decided = 0;
 
@@ -45,30 +50,10 @@ char* checkedLink(const GValue* value) {
     return nullptr;
 }
 
-GArray* checkedReaders(const GValue* value) {
-    GArray* checked = g_array_new(FALSE, FALSE, sizeof(TarvexReader));
-    const auto* given = static_cast<GArray*>(g_value_get_boxed(value));
-    if (given == nullptr) return checked;
-    if (g_array_get_element_size(const_cast<GArray*>(given)) != sizeof(TarvexReader)) {
-        g_critical("the readers of a consent request are an array of TarvexReader");
-        return checked;
-    }
-    for (guint i = 0; i < given->len; ++i) {
-        const int reader = g_array_index(given, int, i);
-        if (reader == TARVEX_READER_DISTANCE || reader == TARVEX_READER_AMBIENT_LIGHT)
-            g_array_append_val(checked, reader);
-        else
-            g_critical("a consent request has no reader %d", reader);
-    }
-    return checked;
-}
-
 std::vector<DataReader> readersOf(const TarvexConsentRequest* self) {
     std::vector<DataReader> all;
-    for (guint i = 0; i < self->readers->len; ++i)
-        all.push_back(g_array_index(self->readers, TarvexReader, i) == TARVEX_READER_DISTANCE
-                          ? DataReader::distance(std::nullopt)
-                          : DataReader::ambientLight(std::nullopt));
+    for (const TarvexReader reader : *self->readers)
+        all.push_back(makeReader(reader));
     return all;
 }
 
@@ -119,11 +104,12 @@ gboolean tarvex_private_show_request(TarvexConsentRequest* request,
     return TRUE;
 }
 
-static void tarvex_consent_request_init(TarvexConsentRequest* /*self*/) {}
+static void tarvex_consent_request_init(TarvexConsentRequest* self) {
+    self->readers = new std::vector<TarvexReader>;
+}
 
 static void tarvex_consent_request_get_property(GObject* object, guint id, GValue* value, GParamSpec* /*property*/) {
     const TarvexConsentRequest* self = TARVEX_CONSENT_REQUEST(object);
-    if (id == readersProperty) return g_value_set_boxed(value, self->readers);
     if (id == applicationNameProperty) g_value_set_string(value, self->applicationName);
     if (id == descriptionProperty) g_value_set_string(value, self->description);
     if (id == linkProperty) g_value_set_string(value, self->link);
@@ -134,7 +120,6 @@ static void tarvex_consent_request_set_property(GObject* object, guint id, const
     TarvexConsentRequest* self = TARVEX_CONSENT_REQUEST(object);
     if (id == applicationNameProperty) self->applicationName = g_value_dup_string(value);
     if (id == descriptionProperty) self->description = g_value_dup_string(value);
-    if (id == readersProperty) self->readers = checkedReaders(value);
     if (id == linkProperty) self->link = checkedLink(value);
 }
 
@@ -142,7 +127,7 @@ static void tarvex_consent_request_finalize(GObject* object) {
     TarvexConsentRequest* self = TARVEX_CONSENT_REQUEST(object);
     g_free(self->applicationName);
     g_free(self->description);
-    g_array_unref(self->readers);
+    delete self->readers;
     g_free(self->link);
     G_OBJECT_CLASS(tarvex_consent_request_parent_class)->finalize(object);
 }
@@ -158,7 +143,6 @@ static void tarvex_consent_request_class_init(TarvexConsentRequestClass* type) {
     std::array<GParamSpec*, end> properties{};
     properties[applicationNameProperty] = g_param_spec_string("application-name", nullptr, nullptr, nullptr, flags);
     properties[descriptionProperty] = g_param_spec_string("description", nullptr, nullptr, nullptr, flags);
-    properties[readersProperty] = g_param_spec_boxed("readers", nullptr, nullptr, G_TYPE_ARRAY, flags);
     properties[linkProperty] = g_param_spec_string("link", nullptr, nullptr, nullptr, flags);
     g_object_class_install_properties(objects, properties.size(), properties.data());
     decided = g_signal_new("decided", TARVEX_TYPE_CONSENT_REQUEST, G_SIGNAL_RUN_LAST, 0, nullptr, nullptr, nullptr,
@@ -167,15 +151,21 @@ static void tarvex_consent_request_class_init(TarvexConsentRequestClass* type) {
 
 TarvexConsentRequest* tarvex_consent_request_new(const char* application_name, const char* description,
                                                  const TarvexReader* readers, gsize n_readers, const char* link) {
-    g_return_val_if_fail(readers != nullptr || n_readers == 0, nullptr);
-    g_return_val_if_fail(n_readers <= G_MAXUINT, nullptr);
-    GArray* all = g_array_new(FALSE, FALSE, sizeof(TarvexReader));
-    if (n_readers > 0) g_array_append_vals(all, readers, static_cast<guint>(n_readers));
     auto* request =
         TARVEX_CONSENT_REQUEST(g_object_new(TARVEX_TYPE_CONSENT_REQUEST, "application-name", application_name,
-                                            "description", description, "readers", all, "link", link, nullptr));
-    g_array_unref(all);
+                                            "description", description, "link", link, nullptr));
+    g_return_val_if_fail(readers != nullptr || n_readers == 0, request);
+    std::copy_if(readers, readers + n_readers, std::back_inserter(*request->readers), isReader);
+    if (request->readers->size() != n_readers) g_critical("a consent request leaves out what is no TarvexReader");
     return request;
+}
+
+const TarvexReader* tarvex_consent_request_get_readers(TarvexConsentRequest* self, gsize* n_readers) {
+    if (n_readers != nullptr) *n_readers = 0;
+    g_return_val_if_fail(TARVEX_IS_CONSENT_REQUEST(self), nullptr);
+    g_return_val_if_fail(n_readers != nullptr, nullptr);
+    *n_readers = self->readers->size();
+    return self->readers->data();
 }
 
 gboolean tarvex_consent_request_cancel(TarvexConsentRequest* self, GError** error) {

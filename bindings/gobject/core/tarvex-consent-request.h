@@ -11,8 +11,8 @@ G_BEGIN_DECLS
  *
  * The question for the user's consent, which a host shows as `TarvexGtk.ConsentScreen` or in a way of its own.
  *
- * Used on the main thread. To make one uses nothing of the library yet. A request that has been consented to stays
- * alive until the system has answered for the camera.
+ * Made with [ctor@ConsentRequest.new], which alone takes readers, and used on the main thread. To make one uses nothing
+ * of the library yet. A request that has been consented to stays alive until the system has answered for the camera.
  */
 TARVEX_GLIB_EXPORT G_DECLARE_FINAL_TYPE(TarvexConsentRequest, tarvex_consent_request, TARVEX, CONSENT_REQUEST, GObject)
 
@@ -25,11 +25,6 @@ TARVEX_GLIB_EXPORT G_DECLARE_FINAL_TYPE(TarvexConsentRequest, tarvex_consent_req
  * TarvexConsentRequest:description:
  *
  * Why the host asks, in its own words.
- */
-/**
- * TarvexConsentRequest:readers: (element-type TarvexReader)
- *
- * What the host wants to sample, in the order of the screen.
  */
 /**
  * TarvexConsentRequest:link:
@@ -49,7 +44,8 @@ TARVEX_GLIB_EXPORT G_DECLARE_FINAL_TYPE(TarvexConsentRequest, tarvex_consent_req
  * tarvex_consent_request_new:
  * @application_name: (nullable): see [property@ConsentRequest:application-name]
  * @description: (nullable): see [property@ConsentRequest:description]
- * @readers: (array length=n_readers): see [property@ConsentRequest:readers]; the caller keeps the array
+ * @readers: (array length=n_readers): what the host wants to sample, in the order of the screen; the caller keeps the
+ *   array
  * @n_readers: their number
  * @link: (nullable): see [property@ConsentRequest:link]
  *
@@ -61,6 +57,15 @@ TARVEX_GLIB_EXPORT TarvexConsentRequest* tarvex_consent_request_new(const char* 
                                                                     const char* description,
                                                                     const TarvexReader* readers, gsize n_readers,
                                                                     const char* link);
+
+/**
+ * tarvex_consent_request_get_readers:
+ * @self: the request
+ * @n_readers: (out): their number
+ *
+ * Returns: (transfer none) (array length=n_readers): what the host wants to sample, as long as the request lives
+ */
+TARVEX_GLIB_EXPORT const TarvexReader* tarvex_consent_request_get_readers(TarvexConsentRequest* self, gsize* n_readers);
 
 /**
  * tarvex_consent_request_cancel:

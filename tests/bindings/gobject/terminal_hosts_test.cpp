@@ -43,8 +43,14 @@ TEST_P(TerminalHosts, AreRefusedAskSampleShareAndKeepNothing) {
     EXPECT_THAT(surroundings.document(2), HasSubstr(R"("lux":321)"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Gobject, TerminalHosts,
-                         ::testing::Values(TerminalHost{"C", TARVEX_C_HOST, "org.tarvex.CHost"}),
+const std::vector<TerminalHost> hosts{
+    {.name = "C", .command = TARVEX_C_HOST, .identifier = "org.tarvex.CHost"},
+#ifdef TARVEX_VALA_HOST
+    {.name = "Vala", .command = TARVEX_VALA_HOST, .identifier = "org.tarvex.ValaHost"},
+#endif
+};
+
+INSTANTIATE_TEST_SUITE_P(Gobject, TerminalHosts, ::testing::ValuesIn(hosts),
                          [](const auto& host) { return host.param.name; });
 
 }  // namespace
