@@ -8,9 +8,9 @@
 
 namespace tarvex::glib {
 
-/// A host in C may pass any number.
-inline bool isReader(TarvexReader reader) {
-    return reader == TARVEX_READER_DISTANCE || reader == TARVEX_READER_AMBIENT_LIGHT;
+/// A host may pass any number.
+inline bool isReader(int number) {
+    return number == TARVEX_READER_DISTANCE || number == TARVEX_READER_AMBIENT_LIGHT;
 }
 
 inline DataReader makeReader(TarvexReader reader, std::optional<std::int64_t> interval = std::nullopt) {

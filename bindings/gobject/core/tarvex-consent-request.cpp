@@ -1,8 +1,7 @@
 #include "tarvex-consent-request.h"
 
-#include <algorithm>
 #include <array>
-#include <iterator>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -155,8 +154,14 @@ TarvexConsentRequest* tarvex_consent_request_new(const char* application_name, c
         TARVEX_CONSENT_REQUEST(g_object_new(TARVEX_TYPE_CONSENT_REQUEST, "application-name", application_name,
                                             "description", description, "link", link, nullptr));
     g_return_val_if_fail(readers != nullptr || n_readers == 0, request);
-    std::copy_if(readers, readers + n_readers, std::back_inserter(*request->readers), isReader);
-    if (request->readers->size() != n_readers) g_critical("a consent request leaves out what is no TarvexReader");
+    for (gsize i = 0; i < n_readers; ++i) {
+        int number = 0;
+        std::memcpy(&number, readers + i, sizeof number);
+        if (isReader(number))
+            request->readers->push_back(static_cast<TarvexReader>(number));
+        else
+            g_critical("a consent request has no reader %d", number);
+    }
     return request;
 }
 

@@ -11,6 +11,8 @@ struct TerminalHost {
     const char* name;
     const char* command;
     const char* identifier;
+
+    friend void PrintTo(const TerminalHost& host, std::ostream* stream) { *stream << host.name; }
 };
 
 class TerminalHosts : public ::testing::TestWithParam<TerminalHost> {};

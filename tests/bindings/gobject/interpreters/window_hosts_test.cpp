@@ -14,6 +14,8 @@ struct WindowHost {
     const char* name;
     const char* command;
     const char* identifier;
+
+    friend void PrintTo(const WindowHost& host, std::ostream* stream) { *stream << host.name; }
 };
 
 /// One run of a host, from its window to its end.
