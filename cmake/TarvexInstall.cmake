@@ -7,11 +7,13 @@ set(TARVEX_CMAKE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/Tarvex")
 file(RELATIVE_PATH TARVEX_PC_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 string(REGEX REPLACE "/$" "" TARVEX_PC_PREFIX "${TARVEX_PC_PREFIX}")
 
+# A fifth argument names the headers' own directory below the one of all headers.
 function(tarvex_install_pkg_config name library requires description)
     set(TARVEX_PC_NAME "${name}")
     set(TARVEX_PC_LIBRARY "${library}")
     set(TARVEX_PC_REQUIRES "${requires}")
     set(TARVEX_PC_DESCRIPTION "${description}")
+    set(TARVEX_PC_HEADERS "${ARGN}")
     configure_file("${PROJECT_SOURCE_DIR}/cmake/tarvex.pc.in" "${PROJECT_BINARY_DIR}/${name}.pc" @ONLY)
     install(FILES "${PROJECT_BINARY_DIR}/${name}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 endfunction()
@@ -39,6 +41,10 @@ if(TARVEX_BUILD_GTK)
     install(TARGETS tarvex_gtk EXPORT TarvexGtkTargets)
     install(EXPORT TarvexGtkTargets NAMESPACE Tarvex:: FILE Tarvex-gtk-targets.cmake DESTINATION "${TARVEX_CMAKE_DIR}")
     tarvex_install_pkg_config(tarvex-gtk tarvex_gtk "tarvex, gtk4 >= 4.8" "The consent screen of Tarvex for GTK 4 hosts")
+endif()
+
+if(TARVEX_BUILD_GOBJECT)
+    include(TarvexInstallGobject)
 endif()
 
 configure_package_config_file(cmake/TarvexConfig.cmake.in "${PROJECT_BINARY_DIR}/TarvexConfig.cmake"
