@@ -9,8 +9,19 @@ set(TARVEX_CMAKE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/Tarvex")
 file(RELATIVE_PATH TARVEX_PC_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 string(REGEX REPLACE "/$" "" TARVEX_PC_PREFIX "${TARVEX_PC_PREFIX}")
 
-# tarvex_install(COMPONENT TARGET PC-NAME PC-REQUIRES DESCRIPTION HEADER-PATTERN…): a library, its headers, its target and its
-# pkg-config file.
+# A sixth argument names the headers' own directory below the one of all headers.
+function(tarvex_install_pkg_config component name library requires description)
+    set(TARVEX_PC_NAME "${name}")
+    set(TARVEX_PC_LIBRARY "${library}")
+    set(TARVEX_PC_REQUIRES "${requires}")
+    set(TARVEX_PC_DESCRIPTION "${description}")
+    set(TARVEX_PC_HEADERS "${ARGN}")
+    configure_file("${PROJECT_SOURCE_DIR}/cmake/tarvex.pc.in" "${PROJECT_BINARY_DIR}/${name}.pc" @ONLY)
+    install(FILES "${PROJECT_BINARY_DIR}/${name}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig"
+        COMPONENT ${component}-development)
+endfunction()
+
+# A library, its CMake target and its pkg-config file.
 function(tarvex_install component target name requires description)
     install(TARGETS ${target} EXPORT ${target}-targets
         LIBRARY COMPONENT ${component} NAMELINK_COMPONENT ${component}-development)
@@ -20,13 +31,7 @@ function(tarvex_install component target name requires description)
     endif()
     install(EXPORT ${target}-targets NAMESPACE Tarvex:: FILE ${targets} DESTINATION "${TARVEX_CMAKE_DIR}"
         COMPONENT ${component}-development)
-    set(TARVEX_PC_NAME "${name}")
-    set(TARVEX_PC_LIBRARY "${target}")
-    set(TARVEX_PC_REQUIRES "${requires}")
-    set(TARVEX_PC_DESCRIPTION "${description}")
-    configure_file("${PROJECT_SOURCE_DIR}/cmake/tarvex.pc.in" "${PROJECT_BINARY_DIR}/${name}.pc" @ONLY)
-    install(FILES "${PROJECT_BINARY_DIR}/${name}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig"
-        COMPONENT ${component}-development)
+    tarvex_install_pkg_config(${component} ${name} ${target} "${requires}" "${description}")
 endfunction()
 
 tarvex_install(core tarvex tarvex "" "${PROJECT_DESCRIPTION}")
@@ -62,6 +67,11 @@ if(PROJECT_VERSION_MAJOR EQUAL 0)
 else()
     set(compatibility SameMajorVersion)
 endif()
+
+if(TARVEX_BUILD_GOBJECT)
+    include(TarvexInstallGobject)
+endif()
+
 configure_package_config_file(cmake/TarvexConfig.cmake.in "${PROJECT_BINARY_DIR}/TarvexConfig.cmake"
     INSTALL_DESTINATION "${TARVEX_CMAKE_DIR}")
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/TarvexConfigVersion.cmake" COMPATIBILITY ${compatibility})

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "tarvex-consent-request.h"
+#include "tarvex-view.h"
+#include "tarvex/information_view.h"
+#include "tarvex/platform/platform.h"
+#include "tarvex/view.h"
+
+// What the layer's other libraries use of this one, and no host.
+extern "C" {
+
+/// See `Library::customize`.
+TARVEX_GLIB_EXPORT gboolean tarvex_private_customize(const std::function<void(tarvex::platform::Platform&)>& change);
+
+/// A view that holds `view`; transfer full.
+TARVEX_GLIB_EXPORT TarvexView* tarvex_private_view(const std::shared_ptr<tarvex::View>& view);
+
+/// Passes the screen to `show`; false, with `error` set, where the library cannot be used. Bodies of the screen hold
+/// the request.
+TARVEX_GLIB_EXPORT gboolean tarvex_private_show_request(TarvexConsentRequest* request,
+                                                        const std::function<void(const tarvex::InformationView&)>& show,
+                                                        GError** error);
+}
+
+namespace tarvex::glib {
+
+/// What the view holds; never null.
+const std::shared_ptr<View>& viewIn(TarvexView* view);
+
+/// Notifies of a change of "distance-available". Thread-safe.
+void lookAtDistanceAgain();
+
+}  // namespace tarvex::glib

@@ -1,0 +1,159 @@
+// The C interface, as a host in C sees it.
+
+#include "glib_host.h"
+#include "tarvex/tarvex_error.h"
+
+namespace tarvex {
+namespace {
+
+using namespace test;
+
+TEST(GlibIdentity, WithoutANameNothingIsStoredAndWithOneItIsTheApplicationsOwn) {
+    const TemporaryDirectory home;
+    ::setenv("XDG_DATA_HOME", home.path().c_str(), 1);
+    TarvexClient* client = tarvex_client_get_default();
+    Failure failure;
+    EXPECT_FALSE(tarvex_client_start(client, TARVEX_READER_AMBIENT_LIGHT, 1, nullptr, &failure));
+    EXPECT_TRUE(failure.is(TARVEX_HOST_ERROR, TARVEX_HOST_ERROR_NO_APPLICATION_ID)) << failure.text();
+    expectCritical("application-id",
+                   [&] { EXPECT_FALSE(tarvex_client_has_consented(client, TARVEX_READER_DISTANCE)); });
+    expectCritical("application-id", [&] { EXPECT_EQ(tarvex_client_get_count(client), 0); });
+    expectCritical("application-id", [&] { tarvex_client_delete_all(client); });
+    EXPECT_TRUE(std::filesystem::is_empty(home.path()));
+
+    GApplication* application = g_application_new("org.tarvex.First", G_APPLICATION_NON_UNIQUE);
+    EXPECT_FALSE(tarvex_client_start(client, TARVEX_READER_AMBIENT_LIGHT, 1, nullptr, &failure));
+    EXPECT_TRUE(failure.is(TARVEX_ERROR, TARVEX_ERROR_NO_CONSENT_TO_TRACK)) << failure.text();
+    EXPECT_TRUE(std::filesystem::exists(home.path() / "org.tarvex.First/UserDefaults.sqlite"));
+
+    GApplication* second = g_application_new("org.tarvex.Second", G_APPLICATION_NON_UNIQUE);
+    EXPECT_FALSE(tarvex_client_start(client, TARVEX_READER_AMBIENT_LIGHT, 1, nullptr, &failure));
+    EXPECT_TRUE(failure.is(TARVEX_ERROR, TARVEX_ERROR_NO_CONSENT_TO_TRACK)) << "the first one is still the default";
+    g_application_set_default(second);
+    EXPECT_FALSE(tarvex_client_start(client, TARVEX_READER_AMBIENT_LIGHT, 1, nullptr, &failure));
+    EXPECT_TRUE(failure.is(TARVEX_HOST_ERROR, TARVEX_HOST_ERROR_OTHER_APPLICATION)) << failure.text();
+    expectCritical("set before its first use",
+                   [&] { g_object_set(client, "application-id", "org.tarvex.New", nullptr); });
+    g_object_unref(second);
+    EXPECT_FALSE(std::filesystem::exists(home.path() / "org.tarvex.Second"));
+    g_object_unref(application);
+    EXPECT_EQ(tarvex_client_get_count(client), 0) << "it outlives its application";
+}
+
+TEST(GlibErrors, HaveTheLibrarysNumbersAndTexts) {
+    using Code = TarvexError::Code;
+    for (const auto& [number, code] :
+         {std::pair(TARVEX_ERROR_USAGE_DESCRIPTION, Code::usageDescription),
+          {TARVEX_ERROR_HTTP_ERROR, Code::httpError},
+          {TARVEX_ERROR_NO_CONSENT_TO_TRACK, Code::noConsentToTrack},
+          {TARVEX_ERROR_NO_VIEW_TO_ATTACH_FOR_DISTANCE_TRACKING, Code::noViewToAttachForDistanceTracking},
+          {TARVEX_ERROR_DISTANCE_TRACKING_IS_NOT_AVAILABLE, Code::distanceTrackingIsNotAvailable},
+          {TARVEX_ERROR_LIGHT_TRACKING_IS_NOT_AVAILABLE, Code::lightTrackingIsNotAvailable},
+          {TARVEX_ERROR_NO_REFRESH_RATE, Code::noRefreshRate},
+          {TARVEX_ERROR_CANNOT_LOAD_TRACKING_DATA, Code::cannotLoadTrackingData}})
+        EXPECT_EQ(static_cast<int>(number), static_cast<int>(code));
+    const GlibHost host;
+    Failure failure;
+    EXPECT_FALSE(tarvex_client_start(host.client, TARVEX_READER_DISTANCE, 4, nullptr, &failure));
+    EXPECT_TRUE(failure.is(TARVEX_ERROR, TARVEX_ERROR_USAGE_DESCRIPTION));
+    EXPECT_EQ(failure.text(), TarvexError::usageDescription("NSCameraUsageDescription").errorDescription());
+}
+
+TEST(GlibErrors, NameWhatDistancesLack) {
+    const GlibHost host;
+    g_object_set(host.client, "camera-usage-description", "The study measures eye distances.", nullptr);
+    const auto start = [&](TarvexView* view, int code) {
+        Failure failure;
+        EXPECT_FALSE(tarvex_client_start(host.client, TARVEX_READER_DISTANCE, 4, view, &failure));
+        EXPECT_TRUE(failure.is(TARVEX_ERROR, code)) << failure.text();
+    };
+    start(nullptr, TARVEX_ERROR_NO_CONSENT_TO_TRACK);
+    host.consent({TARVEX_READER_DISTANCE});
+    EXPECT_TRUE(tarvex_client_has_consented(host.client, TARVEX_READER_DISTANCE));
+    EXPECT_FALSE(tarvex_client_has_consented(host.client, TARVEX_READER_AMBIENT_LIGHT));
+    start(nullptr, TARVEX_ERROR_NO_VIEW_TO_ATTACH_FOR_DISTANCE_TRACKING);
+    if (tarvex_client_get_distance_available(host.client) != FALSE) GTEST_SKIP() << "this machine has a camera";
+    TarvexView* view = tarvex_view_new();
+    start(view, TARVEX_ERROR_DISTANCE_TRACKING_IS_NOT_AVAILABLE);
+    g_object_unref(view);
+    EXPECT_FALSE(tarvex_client_in_progress(host.client, TARVEX_READER_DISTANCE));
+}
+
+TEST(GlibClient, SamplesNotifiesSharesAndDeletes) {
+    GlibHost host;
+    EXPECT_EQ(G_OBJECT(host.client), G_OBJECT(g_object_ref(host.client)));
+    host.consent({TARVEX_READER_AMBIENT_LIGHT});
+    EXPECT_TRUE(tarvex_client_start(host.client, TARVEX_READER_AMBIENT_LIGHT, 1, nullptr, nullptr));
+    EXPECT_TRUE(tarvex_client_start(host.client, TARVEX_READER_AMBIENT_LIGHT, 5, nullptr, nullptr))
+        << "it runs already";
+    EXPECT_TRUE(tarvex_client_in_progress(host.client, TARVEX_READER_AMBIENT_LIGHT));
+    tarvex_testing_light_sensor_report(host.sensor, 321, 1, 2, 3, 4);
+    EXPECT_EQ(host.notifications, 0);
+    EXPECT_TRUE(runUntil([&] { return host.notifications == 3; }));
+    EXPECT_EQ(tarvex_client_get_count(host.client), 3) << "a notification for each sample";
+
+    g_object_set(host.backend, "status", 500, nullptr);
+    Outcome refused;
+    tarvex_client_share_async(host.client, TRUE, Outcome::take, &refused);
+    EXPECT_FALSE(refused.isThere);
+    EXPECT_TRUE(runUntil([&] { return refused.isThere; }));
+    EXPECT_TRUE(refused.error.is(TARVEX_ERROR, TARVEX_ERROR_HTTP_ERROR));
+    EXPECT_THAT(refused.error.text(), HasSubstr("statusCode != 200"));
+
+    tarvex_client_stop(host.client, TARVEX_READER_AMBIENT_LIGHT);
+    EXPECT_FALSE(tarvex_client_in_progress(host.client, TARVEX_READER_AMBIENT_LIGHT));
+    g_object_set(host.backend, "status", 200, nullptr);
+    const int before = host.notifications;
+    Outcome kept;
+    tarvex_client_share_async(host.client, FALSE, Outcome::take, &kept);
+    EXPECT_TRUE(runUntil([&] { return kept.isThere; }));
+    EXPECT_TRUE(kept.succeeded) << kept.error.text();
+    EXPECT_GE(tarvex_client_get_count(host.client), 3);
+    EXPECT_EQ(host.notifications, before);
+    Outcome deleted;
+    tarvex_client_share_async(host.client, TRUE, Outcome::take, &deleted);
+    EXPECT_TRUE(runUntil([&] { return deleted.isThere && host.notifications > before; }));
+    EXPECT_EQ(tarvex_client_get_count(host.client), 0);
+    ASSERT_THAT(host.documents(), SizeIs(3));
+    EXPECT_THAT(host.documents().back(), HasSubstr(R"("lux":321)"));
+    EXPECT_THAT(host.documents().back(), HasSubstr("org.tarvex.GlibTest"));
+
+    EXPECT_TRUE(tarvex_client_start(host.client, TARVEX_READER_AMBIENT_LIGHT, 0, nullptr, nullptr));
+    EXPECT_TRUE(runUntil([&] { return tarvex_client_get_count(host.client) > 0; }));
+    tarvex_client_stop_all(host.client);
+    tarvex_client_delete_all(host.client);
+    EXPECT_EQ(tarvex_client_get_count(host.client), 0);
+}
+
+TEST(GlibClient, CompletesAShareInTheContextOfItsCaller) {
+    const GlibHost host;
+    GMainContext* own = g_main_context_new();
+    g_main_context_push_thread_default(own);
+    Outcome outcome;
+    tarvex_client_share_async(host.client, FALSE, Outcome::take, &outcome);
+    g_main_context_pop_thread_default(own);
+    EXPECT_TRUE(eventually([&] { return host.documents().size() == 1; }));
+    for (int i = 0; i < 50; ++i) {
+        g_main_context_iteration(nullptr, FALSE);
+        g_usleep(1000);
+    }
+    EXPECT_FALSE(outcome.isThere);
+    while (!outcome.isThere)
+        g_main_context_iteration(own, TRUE);
+    EXPECT_TRUE(outcome.succeeded);
+    g_main_context_unref(own);
+}
+
+TEST(GlibClient, ASecondOneIsTheFirst) {
+    TarvexClient* client = tarvex_client_get_default();
+    auto* other = TARVEX_CLIENT(g_object_new(TARVEX_TYPE_CLIENT, "application-id", "org.tarvex.GlibTest", nullptr));
+    EXPECT_EQ(other, client);
+    char* identifier = nullptr;
+    g_object_get(client, "application-id", &identifier, nullptr);
+    EXPECT_STREQ(identifier, "org.tarvex.GlibTest");
+    g_free(identifier);
+    g_object_unref(other);
+}
+
+}  // namespace
+}  // namespace tarvex

@@ -1,0 +1,258 @@
+"""What hosts in Python do wrong, and what they may rely on: one case each time, in a process of its own.
+
+usage: python_host_test.py CASE     (G_DEBUG=fatal-criticals: a critical message that no case expects ends it)
+"""
+
+import gc
+import os
+import subprocess
+import sys
+import tempfile
+import threading
+import weakref
+
+import gi
+
+gi.require_version("Tarvex", "0")
+gi.require_version("TarvexTesting", "0")
+from gi.repository import Gio, GLib, Tarvex, TarvexTesting
+
+LIGHT = Tarvex.Reader.AMBIENT_LIGHT
+loop = GLib.MainLoop()
+client = Tarvex.Client.get_default()
+
+
+def run_until(holds):
+    late = GLib.timeout_add_seconds(20, lambda: sys.exit("it never became so"))
+    while not holds():
+        loop.get_context().iteration(True)
+    GLib.source_remove(late)
+
+
+def run_for(milliseconds):
+    over = []
+    GLib.timeout_add(milliseconds, over.append, 1)
+    run_until(lambda: over)
+
+
+def expect_error(domain, code, act, *arguments):
+    try:
+        act(*arguments)
+    except GLib.Error as error:
+        assert error.matches(domain, code), error
+    else:
+        raise AssertionError("no error")
+
+
+def expect_raised(exception, act, *arguments):
+    try:
+        act(*arguments)
+    except exception:
+        return
+    raise AssertionError(f"no {exception}")
+
+
+def expect_critical(part, act, *arguments):
+    GLib.test_expect_message("Tarvex", GLib.LogLevelFlags.LEVEL_CRITICAL, f"*{part}*")
+    result = act(*arguments)
+    GLib.test_assert_expected_messages_internal("Tarvex", __file__, 0, part)
+    return result
+
+
+class Host:
+    """A sensor and a backend in this process."""
+
+    def __init__(self):
+        self.data = tempfile.TemporaryDirectory()
+        client.props.application_id = "org.tarvex.PythonTest"
+        client.props.data_directory = self.data.name
+        self.sensor = TarvexTesting.LightSensor.new(client)
+        self.backend = TarvexTesting.Backend.new(client)
+
+    def consent(self):
+        answers = []
+        request = Tarvex.ConsentRequest.new(None, None, [LIGHT], None)
+        request.connect("decided", lambda request, consented: answers.append(consented))
+        request.consent()
+        run_until(lambda: answers)
+        assert answers == [True] and client.has_consented(LIGHT)
+
+
+def wrong_arguments():
+    host = Host()
+    for reader in (7, -1, None, "light"):
+        expect_raised(TypeError, client.start, reader, 1, None)
+        expect_raised(TypeError, client.has_consented, reader)
+    expect_raised(TypeError, client.start, LIGHT, "soon", None)
+    expect_raised((OverflowError, ValueError), client.start, LIGHT, 2**63, None)
+    expect_raised(TypeError, client.start, LIGHT, 1, client)
+    expect_raised(TypeError, client.share_async, True, "not a function")
+    expect_raised(TypeError, Tarvex.ConsentRequest.new, None, None, [7], None)
+    expect_raised(TypeError, Tarvex.ConsentRequest.new, None, None, None, None)
+    expect_raised(TypeError, client.share_finish, None)
+    assert expect_critical("no absolute URL", Tarvex.ConsentRequest.new, None, None, [], "nowhere").props.link is None
+    assert Tarvex.ConsentRequest.new("a", "b", [LIGHT], None).get_readers() == [LIGHT]
+    assert not os.listdir(host.data.name), "nothing of it used the library"
+    assert Tarvex.Client().props.application_id == "org.tarvex.PythonTest"
+    assert client.props.count == 0
+    expect_critical("before its first use", client.set_property, "application-id", "org.tarvex.Late")
+
+
+def raising_callbacks():
+    host = Host()
+    raised = []
+    sys.excepthook = lambda kind, value, trace: raised.append(str(value))
+
+    def fail(*arguments):
+        raise RuntimeError("out of a callback")
+
+    request = Tarvex.ConsentRequest.new(None, None, [LIGHT], None)
+    request.connect("decided", fail)
+    request.consent()
+    run_until(lambda: len(raised) == 1)
+    handler = client.connect("notify::count", fail)
+    client.start(LIGHT, 1, None)
+    run_until(lambda: len(raised) == 3)
+    client.disconnect(handler)
+    client.stop_all()
+    client.share_async(True, fail)
+    run_until(lambda: len(raised) == 4)
+    assert set(raised) == {"out of a callback"} and client.props.count == 0 and len(host.backend.get_documents()) == 1
+
+
+def dropped_objects():
+    host = Host()
+    host.consent()
+
+    class Asking:
+        def __init__(self):
+            self.request = Tarvex.ConsentRequest.new(None, None, [LIGHT], None)
+            self.request.connect("decided", self.decided)
+
+        def decided(self, request, consented):
+            answers.append(consented)
+
+    # In a circle with its handler, and dropped: it is answered, and then it goes.
+    answers = []
+    asking = Asking()
+    asking.request.consent()
+    owner, request = weakref.ref(asking), weakref.ref(asking.request)
+    del asking
+    run_until(lambda: answers)
+    gc.collect()
+    assert owner() is None and request() is None
+    # Never asked.
+    owner = weakref.ref(Asking())
+    gc.collect()
+    assert owner() is None
+
+    class Sharing:
+        def share(self):
+            client.share_async(True, self.shared)
+            return weakref.ref(self)
+
+        def shared(self, client, result):
+            answers.append(client.share_finish(result))
+
+    host.backend.props.holding = True
+    sharing = Sharing().share()
+    gc.collect()
+    run_until(lambda: len(host.backend.get_documents()) == 1)
+    host.backend.props.holding = False
+    run_until(lambda: len(answers) == 2)
+    gc.collect()
+    assert answers[1] is True and sharing() is None
+
+
+def other_threads():
+    host = Host()
+    host.consent()
+    outcomes = []
+
+    def shared(client, result):
+        expect_error(Tarvex.host_error_quark(), Tarvex.HostError.WRONG_THREAD, client.share_finish, result)
+        outcomes.append(threading.current_thread())
+
+    def work():
+        request = Tarvex.ConsentRequest.new(None, None, [LIGHT], None)
+        for press in (request.consent, request.cancel):
+            expect_error(Tarvex.host_error_quark(), Tarvex.HostError.WRONG_THREAD, press)
+        client.share_async(True, shared)
+        assert client.start(LIGHT, 1, None) and client.in_progress(LIGHT)
+        worked.append(client.get_count())
+
+    worked = []
+    thread = threading.Thread(target=work)
+    thread.start()
+    thread.join()
+    assert worked == [0]
+    run_until(lambda: outcomes and client.props.count > 1)  # ticks come on the main loop
+    assert outcomes == [threading.main_thread()] and not host.backend.get_documents()
+
+
+def second_application():
+    home = tempfile.TemporaryDirectory()
+    os.environ["XDG_DATA_HOME"] = home.name
+    expect_error(Tarvex.host_error_quark(), Tarvex.HostError.NO_APPLICATION_ID, client.start, LIGHT, 1, None)
+    assert expect_critical("has no name of its own", client.get_count) == 0
+    assert not os.listdir(home.name), "before anything is stored"
+    first = Gio.Application(application_id="org.tarvex.First")
+    second = Gio.Application(application_id="org.tarvex.Second")
+    expect_error(Tarvex.error_quark(), Tarvex.Error.NO_CONSENT_TO_TRACK, client.start, LIGHT, 1, None)
+    assert "org.tarvex.First" in os.listdir(home.name)
+    Gio.Application.set_default(second)
+    expect_error(Tarvex.host_error_quark(), Tarvex.HostError.OTHER_APPLICATION, client.start, LIGHT, 1, None)
+    assert not expect_critical("another one", client.has_consented, LIGHT)
+    Gio.Application.set_default(first)
+    assert not client.has_consented(LIGHT) and "org.tarvex.Second" not in os.listdir(home.name)
+
+
+def application_of(identifier):
+    """The child of two_applications: consents, and prints its document."""
+    application = Gio.Application(application_id=identifier)
+    backend = TarvexTesting.Backend.new(client)
+    print("had consented:", client.has_consented(LIGHT))
+    answers = []
+    request = Tarvex.ConsentRequest.new(None, None, [LIGHT], None)
+    request.connect("decided", lambda request, consented: answers.append(consented))
+    request.consent()
+    run_until(lambda: answers)
+    client.share_async(False, lambda client, result: answers.append(client.share_finish(result)))
+    run_until(lambda: len(answers) == 2)
+    print(backend.get_documents()[0], application.get_application_id())
+
+
+def two_applications():
+    with tempfile.TemporaryDirectory() as home:
+        outputs = [
+            subprocess.run([sys.executable, __file__, "application_of", name], env={**os.environ, "XDG_DATA_HOME": home},
+                           check=True, capture_output=True, text=True).stdout
+            for name in ("org.tarvex.First", "org.tarvex.Second", "org.tarvex.First")
+        ]
+    said = [output.splitlines()[0].removeprefix("had consented: ") for output in outputs]
+    assert said == ["False", "False", "True"], outputs
+    users = [output.split('"userId":"')[1].split('"')[0] for output in outputs]
+    assert users[0] == users[2] != users[1], users
+
+
+def exit_with_upload():
+    host = Host()
+    host.backend.props.holding = True
+    client.connect("notify::count", lambda *arguments: None)
+    client.share_async(True, lambda client, result: print("called back"))
+    client.share_async(True, lambda client, result: print("called back"))
+    run_until(lambda: len(host.backend.get_documents()) == 2)
+    host.backend.props.holding = False  # the answers come while the interpreter ends
+
+
+def exit_with_upload_that_is_never_answered():
+    host = Host()
+    host.consent()
+    client.start(LIGHT, 1, None)
+    host.backend.props.holding = True
+    client.share_async(True, lambda client, result: print("called back"))
+    Tarvex.ConsentRequest.new(None, None, [LIGHT], None).consent()
+    run_until(lambda: len(host.backend.get_documents()) == 1)
+
+
+globals()[sys.argv[1]](*sys.argv[2:])
