@@ -61,17 +61,16 @@ if(TARVEX_BUILD_GTK)
     install(FILES include/tarvex/gtk.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tarvex" COMPONENT gtk-development)
 endif()
 
+if(TARVEX_BUILD_GOBJECT)
+    include(TarvexInstallGobject)
+endif()
+
 # Before 1.0, a minor version may break what the one before promised.
 if(PROJECT_VERSION_MAJOR EQUAL 0)
     set(compatibility SameMinorVersion)
 else()
     set(compatibility SameMajorVersion)
 endif()
-
-if(TARVEX_BUILD_GOBJECT)
-    include(TarvexInstallGobject)
-endif()
-
 configure_package_config_file(cmake/TarvexConfig.cmake.in "${PROJECT_BINARY_DIR}/TarvexConfig.cmake"
     INSTALL_DESTINATION "${TARVEX_CMAKE_DIR}")
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/TarvexConfigVersion.cmake" COMPATIBILITY ${compatibility})
