@@ -65,7 +65,7 @@ Client* Library::use(GError** error) {
     if (client_ == nullptr) return start(error);
     if (isStillTheApplication()) return client_;
     refuse(error, TARVEX_HOST_ERROR_OTHER_APPLICATION,
-           "This process samples for the application " + *applicationId_ +
+           "This process samples for the application " + applicationId_.value_or("") +
                ", and its default GApplication is another one now: a process has one.");
     return nullptr;
 }

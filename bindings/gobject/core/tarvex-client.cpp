@@ -10,6 +10,7 @@
 #include "library.h"
 #include "main_loop.h"
 #include "private.h"
+#include "property_flags.h"
 #include "reader.h"
 #include "tarvex-error.h"
 
@@ -96,14 +97,12 @@ static void tarvex_client_class_init(TarvexClientClass* type) {
     objects->get_property = tarvex_client_get_property;
     objects->set_property = tarvex_client_set_property;
 
-    constexpr auto readable = static_cast<GParamFlags>(G_PARAM_READABLE | G_PARAM_STATIC_STRINGS);
-    constexpr auto setting =
-        static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | G_PARAM_EXPLICIT_NOTIFY);
-    properties[countProperty] = g_param_spec_int64("count", nullptr, nullptr, 0, G_MAXINT64, 0, readable);
+    properties[countProperty] = g_param_spec_int64("count", nullptr, nullptr, 0, G_MAXINT64, 0, tarvex::glib::readOnly);
     properties[distanceAvailableProperty] =
-        g_param_spec_boolean("distance-available", nullptr, nullptr, FALSE, readable);
+        g_param_spec_boolean("distance-available", nullptr, nullptr, FALSE, tarvex::glib::readOnly);
     for (std::size_t i = 0; i < settings.size(); ++i)
-        properties.at(firstSetting + i) = g_param_spec_string(settings.at(i), nullptr, nullptr, nullptr, setting);
+        properties.at(firstSetting + i) =
+            g_param_spec_string(settings.at(i), nullptr, nullptr, nullptr, tarvex::glib::readWriteNotifying);
     g_object_class_install_properties(objects, properties.size(), properties.data());
 }
 

@@ -124,7 +124,7 @@ TARVEX_GLIB_EXPORT void tarvex_client_stop_all(TarvexClient* self);
  * @self: the client
  * @reader: the reader that is asked for
  *
- * Thread-safe.
+ * Whether something is sampled, by this process. Thread-safe.
  *
  * Returns: %TRUE while the reader is being sampled
  */
@@ -135,7 +135,7 @@ TARVEX_GLIB_EXPORT gboolean tarvex_client_in_progress(TarvexClient* self, Tarvex
  * @self: the client
  * @reader: the reader that is asked for
  *
- * Read afresh each time. Thread-safe.
+ * Whether the user has consented; read afresh each time. Thread-safe.
  *
  * Returns: %TRUE when the user has consented to this reader
  */
@@ -181,9 +181,9 @@ TARVEX_GLIB_EXPORT void tarvex_client_delete_all(TarvexClient* self);
  * tarvex_client_get_count: (get-property count)
  * @self: the client
  *
- * Thread-safe.
+ * See [property@Client:count]. Thread-safe.
  *
- * Returns: see [property@Client:count]
+ * Returns: the number of stored samples
  */
 TARVEX_GLIB_EXPORT gint64 tarvex_client_get_count(TarvexClient* self);
 
@@ -191,9 +191,9 @@ TARVEX_GLIB_EXPORT gint64 tarvex_client_get_count(TarvexClient* self);
  * tarvex_client_get_distance_available: (get-property distance-available)
  * @self: the client
  *
- * Thread-safe.
+ * See [property@Client:distance-available]. Thread-safe.
  *
- * Returns: see [property@Client:distance-available]
+ * Returns: whether distances can be measured at all
  */
 TARVEX_GLIB_EXPORT gboolean tarvex_client_get_distance_available(TarvexClient* self);
 

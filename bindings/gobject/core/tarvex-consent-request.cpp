@@ -12,6 +12,7 @@
 #include "library.h"
 #include "main_loop.h"
 #include "private.h"
+#include "property_flags.h"
 #include "reader.h"
 
 struct _TarvexConsentRequest {
@@ -137,8 +138,7 @@ static void tarvex_consent_request_class_init(TarvexConsentRequestClass* type) {
     objects->set_property = tarvex_consent_request_set_property;
     objects->finalize = tarvex_consent_request_finalize;
 
-    constexpr auto flags =
-        static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_CONSTRUCT_ONLY | G_PARAM_STATIC_STRINGS);
+    constexpr auto flags = tarvex::glib::givenOnce;
     std::array<GParamSpec*, end> properties{};
     properties[applicationNameProperty] = g_param_spec_string("application-name", nullptr, nullptr, nullptr, flags);
     properties[descriptionProperty] = g_param_spec_string("description", nullptr, nullptr, nullptr, flags);

@@ -63,7 +63,9 @@ TARVEX_GLIB_EXPORT TarvexConsentRequest* tarvex_consent_request_new(const char* 
  * @self: the request
  * @n_readers: (out): their number
  *
- * Returns: (transfer none) (array length=n_readers): what the host wants to sample, as long as the request lives
+ * What the host wants to sample.
+ *
+ * Returns: (transfer none) (array length=n_readers): the readers, as long as the request lives
  */
 TARVEX_GLIB_EXPORT const TarvexReader* tarvex_consent_request_get_readers(TarvexConsentRequest* self, gsize* n_readers);
 

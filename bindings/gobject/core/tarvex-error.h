@@ -35,6 +35,14 @@ typedef enum {
  * The domain of [error@Error].
  */
 #define TARVEX_ERROR (tarvex_error_quark())
+
+/**
+ * tarvex_error_quark:
+ *
+ * The domain of [error@Error].
+ *
+ * Returns: its number
+ */
 TARVEX_GLIB_EXPORT GQuark tarvex_error_quark(void);
 
 #define TARVEX_TYPE_ERROR (tarvex_error_get_type())
@@ -64,6 +72,14 @@ typedef enum {
  * The domain of [error@HostError].
  */
 #define TARVEX_HOST_ERROR (tarvex_host_error_quark())
+
+/**
+ * tarvex_host_error_quark:
+ *
+ * The domain of [error@HostError].
+ *
+ * Returns: its number
+ */
 TARVEX_GLIB_EXPORT GQuark tarvex_host_error_quark(void);
 
 #define TARVEX_TYPE_HOST_ERROR (tarvex_host_error_get_type())

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "private.h"
+#include "property_flags.h"
 #include "tarvex/gtk.h"
 
 struct _TarvexGtkConsentScreen {
@@ -58,8 +59,7 @@ static void tarvex_gtk_consent_screen_class_init(TarvexGtkConsentScreenClass* ty
     objects->get_property = tarvex_gtk_consent_screen_get_property;
     objects->set_property = tarvex_gtk_consent_screen_set_property;
 
-    constexpr auto flags =
-        static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | G_PARAM_EXPLICIT_NOTIFY);
+    constexpr auto flags = tarvex::glib::readWriteNotifying;
     properties[requestProperty] = g_param_spec_object("request", nullptr, nullptr, TARVEX_TYPE_CONSENT_REQUEST, flags);
     g_object_class_install_properties(objects, properties.size(), properties.data());
     gtk_widget_class_set_layout_manager_type(GTK_WIDGET_CLASS(type), GTK_TYPE_BIN_LAYOUT);

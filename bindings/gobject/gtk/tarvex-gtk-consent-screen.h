@@ -28,6 +28,8 @@ TARVEX_GLIB_EXPORT G_DECLARE_FINAL_TYPE(TarvexGtkConsentScreen, tarvex_gtk_conse
  * tarvex_gtk_consent_screen_new:
  * @request: (nullable): see [property@ConsentScreen:request]
  *
+ * Uses the client: what is set before its first use has to be set by now.
+ *
  * Returns: (transfer floating): a new screen
  */
 TARVEX_GLIB_EXPORT GtkWidget* tarvex_gtk_consent_screen_new(TarvexConsentRequest* request);
@@ -36,7 +38,9 @@ TARVEX_GLIB_EXPORT GtkWidget* tarvex_gtk_consent_screen_new(TarvexConsentRequest
  * tarvex_gtk_consent_screen_get_request: (get-property request)
  * @self: the screen
  *
- * Returns: (transfer none) (nullable): see [property@ConsentScreen:request]
+ * See [property@ConsentScreen:request].
+ *
+ * Returns: (transfer none) (nullable): the request that is shown
  */
 TARVEX_GLIB_EXPORT TarvexConsentRequest* tarvex_gtk_consent_screen_get_request(TarvexGtkConsentScreen* self);
 

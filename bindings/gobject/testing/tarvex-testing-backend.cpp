@@ -3,6 +3,7 @@
 
 #include "answering_url_session.h"
 #include "private.h"
+#include "property_flags.h"
 #include "tarvex-testing-glib.h"
 #include "tarvex/testing/loopback_url_session.h"
 
@@ -50,7 +51,7 @@ static void tarvex_testing_backend_class_init(TarvexTestingBackendClass* type) {
     objects->set_property = tarvex_testing_backend_set_property;
     objects->finalize = tarvex_testing_backend_finalize;
 
-    constexpr auto flags = static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS);
+    constexpr auto flags = tarvex::glib::readWrite;
     std::array<GParamSpec*, end> properties{};
     properties[statusProperty] = g_param_spec_int("status", nullptr, nullptr, 100, 599, 200, flags);
     properties[holdingProperty] = g_param_spec_boolean("holding", nullptr, nullptr, FALSE, flags);

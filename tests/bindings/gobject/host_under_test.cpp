@@ -14,16 +14,20 @@ std::string contentsOf(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+std::string variable(const char* name) {
+    const char* value = std::getenv(name);
+    return value != nullptr ? value : "";
+}
+
 [[gnu::constructor]] void prepare() {
-    const char* sensors = std::getenv("TARVEX_TEST_SENSORS");
-    const char* backend = std::getenv("TARVEX_TEST_BACKEND");
-    if (sensors == nullptr || backend == nullptr) return;
+    const std::string sensors = variable("TARVEX_TEST_SENSORS");
+    const std::string backend = variable("TARVEX_TEST_BACKEND");
+    if (sensors.empty() || backend.empty()) return;
     unsetenv("LD_PRELOAD");  // programs that the host starts are no hosts
     TarvexClient* client = tarvex_client_get_default();
-    g_object_set(client, "sensor-root", sensors, nullptr);
-    const std::string directory = backend;
-    tarvex_testing_use_loopback(client, static_cast<guint16>(std::stoi(contentsOf(directory + "/port"))),
-                                contentsOf(directory + "/certificate.pem").c_str());
+    g_object_set(client, "sensor-root", sensors.c_str(), nullptr);
+    tarvex_testing_use_loopback(client, static_cast<guint16>(std::stoi(contentsOf(backend + "/port"))),
+                                contentsOf(backend + "/certificate.pem").c_str());
 }
 
 }  // namespace
