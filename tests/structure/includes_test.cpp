@@ -11,23 +11,25 @@ using Names = std::set<std::string>;
 using Graph = std::map<std::string, Names>;
 
 /// What each file includes: a file of the project by its path, a header of others with its opening bracket.
-const Graph& includes() {
-    static const Graph files = [] {
-        Graph found;
-        for (const fs::path root : {TARVEX_SOURCE_DIR "/src", TARVEX_SOURCE_DIR "/include"}) {
-            for (const auto& entry : fs::recursive_directory_iterator(root)) {
-                if (entry.path().extension() != ".h" && entry.path().extension() != ".cpp") continue;
-                Names& targets = found[fs::relative(entry.path(), root)];
-                std::ifstream file(entry.path());
-                for (std::string line; std::getline(file, line);) {
-                    if (!line.starts_with("#include ")) continue;
-                    const std::string target = line.substr(9, line.find_first_of("\">", 10) - 9);
-                    targets.insert(target.substr(target.front() == '"' ? 1 : 0));
-                }
+Graph includesBelow(const std::vector<fs::path>& roots) {
+    Graph found;
+    for (const fs::path& root : roots) {
+        for (const auto& entry : fs::recursive_directory_iterator(root)) {
+            if (entry.path().extension() != ".h" && entry.path().extension() != ".cpp") continue;
+            Names& targets = found[fs::relative(entry.path(), root)];
+            std::ifstream file(entry.path());
+            for (std::string line; std::getline(file, line);) {
+                if (!line.starts_with("#include ")) continue;
+                const std::string target = line.substr(9, line.find_first_of("\">", 10) - 9);
+                targets.insert(target.substr(target.front() == '"' ? 1 : 0));
             }
         }
-        return found;
-    }();
+    }
+    return found;
+}
+
+const Graph& includes() {
+    static const Graph files = includesBelow({TARVEX_SOURCE_DIR "/src", TARVEX_SOURCE_DIR "/include"});
     return files;
 }
 
@@ -98,6 +100,19 @@ TEST(Includes, NeitherFilesNorFoldersIncludeEachOtherInACircle) {
     EXPECT_GT(folders.size(), 10U);
     EXPECT_THAT(circlesOf(includes()), IsEmpty());
     EXPECT_THAT(circlesOf(folders), IsEmpty());
+}
+
+TEST(Includes, OtherLanguagesAreServedOverTheInstalledHeadersAlone) {
+    const Graph bindings = includesBelow({TARVEX_SOURCE_DIR "/bindings/gobject"});
+    Names own;
+    for (const auto& [file, targets] : bindings)
+        own.insert(fs::path(file).filename());
+    for (const auto& [file, targets] : bindings)
+        for (const std::string& target : targets)
+            EXPECT_TRUE(target.starts_with('<') || own.contains(target) ||
+                        fs::exists(TARVEX_SOURCE_DIR "/include/" + target))
+                << file << " includes " << target;
+    EXPECT_GT(bindings.size(), 10U);
 }
 
 }  // namespace
