@@ -245,7 +245,7 @@ TEST(Doctor, LooksAtTheBundleAndTheData) {
     fs::permissions(data / "UserDefaults.sqlite", fs::perms(0644));
     EXPECT_THAT(look("permissions of " + (data / "UserDefaults.sqlite").native()), HasSubstr("0644"));
     test::OtherProgram(data / "TrackingDataContainer.sqlite").run("INSERT INTO DataEntry(timestamp) VALUES(1)");
-    EXPECT_THAT(look("store"), HasSubstr("bad: 1 records cannot be read"));
+    EXPECT_THAT(look("store"), HasSubstr("bad: 1 record cannot be read; uploads leave it out"));
     for (const char* companion : {"-wal", "-shm"})
         fs::remove(data / (std::string("UserDefaults.sqlite") + companion));
     writeFile(data / "UserDefaults.sqlite", std::string(8192, 'x'));

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "counted.h"
 #include "doctor/checks.h"
 #include "platform/shared/handle.h"
 
@@ -150,7 +151,7 @@ Finding certificateFinding(const Backend& backend, const Handshake& handshake) {
                 look);
     if (!handshake.expiry) return good(what, "it is trusted");
     const auto days = (*handshake.expiry - std::time(nullptr)) / (24L * 60 * 60);
-    const std::string detail = "it is trusted, for " + std::to_string(days) + " more days";
+    const std::string detail = "it is trusted, for " + counted(days, "more day");
     if (days < fewDays) return note(what, detail, "have the backend's certificate renewed: " + look);
     return good(what, detail);
 }

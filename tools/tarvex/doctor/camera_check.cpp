@@ -47,7 +47,8 @@ Finding userCamera(const Finding& pipeWire) {
         return bad(what, "a host finds none" + (usable ? " that takes pictures" : ": " + usable.error()),
                    "attach one, and see: tarvex calibrate --list");
     }
-    return good(what, "a host takes \"" + names->front() + "\", of " + std::to_string(names->size()));
+    return good(what, "a host takes \"" + names->front() + "\", " +
+                          (names->size() == 1 ? "the only one" : "of " + std::to_string(names->size())));
 }
 
 Finding model(const std::filesystem::path& directory, const camera::FaceModelFile& file) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "counted.h"
 #include "platform/sqlite/sqlite_schema.h"
 #include "storage/readable_record.h"
 #include "store/stored_files.h"
@@ -39,11 +40,11 @@ void readRecords(const platform::SqliteConnection& store, const Snapshot& snapsh
         result.last = std::max(result.last.value_or(*record.timestamp), *record.timestamp);
     }
     if (code != SQLITE_DONE)
-        result.problems.push_back("After " + std::to_string(result.records) +
-                                  " records the store cannot be read: " + snapshot.sentence(store.error()));
+        result.problems.push_back("After " + counted(result.records, "record") +
+                                  " the store cannot be read: " + snapshot.sentence(store.error()));
     if (result.unreadable > 0)
-        result.problems.push_back(std::to_string(result.unreadable) +
-                                  " records cannot be read; uploads leave them out.");
+        result.problems.push_back(counted(result.unreadable, "record") + " cannot be read; uploads leave " +
+                                  (result.unreadable == 1 ? "it" : "them") + " out.");
 }
 
 void checkDefaults(const Snapshot& snapshot, Verification& result) {
