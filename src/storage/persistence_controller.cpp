@@ -32,12 +32,6 @@ constexpr std::string_view storeName = "TrackingDataContainer";
     std::abort();
 }
 
-void appendRecord(const platform::ManagedObjectView& record, UploadDocument& document) {
-    if (!record.timestamp || !record.type || !record.data) return;
-    document.appendSample(*record.timestamp, *record.type,
-                          {reinterpret_cast<const char*>(record.data->data()), record.data->size()});
-}
-
 }  // namespace
 
 PersistenceController& PersistenceController::shared() {
@@ -192,7 +186,7 @@ std::optional<UploadDocument> PersistenceController::fetchSamples() {
     const platform::FetchRequest request = DataEntry::fetchRequest();
     std::optional<UploadDocument> document(std::in_place, context.fetchSizeBound(request));
     const auto fetched = context.fetch(request, [&document](const auto& record) {
-        appendRecord(record, *document);
+        document->append(record);
         return true;
     });
     if (!fetched) document.reset();

@@ -1,5 +1,6 @@
 #include "storage/tracking_data.h"
 
+#include <span>
 #include <utility>
 #include <variant>
 
@@ -77,7 +78,8 @@ std::optional<platform::ByteBuffer> encode(const TrackingDataWrapper& wrapper) {
     for (const TrackingData& sample : wrapper.trackingData) {
         const auto values = encode(sample.data);
         if (!values) return std::nullopt;
-        document.appendSample(sample.timestamp, sample.type, values->view());
+        document.append(
+            {.timestamp = sample.timestamp, .type = sample.type, .data = std::as_bytes(std::span(values->view()))});
     }
     return document.finish(wrapper);
 }

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "storage/readable_record.h"
+
 namespace tarvex {
 
 namespace {
@@ -25,29 +27,27 @@ UploadDocument::UploadDocument(std::size_t sizeBound) : sampleBegin_("," + membe
     bytes_.append('[');
 }
 
-void UploadDocument::appendSample(double timestamp, std::string_view type, std::string_view encodedValues) {
-    if (!encodeType(type)) return;
+void UploadDocument::append(const platform::ManagedObjectView& record) {
+    const bool isTypeKnown = record.type && record.type == type_;
     const std::size_t before = bytes_.size();
     bytes_.append(std::string_view(sampleBegin_).substr(empty_ ? 1 : 0));
-    if (!values_.append(encodedValues, bytes_)) {
+    if (!appendValuesOfReadable(record, isTypeKnown, values_, bytes_)) {
         bytes_.truncate(before);
         return;
     }
+    if (!isTypeKnown) encodeType(*record.type);
     bytes_.append(typeMember_.view());
-    finite_ = platform::appendJsonNumber(timestamp, bytes_) && finite_;
+    finite_ = platform::appendJsonNumber(*record.timestamp, bytes_) && finite_;
     bytes_.append('}');
     empty_ = false;
 }
 
-bool UploadDocument::encodeType(std::string_view type) {
-    if (type == type_) return true;
-    if (!platform::isValidUtf8(type)) return false;
+void UploadDocument::encodeType(std::string_view type) {
     type_ = type;
     typeMember_.truncate(0);
     typeMember_.append(member(',', Sample::type));
     platform::appendJsonString(type, typeMember_);
     typeMember_.append(member(',', Sample::timestamp));
-    return true;
 }
 
 std::optional<platform::ByteBuffer> UploadDocument::finish(const Sender& sender) {

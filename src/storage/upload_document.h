@@ -8,6 +8,7 @@
 #include "storage/tracking_data.h"
 #include "tarvex/platform/byte_buffer.h"
 #include "tarvex/platform/json.h"
+#include "tarvex/platform/object_store.h"
 
 namespace tarvex {
 
@@ -20,15 +21,14 @@ public:
     /// `sizeBound`: at least the bytes that the samples will take; memory that stays unused is never taken.
     explicit UploadDocument(std::size_t sizeBound);
 
-    /// Appends a sample whose values are JSON already. One whose type is not UTF-8, or whose values are no map of
-    /// numbers, is left out.
-    void appendSample(double timestamp, std::string_view type, std::string_view encodedValues);
+    /// Appends a record; one that cannot be read is left out (see `appendValuesOfReadable`).
+    void append(const platform::ManagedObjectView& record);
 
     /// The finished document; absent when a time stamp was not finite. Ends the use of this object.
     std::optional<platform::ByteBuffer> finish(const Sender& sender);
 
 private:
-    bool encodeType(std::string_view type);
+    void encodeType(std::string_view type);
 
     platform::ValueMapAppender values_;
     platform::ByteBuffer bytes_;

@@ -1,6 +1,5 @@
 // The program tarvex as a process of its own, on stores that the library itself has made.
 
-#include <fcntl.h>
 #include <linux/capability.h>
 #include <sys/prctl.h>
 
@@ -11,47 +10,13 @@
 #include "storage/persistence_controller.h"
 #include "storage/tracking_data.h"
 #include "tarvex/data_entry.h"
+#include "tool_process.h"
 
 namespace tarvex::tool {
 namespace {
 
 namespace fs = std::filesystem;
 using test::OtherProgram;
-
-struct Outcome {
-    int code = 0;
-    std::string output;
-    std::string errors;
-};
-
-/// Makes the program's process another; false when that fails.
-using Preparation = std::function<bool()>;
-
-Outcome run(std::vector<std::string> arguments, const Preparation& prepare = nullptr) {
-    const TemporaryDirectory directory;
-    const auto errors = directory.path() / "errors";
-    const auto file = ::open(errors.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    test::ChildProcess process([&](int output) {
-        ::dup2(output, STDOUT_FILENO);
-        ::dup2(file, STDERR_FILENO);
-        if (prepare && !prepare()) return 126;
-        std::vector<char*> words;
-        arguments.insert(arguments.begin(), TARVEX_TOOL_PROGRAM);
-        for (std::string& argument : arguments)
-            words.push_back(argument.data());
-        words.push_back(nullptr);
-        ::execv(words.front(), words.data());
-        return 127;
-    });
-    Outcome outcome;
-    std::array<char, 4096> piece{};
-    for (ssize_t count = 0; (count = ::read(process.output(), piece.data(), piece.size())) > 0;)
-        outcome.output.append(piece.data(), static_cast<std::size_t>(count));
-    outcome.code = process.wait();
-    outcome.errors = contentsOf(errors);
-    ::close(file);
-    return outcome;
-}
 
 /// The commands of docs/integration.md.
 std::string documentedRecovery() {

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "calibrate/command.h"
+#include "counted.h"
 #include "doctor/doctor.h"
 #include "doctor/report.h"
 #include "store/csv_export.h"
@@ -76,8 +77,8 @@ int exportCommand(const Arguments& arguments) {
     const auto exported = readCopy(arguments.host, exportCsv);
     if (!exported) return fail(exported.error());
     if (exported->left > 0)
-        std::fprintf(stderr, "%lld records cannot be read, and were left out.\n",
-                     static_cast<long long>(exported->left));
+        fail(counted(exported->left, "record") + " cannot be read, and " + (exported->left == 1 ? "was" : "were") +
+             " left out.");
     return print(exported->text);
 }
 
@@ -87,7 +88,7 @@ int verifyCommand(const Arguments& arguments) {
     const auto& [records, unreadable, first, last, problems] = *verification;
     for (const std::string& problem : problems)
         fail(problem);
-    std::string text = std::to_string(records - unreadable) + " readable records";
+    std::string text = counted(records - unreadable, "readable record");
     if (first && last) text += ", from " + utcText(*first) + " to " + utcText(*last);
     if (problems.empty()) text += "; the store is whole";
     const int printed = print(text + ".\n");
@@ -100,7 +101,8 @@ int recoverCommand(const Arguments& arguments) {
     const auto recovery = recover(*directory, arguments.output);
     if (!recovery) return fail(recovery.error());
     const std::string store = (*directory / storeName).string();
-    return print(std::to_string(recovery->records) + " records are in " + arguments.output.string() + "; " +
+    return print(counted(recovery->records, "record") + (recovery->records == 1 ? " is in " : " are in ") +
+                 arguments.output.string() + "; " +
                  (recovery->isWhole ? "none was lost" : "a part of the store could not be read") +
                  ".\nThe store was left as it is. To put the new one in its place, while no host runs:\n" +
                  "    mkdir damaged && mv '" + store + "'* damaged\n" +  // -wal and -shm belong to it

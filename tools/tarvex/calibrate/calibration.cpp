@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "counted.h"
 #include "platform/glib/calibration_file.h"
 
 namespace tarvex::camera {
@@ -52,7 +53,7 @@ std::expected<Readings, std::string> read(FrameSource& source, const FaceFinder&
 std::expected<double, std::string> factorOf(const Readings& readings, double trueCentimetres) {
     if (readings.centimetres.size() < fewest)
         return std::unexpected("a face was seen in " + std::to_string(readings.centimetres.size()) + " of " +
-                               std::to_string(readings.frames) + " frames: too few to calibrate by");
+                               tool::counted(readings.frames, "frame") + ": too few to calibrate by");
     const double median = quantile(readings.centimetres, 0.5);
     const double spread = (quantile(readings.centimetres, 0.75) - quantile(readings.centimetres, 0.25)) / median;
     if (spread > widestSpread) return std::unexpected("the readings are too far apart: hold the head still");

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "calibrate/calibration.h"
+#include "counted.h"
 #include "platform/camera/camera_options.h"
 #include "platform/camera/camera_source.h"
 #include "platform/camera/user_camera.h"
@@ -43,9 +44,10 @@ int fail(const std::string& why) {
 
 void show(const Readings& readings) {
     if (readings.centimetres.empty()) {
-        std::printf("\r  no face yet in %d frames", readings.frames);
+        std::printf("\r  no face yet in %s", tool::counted(readings.frames, "frame").c_str());
     } else {
-        std::printf("\r  %4zu readings, the last %6.1f cm", readings.centimetres.size(), readings.centimetres.back());
+        std::printf("\r  %4zu reading%s, the last %6.1f cm", readings.centimetres.size(),
+                    readings.centimetres.size() == 1 ? "" : "s", readings.centimetres.back());
     }
     std::fflush(stdout);
 }

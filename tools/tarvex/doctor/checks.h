@@ -21,24 +21,27 @@ Findings checkBundle(const Host& host, bool measuresDistance);
 /// The directory of the data, its permissions and room; the store and the consent in it.
 Findings checkData(const Host& host, const Examination& examination);
 
-/// Every light sensor of the kernel's tree and what its attributes read; three seconds at most for each.
-Findings checkLightSensors(const std::filesystem::path& root);
+/// Every light sensor of the kernel's tree and what its attributes read; all are looked at side by side.
+Findings checkLightSensors(const std::filesystem::path& root,
+                           std::chrono::milliseconds patience = std::chrono::seconds(3));
 
 /// The video devices in the directory, and the rights on them.
 Findings checkVideoDevices(const std::filesystem::path& devices);
 
-/// The cameras as a host finds them, and what GStreamer needs for them. One note in a program without the camera.
+/// The cameras as a host finds them. One note in a program without the camera.
 Findings checkCameras();
 
 /// The networks beside the library. Nothing in a program without the camera.
 Findings checkFaceModels();
 Findings checkFaceModels(const std::filesystem::path& directory);
 
-/// One element of GStreamer, and the Debian package that brings it. Nothing in a program without the camera.
-Findings checkElement(const std::string& element, const std::string& package);
+/// GStreamer's elements that a camera needs, and the Debian packages that bring them; its first start, which looks at
+/// every plug-in, takes seconds. Nothing in a program without the camera.
+Findings checkElements(std::chrono::milliseconds patience = std::chrono::seconds(20));
 
-/// The desktop's portal, and the answer about the camera that it keeps for the host.
-Findings checkPortal(const Host& host);
+/// The desktop's portal, and the answer about the camera that it keeps for the host. It is waited for that long for
+/// each of its answers.
+Findings checkPortal(const Host& host, std::chrono::milliseconds patience = std::chrono::seconds(5));
 
 /// Whether a host runs, and what can be seen of its main loop from outside.
 Findings checkMainLoop(const Host& host);

@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "consent/consent.h"
+#include "counted.h"
 #include "doctor/checks.h"
 #include "platform/plist/plist_bundles.h"
 #include "platform/shared/own_file.h"
@@ -90,9 +91,9 @@ Finding storeFinding(const Snapshot& snapshot) {
     if (records == 0)
         return note(what, "it is whole and holds nothing: no sample was taken since the last upload",
                     "look here again while the host measures");
-    return good(what, "it is whole and holds " + std::to_string(records) + " samples, from " +
-                          utcText(first.value_or(0)) + " to " + utcText(last.value_or(0)) +
-                          ", which wait for an upload");
+    return good(what, "it is whole and holds " + counted(records, "sample") + ", from " + utcText(first.value_or(0)) +
+                          " to " + utcText(last.value_or(0)) +
+                          (records == 1 ? ", which waits for an upload" : ", which wait for an upload"));
 }
 
 Findings consentFindings(const Snapshot& snapshot, const Examination& examination) {

@@ -15,8 +15,8 @@ struct Examination {
     std::filesystem::path sensors = "/sys/bus/iio/devices";
 };
 
-/// Looks at everything that the host needs, and changes nothing of its data. Takes a moment; up to half a minute where
-/// the session bus, the network and a sensor do not answer.
+/// Looks at everything that the host needs, and changes nothing of its data. Takes a moment; about a minute at
+/// most where neither a sensor, GStreamer, the session bus nor the network answers.
 Findings examine(const Host& host, const Examination& examination);
 
 }  // namespace tarvex::tool

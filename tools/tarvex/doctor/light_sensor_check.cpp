@@ -1,22 +1,18 @@
 #include <algorithm>
-#include <future>
+#include <deque>
 #include <map>
-#include <memory>
 #include <system_error>
-#include <thread>
 #include <vector>
 
 #include "doctor/checks.h"
+#include "doctor/separate_look.h"
 #include "platform/iio/iio_light_sensor.h"
 #include "platform/shared/regular_file.h"
 
 namespace tarvex::tool {
 namespace {
 
-using namespace std::chrono_literals;
 namespace fs = std::filesystem;
-
-constexpr auto patience = 3s;
 
 std::string trimmed(std::string text) {
     text.erase(text.find_last_not_of(" \t\r\n") + 1);
@@ -73,19 +69,23 @@ Finding look(const fs::path& sensor) {
     return good(nameOf(sensor), "lux " + std::to_string(reading->lux) + "; " + attributes.text);
 }
 
-/// A driver that hangs keeps its thread, which ends with the program.
-Finding lookInTime(const fs::path& sensor) {
-    auto promise = std::make_shared<std::promise<Finding>>();
-    auto answer = promise->get_future();
-    std::thread([promise, sensor] { promise->set_value(look(sensor)); }).detach();
-    if (answer.wait_for(patience) == std::future_status::ready) return answer.get();
-    return bad("light sensor " + sensor.filename().string(), "it does not answer within three seconds",
-               "load its driver anew: sudo modprobe --remove DRIVER && sudo modprobe DRIVER (see lsmod)");
+/// The module of the sensor's driver, where the kernel names it.
+std::string moduleOf(const fs::path& sensor) {
+    std::error_code failure;
+    const auto module = fs::read_symlink(sensor / ".." / "driver" / "module", failure);
+    return failure ? "DRIVER" : module.filename().string();
+}
+
+Finding unanswered(const fs::path& sensor) {
+    const std::string module = moduleOf(sensor);
+    return bad("light sensor " + sensor.filename().string(), "its driver does not answer",
+               "load its driver anew: sudo modprobe --remove " + module + " && sudo modprobe " + module +
+                   (module == "DRIVER" ? " (see lsmod)" : "") + "; if that hangs too, start the device anew");
 }
 
 }  // namespace
 
-Findings checkLightSensors(const fs::path& root) {
+Findings checkLightSensors(const fs::path& root, std::chrono::milliseconds patience) {
     Findings findings;
     std::vector<fs::path> devices;
     std::error_code failure;
@@ -95,8 +95,14 @@ Findings checkLightSensors(const fs::path& root) {
         if (isDevice && platform::IioLightSensor::isLightSensor(entry->path())) devices.push_back(entry->path());
     }
     std::ranges::sort(devices);
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    std::deque<SeparateLook> looks;
     for (const fs::path& device : devices)
-        findings.push_back(lookInTime(device));
+        looks.emplace_back([&device] { return Findings{look(device)}; });
+    for (std::size_t number = 0; number < devices.size(); ++number) {
+        const auto answer = looks[number].findings(deadline);
+        findings.push_back(answer ? answer->front() : unanswered(devices[number]));
+    }
     if (findings.empty())
         findings.push_back(
             bad("light sensor", "there is none in " + root.string(),

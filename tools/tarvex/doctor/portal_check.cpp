@@ -1,6 +1,7 @@
 #include <gio/gio.h>
 
 #include <map>
+#include <optional>
 #include <string_view>
 
 #include "doctor/checks.h"
@@ -10,25 +11,34 @@
 namespace tarvex::tool {
 namespace {
 
-using namespace std::chrono_literals;
+using Milliseconds = std::chrono::milliseconds;
 using platform::Variant;
 
-constexpr auto patience = 5s;
 constexpr const char* storeName = "org.freedesktop.impl.portal.PermissionStore";
 constexpr const char* storePath = "/org/freedesktop/impl/portal/PermissionStore";
 
 using Answers = std::map<std::string, std::string>;  ///< of each application, by its name
 
-/// What the portal has stored about the camera; empty when it has never asked.
-Answers storedAnswers(GDBusConnection& bus) {
-    const Variant reply(g_dbus_connection_call_sync(&bus, storeName, storePath, storeName, "Lookup",
-                                                    g_variant_new("(ss)", "devices", "camera"),
-                                                    G_VARIANT_TYPE("(a{sas}v)"), G_DBUS_CALL_FLAGS_NONE,
-                                                    std::chrono::milliseconds(patience).count(), nullptr, nullptr));
+/// The reply to a call; absent when there is none in time, null when it is an error.
+std::optional<Variant> call(GDBusConnection& bus, Milliseconds patience, const char* name, const char* path,
+                            const char* interface, const char* method, GVariant* arguments, const char* type) {
+    platform::BusError error;
+    Variant reply(g_dbus_connection_call_sync(&bus, name, path, interface, method, arguments, G_VARIANT_TYPE(type),
+                                              G_DBUS_CALL_FLAGS_NONE, static_cast<int>(patience.count()), nullptr,
+                                              &error.error));
+    if (g_error_matches(error.error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) != 0) return std::nullopt;
+    return reply;
+}
+
+/// What the portal has stored about the camera; empty when it has never asked, absent when it does not say.
+std::optional<Answers> storedAnswers(GDBusConnection& bus, Milliseconds patience) {
+    const auto reply = call(bus, patience, storeName, storePath, storeName, "Lookup",
+                            g_variant_new("(ss)", "devices", "camera"), "(a{sas}v)");
+    if (!reply) return std::nullopt;
     Answers answers;
-    if (!reply) return answers;
+    if (!*reply) return answers;
     GVariantIter* entries = nullptr;
-    g_variant_get(reply.get(), "(a{sas}v)", &entries, nullptr);
+    g_variant_get(reply->get(), "(a{sas}v)", &entries, nullptr);
     const char* application = nullptr;
     GVariantIter* values = nullptr;
     while (g_variant_iter_loop(entries, "{&sas}", &application, &values) != FALSE) {
@@ -39,13 +49,12 @@ Answers storedAnswers(GDBusConnection& bus) {
     return answers;
 }
 
-/// Where it has no dialog to ask with, the portal has no such interface.
-bool hasCameraInterface(const platform::PortalConnection& connection) {
-    const Variant reply(g_dbus_connection_call_sync(
-        connection.bus(), connection.portal().c_str(), platform::PortalConnection::path,
-        "org.freedesktop.DBus.Properties", "Get", g_variant_new("(ss)", "org.freedesktop.portal.Camera", "version"),
-        G_VARIANT_TYPE("(v)"), G_DBUS_CALL_FLAGS_NONE, std::chrono::milliseconds(patience).count(), nullptr, nullptr));
-    return reply != nullptr;
+/// Where it has no dialog to ask with, the portal has no such interface. Absent when it does not say.
+std::optional<bool> hasCameraInterface(const platform::PortalConnection& connection, Milliseconds patience) {
+    const auto reply = call(*connection.bus(), patience, connection.portal().c_str(), platform::PortalConnection::path,
+                            "org.freedesktop.DBus.Properties", "Get",
+                            g_variant_new("(ss)", "org.freedesktop.portal.Camera", "version"), "(v)");
+    return reply ? std::optional(*reply != nullptr) : std::nullopt;
 }
 
 std::string askingAgain(const std::string& application) {
@@ -74,7 +83,7 @@ Findings answerFindings(const Host& host, const Answers& answers) {
 
 }  // namespace
 
-Findings checkPortal(const Host& host) {
+Findings checkPortal(const Host& host, Milliseconds patience) {
     constexpr const char* what = "desktop portal";
     const platform::ThreadContext context;
     const platform::GObjectPointer<GCancellable> cancellable(g_cancellable_new());
@@ -86,11 +95,22 @@ Findings checkPortal(const Host& host) {
         if (devicesAllow) return {note(what, why + ": " + decision)};
         return {bad(what, why + ": " + decision, "sudo usermod --append --groups video \"$USER\", and log in anew")};
     };
-    if (connection.bus() == nullptr) return without("there is no session bus that answers");
+    if (connection.bus() == nullptr)
+        return without("there is no session bus that answers (run this in the host's session, as its user)");
     if (!connection.reachPortal(patience)) return without("there is none on the session bus");
-    if (!hasCameraInterface(connection)) return without("it has no interface for the camera");
+    const auto hasCamera = hasCameraInterface(connection, patience);
+    if (!hasCamera)
+        return {bad(what, "it is on the session bus and does not answer: the camera counts as refused",
+                    "systemctl --user restart xdg-desktop-portal")};
+    if (!*hasCamera) return without("it has no interface for the camera");
     Findings findings{good(what, "it answers on the session bus")};
-    for (Finding& finding : answerFindings(host, storedAnswers(*connection.bus())))
+    const auto answers = storedAnswers(*connection.bus(), patience);
+    if (!answers) {
+        findings.push_back(bad("portal's answer", "its store, which keeps the user's answer, does not reply",
+                               "systemctl --user restart xdg-permission-store"));
+        return findings;
+    }
+    for (Finding& finding : answerFindings(host, *answers))
         findings.push_back(std::move(finding));
     return findings;
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/sqlite/sqlite_schema.h"
+#include "storage/readable_record.h"
 #include "storage/tracking_data.h"
 #include "tarvex/platform/json.h"
 
@@ -30,9 +31,10 @@ std::string cell(std::string_view text) {
     return quoted + "\"";
 }
 
-std::optional<TrackingData> sampleOf(const platform::ManagedObjectView& record) {
-    if (!record.timestamp || !record.type || !platform::isValidUtf8(*record.type) || !record.data) return std::nullopt;
-    auto values = decodeValueMap({reinterpret_cast<const char*>(record.data->data()), record.data->size()});
+std::optional<TrackingData> sampleOf(const platform::ManagedObjectView& record, platform::ValueMapAppender& appender) {
+    platform::ByteBuffer text;
+    if (!appendValuesOfReadable(record, false, appender, text)) return std::nullopt;
+    auto values = decodeValueMap(text.view());
     if (!values) return std::nullopt;
     return TrackingData{.timestamp = *record.timestamp, .type = std::string(*record.type), .data = *std::move(values)};
 }
@@ -83,9 +85,10 @@ std::expected<CsvExport, std::string> exportCsv(const Snapshot& snapshot) {
     if (const auto present = platform::schemaIsPresentIn(**store); present && *present) {
         const auto select = (*store)->prepare(platform::recordSelection);
         if (!select) return Failure(snapshot.sentence(select.error()));
+        platform::ValueMapAppender values;
         int code = sqlite3_step(select->get());
         for (; code == SQLITE_ROW; code = sqlite3_step(select->get())) {
-            if (auto sample = sampleOf(platform::recordIn(select->get())))
+            if (auto sample = sampleOf(platform::recordIn(select->get()), values))
                 samples.push_back(*std::move(sample));
             else
                 ++result.left;

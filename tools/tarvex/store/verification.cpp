@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <string_view>
 
+#include "counted.h"
 #include "platform/sqlite/sqlite_schema.h"
+#include "storage/readable_record.h"
 #include "store/stored_files.h"
 #include "tarvex/platform/json.h"
 
@@ -19,14 +21,6 @@ std::string damageOf(const platform::SqliteConnection& database) {
     return text == "ok" ? "" : text.substr(text.rfind('\n') + 1);
 }
 
-/// True for a record that an upload takes along.
-bool isReadable(const platform::ManagedObjectView& record, platform::ValueMapAppender& values,
-                platform::ByteBuffer& scratch) {
-    scratch.truncate(0);
-    return record.timestamp && record.type && platform::isValidUtf8(*record.type) && record.data &&
-           values.append({reinterpret_cast<const char*>(record.data->data()), record.data->size()}, scratch);
-}
-
 void readRecords(const platform::SqliteConnection& store, const Snapshot& snapshot, Verification& result) {
     const auto select = store.prepare(platform::recordSelection);
     if (!select) {
@@ -39,17 +33,18 @@ void readRecords(const platform::SqliteConnection& store, const Snapshot& snapsh
     for (; code == SQLITE_ROW; code = sqlite3_step(select->get())) {
         const auto record = platform::recordIn(select->get());
         ++result.records;
-        if (!isReadable(record, values, scratch)) ++result.unreadable;
+        scratch.truncate(0);
+        if (!appendValuesOfReadable(record, false, values, scratch)) ++result.unreadable;
         if (!record.timestamp) continue;
         result.first = std::min(result.first.value_or(*record.timestamp), *record.timestamp);
         result.last = std::max(result.last.value_or(*record.timestamp), *record.timestamp);
     }
     if (code != SQLITE_DONE)
-        result.problems.push_back("After " + std::to_string(result.records) +
-                                  " records the store cannot be read: " + snapshot.sentence(store.error()));
+        result.problems.push_back("After " + counted(result.records, "record") +
+                                  " the store cannot be read: " + snapshot.sentence(store.error()));
     if (result.unreadable > 0)
-        result.problems.push_back(std::to_string(result.unreadable) +
-                                  " records cannot be read; uploads leave them out.");
+        result.problems.push_back(counted(result.unreadable, "record") + " cannot be read; uploads leave " +
+                                  (result.unreadable == 1 ? "it" : "them") + " out.");
 }
 
 void checkDefaults(const Snapshot& snapshot, Verification& result) {
