@@ -14,8 +14,9 @@ G_BEGIN_DECLS
  *
  * The one object through which a host drives the library.
  *
- * The thread that first asks for the client is the main thread, whose main loop runs. On it belong sharing and the
- * consent request; everything else may be called on any thread. Signals are emitted on the default main context.
+ * The thread that first asks for the client, or makes a request, is the main thread, whose main loop runs. On it belong
+ * sharing and the consent request; everything else may be called on any thread. Signals are emitted on the default main
+ * context.
  *
  * The first call that needs the library uses it: from then on no property can be set. Consent, identifier and samples
  * are filed under [property@Client:application-id], else under the identifier of the process's default #GApplication;

@@ -14,6 +14,7 @@
 #include "private.h"
 #include "property_flags.h"
 #include "reader.h"
+#include "tarvex-client.h"
 
 struct _TarvexConsentRequest {
     GObject parent_instance;
@@ -106,6 +107,7 @@ gboolean tarvex_private_show_request(TarvexConsentRequest* request,
 
 static void tarvex_consent_request_init(TarvexConsentRequest* self) {
     self->readers = new std::vector<TarvexReader>;
+    tarvex_client_get_default();  // the main thread is decided about by now
 }
 
 static void tarvex_consent_request_get_property(GObject* object, guint id, GValue* value, GParamSpec* /*property*/) {

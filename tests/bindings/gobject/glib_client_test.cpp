@@ -1,7 +1,9 @@
 // The C interface, as a host in C sees it.
 
 #include "glib_host.h"
+#include "private.h"
 #include "tarvex/tarvex_error.h"
+#include "tarvex/testing/scripted_face_tracking.h"
 
 namespace tarvex {
 namespace {
@@ -79,6 +81,49 @@ TEST(GlibErrors, NameWhatDistancesLack) {
     EXPECT_FALSE(tarvex_client_in_progress(host.client, TARVEX_READER_DISTANCE));
 }
 
+/// A camera that a test plugs in.
+class PluggedCamera final : public platform::FaceTracking {
+public:
+    explicit PluggedCamera(const bool& isPlugged) : isPlugged_(isPlugged) {}
+
+    bool isSupported() const override { return isPlugged_; }
+    int supportedNumberOfTrackedFaces() const override { return 1; }
+    [[nodiscard]] std::shared_ptr<platform::FaceTrackingSceneView> makeSceneView() override {
+        return faces_.makeSceneView();
+    }
+
+private:
+    const bool& isPlugged_;
+    testing::ScriptedFaceTracking faces_;
+};
+
+TEST(GlibClient, StartsDistancesWhereThereIsACameraAndNotifiesWhenOneHasCome) {
+    const GlibHost host;
+    g_object_set(host.client, "camera-usage-description", "The study measures eye distances.", nullptr);
+    static bool isPlugged = false;  // lives as long as the platform
+    ASSERT_TRUE(tarvex_private_customize(
+        [](platform::Platform& platform) { platform.setFaceTracking(std::make_unique<PluggedCamera>(isPlugged)); }));
+    host.consent({TARVEX_READER_DISTANCE});
+    int notifications = 0;
+    g_signal_connect(host.client, "notify::distance-available",
+                     G_CALLBACK(+[](TarvexClient*, GParamSpec*, int* number) { ++*number; }), &notifications);
+    EXPECT_FALSE(tarvex_client_get_distance_available(host.client));
+    TarvexView* view = tarvex_view_new();
+    EXPECT_FALSE(tarvex_client_start(host.client, TARVEX_READER_DISTANCE, 4, view, nullptr));
+    isPlugged = true;
+    EXPECT_TRUE(tarvex_client_start(host.client, TARVEX_READER_DISTANCE, 4, view, nullptr));
+    g_object_unref(view);
+    EXPECT_TRUE(tarvex_client_in_progress(host.client, TARVEX_READER_DISTANCE));
+    EXPECT_FALSE(tarvex_client_in_progress(host.client, TARVEX_READER_AMBIENT_LIGHT));
+    EXPECT_TRUE(iterateUntil([&] { return notifications == 1; }));
+    EXPECT_TRUE(tarvex_client_get_distance_available(host.client));
+    tarvex_client_stop(host.client, TARVEX_READER_DISTANCE);
+    isPlugged = false;
+    host.consent({TARVEX_READER_DISTANCE});
+    EXPECT_TRUE(iterateUntil([&] { return notifications == 2; })) << "a decision looks as well";
+    g_signal_handlers_disconnect_by_data(host.client, &notifications);
+}
+
 TEST(GlibClient, SamplesNotifiesSharesAndDeletes) {
     GlibHost host;
     EXPECT_EQ(G_OBJECT(host.client), G_OBJECT(g_object_ref(host.client)));
@@ -89,14 +134,14 @@ TEST(GlibClient, SamplesNotifiesSharesAndDeletes) {
     EXPECT_TRUE(tarvex_client_in_progress(host.client, TARVEX_READER_AMBIENT_LIGHT));
     tarvex_testing_light_sensor_report(host.sensor, 321, 1, 2, 3, 4);
     EXPECT_EQ(host.notifications, 0);
-    EXPECT_TRUE(runUntil([&] { return host.notifications == 3; }));
+    EXPECT_TRUE(iterateUntil([&] { return host.notifications == 3; }));
     EXPECT_EQ(tarvex_client_get_count(host.client), 3) << "a notification for each sample";
 
     g_object_set(host.backend, "status", 500, nullptr);
     Outcome refused;
     tarvex_client_share_async(host.client, TRUE, Outcome::take, &refused);
     EXPECT_FALSE(refused.isThere);
-    EXPECT_TRUE(runUntil([&] { return refused.isThere; }));
+    EXPECT_TRUE(iterateUntil([&] { return refused.isThere; }));
     EXPECT_TRUE(refused.error.is(TARVEX_ERROR, TARVEX_ERROR_HTTP_ERROR));
     EXPECT_THAT(refused.error.text(), HasSubstr("statusCode != 200"));
 
@@ -106,20 +151,20 @@ TEST(GlibClient, SamplesNotifiesSharesAndDeletes) {
     const int before = host.notifications;
     Outcome kept;
     tarvex_client_share_async(host.client, FALSE, Outcome::take, &kept);
-    EXPECT_TRUE(runUntil([&] { return kept.isThere; }));
+    EXPECT_TRUE(iterateUntil([&] { return kept.isThere; }));
     EXPECT_TRUE(kept.succeeded) << kept.error.text();
     EXPECT_GE(tarvex_client_get_count(host.client), 3);
     EXPECT_EQ(host.notifications, before);
     Outcome deleted;
     tarvex_client_share_async(host.client, TRUE, Outcome::take, &deleted);
-    EXPECT_TRUE(runUntil([&] { return deleted.isThere && host.notifications > before; }));
+    EXPECT_TRUE(iterateUntil([&] { return deleted.isThere && host.notifications > before; }));
     EXPECT_EQ(tarvex_client_get_count(host.client), 0);
     ASSERT_THAT(host.documents(), SizeIs(3));
     EXPECT_THAT(host.documents().back(), HasSubstr(R"("lux":321)"));
     EXPECT_THAT(host.documents().back(), HasSubstr("org.tarvex.GlibTest"));
 
     EXPECT_TRUE(tarvex_client_start(host.client, TARVEX_READER_AMBIENT_LIGHT, 0, nullptr, nullptr));
-    EXPECT_TRUE(runUntil([&] { return tarvex_client_get_count(host.client) > 0; }));
+    EXPECT_TRUE(iterateUntil([&] { return tarvex_client_get_count(host.client) > 0; }));
     tarvex_client_stop_all(host.client);
     tarvex_client_delete_all(host.client);
     EXPECT_EQ(tarvex_client_get_count(host.client), 0);

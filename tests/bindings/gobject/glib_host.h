@@ -7,7 +7,7 @@
 namespace tarvex::test {
 
 /// Runs the main loop until `holds`; false when it still does not after 20 s.
-inline bool runUntil(const std::function<bool()>& holds) {
+inline bool iterateUntil(const std::function<bool()>& holds) {
     const auto deadline = std::chrono::steady_clock::now() + 20s;
     while (!holds()) {
         if (std::chrono::steady_clock::now() > deadline) return false;
@@ -85,7 +85,7 @@ public:
         ASSERT_TRUE(tarvex_consent_request_consent(request, nullptr));
         EXPECT_EQ(answer, -1) << "the answer comes on the main loop";
         g_object_unref(request);
-        EXPECT_TRUE(runUntil([&] { return answer == 1; })) << "it lives until the answer";
+        EXPECT_TRUE(iterateUntil([&] { return answer == 1; })) << "it lives until the answer";
     }
 
     std::filesystem::path data() const { return directory_.path() / "data"; }

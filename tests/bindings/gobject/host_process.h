@@ -17,9 +17,12 @@ public:
         std::filesystem::create_directory(home());
     }
 
-    /// The environment of a process that measures and shares here. A critical message of GLib ends it.
+    /// The environment, in the words of a shell, of a process that measures and shares here. A critical message of GLib
+    /// ends it. A sanitizer's library is not the first one, and the thread that asked for the camera is never joined.
     std::string environment() const {
-        return "LC_ALL=C.UTF-8 G_DEBUG=fatal-criticals LD_PRELOAD='" TARVEX_HOST_UNDER_TEST "' XDG_DATA_HOME='" +
+        return R"(ASAN_OPTIONS="$ASAN_OPTIONS:verify_asan_link_order=0" )"
+               R"(TSAN_OPTIONS="$TSAN_OPTIONS:report_thread_leaks=0" )"
+               "LC_ALL=C.UTF-8 G_DEBUG=fatal-criticals LD_PRELOAD='" TARVEX_HOST_UNDER_TEST "' XDG_DATA_HOME='" +
                home().string() + "' TARVEX_TEST_SENSORS='" + tree.root().string() + "' TARVEX_TEST_BACKEND='" +
                (directory_.path() / "backend").string() + "'";
     }
