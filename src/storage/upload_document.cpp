@@ -31,13 +31,14 @@ void UploadDocument::append(const platform::ManagedObjectView& record) {
     const bool isTypeKnown = record.type && record.type == type_;
     const std::size_t before = bytes_.size();
     bytes_.append(std::string_view(sampleBegin_).substr(empty_ ? 1 : 0));
-    if (!appendValuesOfReadable(record, isTypeKnown, values_, bytes_)) {
+    const auto readable = appendReadable(record, isTypeKnown, values_, bytes_);
+    if (!readable) {
         bytes_.truncate(before);
         return;
     }
-    if (!isTypeKnown) encodeType(*record.type);
+    if (!isTypeKnown) encodeType(readable->type);
     bytes_.append(typeMember_.view());
-    finite_ = platform::appendJsonNumber(*record.timestamp, bytes_) && finite_;
+    finite_ = platform::appendJsonNumber(readable->timestamp, bytes_) && finite_;
     bytes_.append('}');
     empty_ = false;
 }

@@ -21,7 +21,7 @@ public:
     /// `sizeBound`: at least the bytes that the samples will take; memory that stays unused is never taken.
     explicit UploadDocument(std::size_t sizeBound);
 
-    /// Appends a record; one that cannot be read is left out (see `appendValuesOfReadable`).
+    /// Appends a record; one that cannot be read is left out (see `appendReadable`).
     void append(const platform::ManagedObjectView& record);
 
     /// The finished document; absent when a time stamp was not finite. Ends the use of this object.

@@ -15,7 +15,7 @@
 namespace tarvex::tool {
 namespace {
 
-constexpr auto patience = std::chrono::milliseconds(900);
+constexpr auto patienceWithPipeWire = std::chrono::milliseconds(900);
 
 Finding pipeWire() {
     constexpr const char* what = "PipeWire";
@@ -23,7 +23,7 @@ Finding pipeWire() {
     if (!remote)
         return note(what, "it does not run for this user: the host opens the device itself",
                     "where the desktop has it: systemctl --user start pipewire wireplumber");
-    const auto cameras = (*remote)->cameras(patience);
+    const auto cameras = (*remote)->cameras(patienceWithPipeWire);
     if (!cameras)
         return bad(what, "it runs, and does not say which cameras there are: " + cameras.error(),
                    "systemctl --user restart pipewire wireplumber");

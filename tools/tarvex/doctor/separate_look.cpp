@@ -50,6 +50,7 @@ Findings decoded(std::string_view text) {
 [[noreturn]] void answerAndEnd(const std::function<Findings()>& look, int answer) noexcept {
     // Nobody who reads this program's output shall wait for a process that a driver holds.
     const int nothing = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (nothing < 0) ::_exit(1);
     for (const int stream : {STDOUT_FILENO, STDERR_FILENO})
         ::dup2(nothing, stream);
     const std::string text = encoded(look());
@@ -90,11 +91,12 @@ SeparateLook::~SeparateLook() {
 }
 
 std::optional<Findings> SeparateLook::findings(Clock::time_point deadline) {
-    if (process_ <= 0) return std::nullopt;
+    const auto& answer = answer_;
+    if (process_ <= 0 || !answer) return std::nullopt;
     std::string text;
-    while (waitFor(*answer_, deadline)) {
+    while (waitFor(*answer, deadline)) {
         std::array<char, 4096> piece{};
-        const auto count = ::read(answer_->number(), piece.data(), piece.size());
+        const auto count = ::read(answer->number(), piece.data(), piece.size());
         if (count < 0 && errno == EINTR) continue;
         if (count > 0) {
             text.append(piece.data(), static_cast<std::size_t>(count));

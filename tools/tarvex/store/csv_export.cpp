@@ -33,10 +33,12 @@ std::string cell(std::string_view text) {
 
 std::optional<TrackingData> sampleOf(const platform::ManagedObjectView& record, platform::ValueMapAppender& appender) {
     platform::ByteBuffer text;
-    if (!appendValuesOfReadable(record, false, appender, text)) return std::nullopt;
+    const auto readable = appendReadable(record, false, appender, text);
+    if (!readable) return std::nullopt;
     auto values = decodeValueMap(text.view());
     if (!values) return std::nullopt;
-    return TrackingData{.timestamp = *record.timestamp, .type = std::string(*record.type), .data = *std::move(values)};
+    return TrackingData{
+        .timestamp = readable->timestamp, .type = std::string(readable->type), .data = *std::move(values)};
 }
 
 std::string tableOf(const std::vector<TrackingData>& samples) {

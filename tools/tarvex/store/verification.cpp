@@ -34,7 +34,7 @@ void readRecords(const platform::SqliteConnection& store, const Snapshot& snapsh
         const auto record = platform::recordIn(select->get());
         ++result.records;
         scratch.truncate(0);
-        if (!appendValuesOfReadable(record, false, values, scratch)) ++result.unreadable;
+        if (!appendReadable(record, false, values, scratch)) ++result.unreadable;
         if (!record.timestamp) continue;
         result.first = std::min(result.first.value_or(*record.timestamp), *record.timestamp);
         result.last = std::max(result.last.value_or(*record.timestamp), *record.timestamp);
