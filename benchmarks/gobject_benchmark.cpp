@@ -19,7 +19,7 @@ namespace tarvex::benchmarks {
 
 namespace {
 
-constexpr int records = 1000;
+constexpr int records = 100;
 constexpr std::string_view sample = R"({"channel0":1013.25,"channel1":844.5,"channel2":0.5,"channel3":512,"lux":250})";
 
 /// A store with some samples, in a directory that is removed at the end.
@@ -114,8 +114,8 @@ BENCHMARK(startAndStop)->Name("gobject_start/tarvex");
 BENCHMARK(countInC)->Name("gobject_count/layer");
 BENCHMARK(count)->Name("gobject_count/tarvex");
 // The documents stay in the backend's memory: so many and no more.
-BENCHMARK(shareInC)->Name("gobject_share/layer")->UseRealTime()->Iterations(200);
-BENCHMARK(share)->Name("gobject_share/tarvex")->UseRealTime()->Iterations(200);
+BENCHMARK(shareInC)->Name("gobject_share/layer")->UseRealTime()->Iterations(500);
+BENCHMARK(share)->Name("gobject_share/tarvex")->UseRealTime()->Iterations(500);
 
 }  // namespace
 

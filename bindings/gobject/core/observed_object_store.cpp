@@ -12,14 +12,13 @@ public:
         : context_(context), changed_(std::move(changed)) {}
 
     std::shared_ptr<ManagedObject> insertNewObject(std::string_view entityName) override {
-        hasNewObjects_ = true;
         return context_.insertNewObject(entityName);
     }
 
     // Objects whose commit has failed count as well.
     std::expected<void, StoreError> save() override {
         auto saved = context_.save();
-        if (std::exchange(hasNewObjects_, false)) changed_();
+        changed_();
         return saved;
     }
 
@@ -44,7 +43,6 @@ public:
 private:
     ManagedObjectContext& context_;
     std::function<void()> changed_;
-    bool hasNewObjects_ = false;
 };
 
 class ObservedContainer final : public PersistentContainer {

@@ -39,8 +39,12 @@ GError* makeError(const tarvex::TarvexError& error) {
                                error.errorDescription().value_or("").c_str());
 }
 
+/// Of several that wait for the main loop, one is enough.
 void notifyLater(Property property) {
+    static std::array<std::atomic_flag, firstSetting> waiting;
+    if (waiting.at(property).test_and_set()) return;
     tarvex::glib::performIn(nullptr, [property] {
+        waiting.at(property).clear();
         g_object_notify_by_pspec(G_OBJECT(tarvex_client_get_default()), properties.at(property));
     });
 }

@@ -1,5 +1,6 @@
 #include "answering_url_session.h"
 
+#include <atomic>
 #include <thread>
 #include <utility>
 
@@ -19,7 +20,7 @@ struct AnsweringBackend::State {
 
     std::optional<std::size_t> next() {
         const std::scoped_lock lock(mutex);
-        if (holding || answered >= session.requests().size()) return std::nullopt;
+        if (holding || answered == received) return std::nullopt;
         return answered++;
     }
 
@@ -31,6 +32,7 @@ struct AnsweringBackend::State {
     testing::RecordingUrlSession session;
     std::mutex delivery;
     std::mutex mutex;
+    std::size_t received = 0;
     std::size_t answered = 0;
     int status = 200;
     bool holding = false;
@@ -42,13 +44,19 @@ public:
         : task_(std::move(task)), state_(std::move(state)) {}
 
     void resume() override {
+        if (resumed_.test_and_set()) return;
         task_->resume();
+        {
+            const std::scoped_lock lock(state_->mutex);
+            ++state_->received;
+        }
         State::answerOnThread(state_);
     }
 
 private:
     std::unique_ptr<UrlSessionTask> task_;
     std::shared_ptr<State> state_;
+    std::atomic_flag resumed_;
 };
 
 class AnsweringBackend::Session final : public UrlSession {

@@ -166,8 +166,13 @@ TEST(GlibClient, SamplesNotifiesSharesAndDeletes) {
     EXPECT_TRUE(tarvex_client_start(host.client, TARVEX_READER_AMBIENT_LIGHT, 0, nullptr, nullptr));
     EXPECT_TRUE(iterateUntil([&] { return tarvex_client_get_count(host.client) > 0; }));
     tarvex_client_stop_all(host.client);
-    tarvex_client_delete_all(host.client);
+    EXPECT_TRUE(iterateUntil([&] { return g_main_context_pending(nullptr) == FALSE; }));
+    const int sampled = host.notifications;
+    for (int i = 0; i < 10; ++i)
+        tarvex_client_delete_all(host.client);
     EXPECT_EQ(tarvex_client_get_count(host.client), 0);
+    EXPECT_TRUE(iterateUntil([&] { return g_main_context_pending(nullptr) == FALSE; }));
+    EXPECT_EQ(host.notifications, sampled + 1) << "several at once, while the main loop was busy";
 }
 
 TEST(GlibClient, CompletesAShareInTheContextOfItsCaller) {
