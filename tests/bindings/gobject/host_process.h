@@ -22,7 +22,11 @@ public:
     std::string environment() const {
         return R"(ASAN_OPTIONS="$ASAN_OPTIONS:verify_asan_link_order=0" )"
                R"(TSAN_OPTIONS="$TSAN_OPTIONS:report_thread_leaks=0" )"
-               "LC_ALL=C.UTF-8 G_DEBUG=fatal-criticals LD_PRELOAD='" TARVEX_HOST_UNDER_TEST "' XDG_DATA_HOME='" +
+               "LC_ALL=C.UTF-8 G_DEBUG=fatal-criticals "
+               // By its name: a list of paths cannot have one with a space. Without it, nothing leaves the machine.
+               "LD_PRELOAD=libhost_under_test.so LD_LIBRARY_PATH='" TARVEX_LIBRARIES
+               "' https_proxy=http://127.0.0.1:9 "
+               "XDG_DATA_HOME='" +
                home().string() + "' TARVEX_TEST_SENSORS='" + tree.root().string() + "' TARVEX_TEST_BACKEND='" +
                (directory_.path() / "backend").string() + "'";
     }

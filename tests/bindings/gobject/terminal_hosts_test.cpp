@@ -20,8 +20,8 @@ class TerminalHosts : public ::testing::TestWithParam<TerminalHost> {};
 TEST_P(TerminalHosts, AreRefusedAskSampleShareAndKeepNothing) {
     const HostSurroundings surroundings;
     const auto run = [&](const std::string& answer) {
-        return ProcessRun("echo " + answer + " | timeout -k 5 60 env " + surroundings.environment() + " " +
-                          GetParam().command);
+        return ProcessRun("echo " + answer + " | timeout -k 5 60 env " + surroundings.environment() + " '" +
+                          GetParam().command + "'");
     };
     const ProcessRun refused = run("n");
     EXPECT_EQ(refused.status, 0) << refused.output;

@@ -22,10 +22,10 @@ struct WindowHost {
 class WindowRun {
 public:
     WindowRun(const WindowHost& host, const HostSurroundings& surroundings) : log_(surroundings.home() / "log") {
-        process_ = VirtualScreen::start(
-            {"sh", "-c",
-             "exec env " + surroundings.environment() + " LD_LIBRARY_PATH='" TARVEX_LIBRARIES "' GI_TYPELIB_PATH='" +
-                 TARVEX_LIBRARIES "/girepository-1.0' " + host.command + " >>'" + log_.string() + "' 2>&1"});
+        process_ = VirtualScreen::start({"sh", "-c",
+                                         "exec env " + surroundings.environment() + " GI_TYPELIB_PATH='" +
+                                             TARVEX_LIBRARIES "/girepository-1.0' " + host.command + " >>'" +
+                                             log_.string() + "' 2>&1"});
         const bool shown = runUntil([&] {
             std::istringstream(VirtualScreen::run({"xdotool", "search", "--name", "Light Study"})) >> window_;
             return !window_.empty();
