@@ -20,7 +20,6 @@ function(tarvex_install_glib component target folder namespace requires descript
     endif()
 endfunction()
 
-set(TARVEX_GLIB_API 0)
 tarvex_install_glib(glib tarvex_glib core Tarvex "gio-2.0 >= 2.74"
     "Tarvex for hosts in C, Vala and introspected languages")
 tarvex_install_glib(testing-glib tarvex_testing_glib testing TarvexTesting "tarvex-glib-${TARVEX_GLIB_API}"
