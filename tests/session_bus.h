@@ -1,12 +1,9 @@
 #pragma once
 
 #include <gio/gio.h>
-#include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <initializer_list>
-#include <stdexcept>
-#include <string>
+#include "prelude.h"
+#include "running_program.h"
 
 namespace tarvex::test {
 
@@ -23,29 +20,37 @@ inline void requirePrograms(std::initializer_list<const char*> programs) {
     }
 }
 
-/// A session bus of the test's own, which its process and the programs that it starts take for theirs.
+/// A session bus of the test's own, which its process and the programs that it starts take for theirs. Not GLib's
+/// GTestDBus: that forks, whatever threads there are, a watcher that may never come to end.
 class SessionBus {
 public:
     /// `services`: a directory of files that name what the bus starts on demand.
-    explicit SessionBus(const char* services = nullptr) {
+    explicit SessionBus(const std::string& services = "") {
         requirePrograms({"dbus-daemon"});
-        bus_ = g_test_dbus_new(G_TEST_DBUS_NONE);
-        if (services != nullptr) g_test_dbus_add_service_dir(bus_, services);
-        g_test_dbus_up(bus_);
+        const auto configuration = directory_.path() / "bus.conf";
+        writeFile(configuration, "<busconfig><type>session</type><listen>unix:dir=" + directory_.path().string() +
+                                     "</listen>" +
+                                     (services.empty() ? "" : "<servicedir>" + services + "</servicedir>") +
+                                     "<policy context='default'><allow send_destination='*' eavesdrop='true'/>"
+                                     "<allow eavesdrop='true'/><allow own='*'/></policy></busconfig>");
+        daemon_.emplace(RunningProgram::piped(
+            {"dbus-daemon", "--nofork", "--print-address", "--config-file=" + configuration.string()}));
+        const std::string address = daemon_->firstLine();
+        if (address.empty()) throw std::runtime_error("the session bus does not start");
+        ::setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
     }
-    ~SessionBus() {
-        stop();
-        g_object_unref(bus_);
-    }
+    ~SessionBus() { stop(); }
     SessionBus(const SessionBus&) = delete;
     SessionBus& operator=(const SessionBus&) = delete;
 
     void stop() {
-        if (g_test_dbus_get_bus_address(bus_) != nullptr) g_test_dbus_stop(bus_);
+        ::setenv("DBUS_SESSION_BUS_ADDRESS", "disabled:", 1);
+        daemon_.reset();
     }
 
 private:
-    GTestDBus* bus_ = nullptr;
+    TemporaryDirectory directory_;
+    std::optional<RunningProgram> daemon_;
 };
 
 /// A further connection to the test's session bus, which the caller closes and owns.

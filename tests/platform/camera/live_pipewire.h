@@ -1,48 +1,13 @@
 #pragma once
 
-#include <gio/gio.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <csignal>
-
-#include "platform/shared/handle.h"
 #include "prelude.h"
+#include "running_program.h"
 #include "session_bus.h"
 
 namespace tarvex::test {
-
-/// A program of the test's own, ended with this.
-class RunningProgram {
-public:
-    /// What it prints goes to the log.
-    explicit RunningProgram(const std::vector<std::string>& command, const std::string& log = "/dev/null") {
-        std::vector<const char*> words;
-        words.reserve(command.size() + 1);
-        for (const std::string& word : command)
-            words.push_back(word.c_str());
-        words.push_back(nullptr);
-        const platform::Handle<GSubprocessLauncher, g_object_unref> launcher(
-            g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDERR_SILENCE));
-        g_subprocess_launcher_set_stdout_file_path(launcher.get(), log.c_str());
-        process_.reset(g_subprocess_launcher_spawnv(launcher.get(), words.data(), nullptr));
-        if (!process_) throw std::runtime_error(command.front() + " does not start");
-    }
-    ~RunningProgram() { end(); }
-    RunningProgram(RunningProgram&&) = default;
-    RunningProgram& operator=(RunningProgram&&) = delete;
-
-    void signal(int number) const { g_subprocess_send_signal(process_.get(), number); }
-    void end() {
-        if (!process_) return;
-        g_subprocess_force_exit(process_.get());
-        g_subprocess_wait(process_.get(), nullptr, nullptr);
-        process_.reset();
-    }
-
-private:
-    platform::Handle<GSubprocess, g_object_unref> process_;
-};
 
 /// PipeWire and WirePlumber themselves, on a session bus and in a runtime directory of the test's own, which its
 /// process takes for its user's. Without a camera at first.

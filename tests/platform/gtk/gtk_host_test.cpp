@@ -84,9 +84,8 @@ TEST(GtkHost, AsksMeasuresSharesDeletesAndUploadsWhenItIsMinimisedOrClosed) {
         return contentsOf(backend + "/document-" + std::to_string(number) + ".json");
     };
     const RecordingBackend server({.directory = backend, .host = TARVEX_BACKEND_HOST}, [](const auto&) {});
-    const auto host =
-        VirtualScreen::start({TARVEX_GTK_HOST, "--data", data, "--collector", backend, "--recording", TARVEX_RECORDING,
-                              "--pictures", measuresDistances ? TARVEX_PHOTOGRAPHS : ""});
+    const RunningProgram host({TARVEX_GTK_HOST, "--data", data, "--collector", backend, "--recording", TARVEX_RECORDING,
+                               "--pictures", measuresDistances ? TARVEX_PHOTOGRAPHS : ""});
     const Study study(data);
     study.savePicture("consent");
     study.point("200", "720");  // I consent
@@ -137,8 +136,8 @@ TEST(GtkHost, AsksMeasuresSharesDeletesAndUploadsWhenItIsMinimisedOrClosed) {
     study.apply("windowactivate");
     EXPECT_TRUE(runUntil([&] { return study.records() > 3; }));
     study.press({"alt+F4"});
-    EXPECT_TRUE(runUntil([&] { return g_subprocess_get_identifier(host.get()) == nullptr; }));
-    EXPECT_TRUE(g_subprocess_get_if_exited(host.get()) && g_subprocess_get_exit_status(host.get()) == 0);
+    EXPECT_TRUE(runUntil([&] { return host.hasEnded(); }));
+    EXPECT_TRUE(host.hasSucceeded());
     EXPECT_LE(study.records(), 1) << "it waited for the upload; a measurement under way may follow";
     EXPECT_THAT(received(3), EndsWith("}"));
 }

@@ -11,18 +11,6 @@ namespace tarvex::test {
 
 namespace {
 
-VirtualScreen::Process launch(const std::vector<std::string>& command, int flags) {
-    std::vector<const char*> words;
-    for (const std::string& word : command)
-        words.push_back(word.c_str());
-    words.push_back(nullptr);
-    flags |= G_SUBPROCESS_FLAGS_STDERR_SILENCE;
-    // NOLINTNEXTLINE(clang-analyzer-optin.core.EnumCastOutOfRange): an enumeration of bits
-    VirtualScreen::Process process(g_subprocess_newv(words.data(), static_cast<GSubprocessFlags>(flags), nullptr));
-    if (!process) throw std::runtime_error(command.front() + " does not start");
-    return process;
-}
-
 void setEnvironment(const std::filesystem::path& home) {
     const bool hasDisable = gtk_check_version(4, 16, 0) == nullptr;
     const char* withoutGl = hasDisable ? "GDK_DISABLE" : "GDK_DEBUG";
@@ -78,44 +66,27 @@ void runFor(std::chrono::milliseconds time) {
         g_main_context_iteration(nullptr, TRUE);
 }
 
-void VirtualScreen::Stop::operator()(GSubprocess* process) const {
-    g_subprocess_force_exit(process);
-    g_subprocess_wait(process, nullptr, nullptr);
-    g_object_unref(process);
-}
-
 VirtualScreen::VirtualScreen() {
     requirePrograms({"Xvfb", "openbox", "xdotool"});
     setEnvironment(home_.path());
     // Without -noreset the server starts anew whenever its last client leaves, and the next one may meet it then.
-    server_ = launch({"Xvfb", "-displayfd", "1", "-screen", "0", "1280x1024x24", "-nolisten", "tcp", "-noreset"},
-                     G_SUBPROCESS_FLAGS_STDOUT_PIPE);
-    GInputStream* output = g_subprocess_get_stdout_pipe(server_.get());
-    std::string display = ":";
-    for (char digit = 0; g_input_stream_read(output, &digit, 1, nullptr, nullptr) == 1 && digit != '\n';)
-        display += digit;
+    server_.emplace(RunningProgram::piped(
+        {"Xvfb", "-displayfd", "1", "-screen", "0", "1280x1024x24", "-nolisten", "tcp", "-noreset"}));
+    const std::string display = ":" + server_->firstLine();
     if (display == ":") throw std::runtime_error("the X server gives no display");
     ::setenv("DISPLAY", display.c_str(), 1);
 
     // Until its start is complete, it takes the focus from windows that are shown meanwhile.
     const std::filesystem::path started = home_.path() / "started";
-    windowManager_ = start({"openbox", "--sm-disable", "--startup", "touch " + started.string()});
+    windowManager_.emplace(
+        std::vector<std::string>{"openbox", "--sm-disable", "--startup", "touch " + started.string()});
     if (!eventually([&] { return std::filesystem::exists(started); }))
         throw std::runtime_error("the window manager does not start");
 }
 
-VirtualScreen::Process VirtualScreen::start(const std::vector<std::string>& command) {
-    return launch(command, G_SUBPROCESS_FLAGS_STDOUT_SILENCE);
-}
-
 std::string VirtualScreen::run(const std::vector<std::string>& command) {
-    const Process process = launch(command, G_SUBPROCESS_FLAGS_STDOUT_PIPE);
-    auto output = std::async(std::launch::async, [&process] {
-        char* text = nullptr;
-        g_subprocess_communicate_utf8(process.get(), nullptr, nullptr, &text, nullptr, nullptr);
-        const platform::Handle<char, g_free> owner(text);
-        return std::string(text != nullptr ? text : "");
-    });
+    const auto program = RunningProgram::piped(command);
+    auto output = std::async(std::launch::async, [&program] { return program.output(); });
     runUntil([&output] { return output.wait_for(0s) == std::future_status::ready; });
     return output.get();
 }

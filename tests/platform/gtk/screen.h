@@ -6,10 +6,12 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/shared/handle.h"
+#include "running_program.h"
 #include "temporary_directory.h"
 
 namespace tarvex::test {
@@ -29,17 +31,10 @@ public:
     /// Runs a program on the screen to its end while the main loop runs; returns its output.
     static std::string run(const std::vector<std::string>& command);
 
-    struct Stop {
-        void operator()(GSubprocess* process) const;
-    };
-    using Process = std::unique_ptr<GSubprocess, Stop>;
-    /// Starts a program on the screen, without its output; kills it at the end of the returned object.
-    static Process start(const std::vector<std::string>& command);
-
 private:
     TemporaryDirectory home_;
-    Process server_;
-    Process windowManager_;
+    std::optional<RunningProgram> server_;
+    std::optional<RunningProgram> windowManager_;
 };
 
 /// Makes the test's catalogues the host's default domain and `language` the one of its messages.

@@ -21,11 +21,11 @@ struct WindowHost {
 /// One run of a host, from its window to its end.
 class WindowRun {
 public:
-    WindowRun(const WindowHost& host, const HostSurroundings& surroundings) : log_(surroundings.home() / "log") {
-        process_ = VirtualScreen::start({"sh", "-c",
-                                         "exec env " + surroundings.environment() + " GI_TYPELIB_PATH='" +
-                                             TARVEX_LIBRARIES "/girepository-1.0' " + host.command + " >>'" +
-                                             log_.string() + "' 2>&1"});
+    WindowRun(const WindowHost& host, const HostSurroundings& surroundings)
+        : log_(surroundings.home() / "log"),
+          program_({"sh", "-c",
+                    "exec env " + surroundings.environment() + " GI_TYPELIB_PATH='" +
+                        TARVEX_LIBRARIES "/girepository-1.0' " + host.command + " >>'" + log_.string() + "' 2>&1"}) {
         const bool shown = runUntil([&] {
             std::istringstream(VirtualScreen::run({"xdotool", "search", "--name", "Light Study"})) >> window_;
             return !window_.empty();
@@ -48,14 +48,13 @@ public:
 
     /// True when the process comes to a good end.
     bool endsWell() const {
-        return runUntil([&] { return g_subprocess_get_identifier(process_.get()) == nullptr; }) &&
-               g_subprocess_get_if_exited(process_.get()) && g_subprocess_get_exit_status(process_.get()) == 0;
+        return runUntil([&] { return program_.hasEnded(); }) && program_.hasSucceeded();
     }
 
 private:
     std::filesystem::path log_;
     std::string window_;
-    VirtualScreen::Process process_;
+    RunningProgram program_;
 };
 
 std::int64_t recordsIn(const std::filesystem::path& data) {
