@@ -34,7 +34,21 @@ constexpr std::array settings{"application-id", "application-name", "camera-usag
 
 std::array<GParamSpec*, firstSetting + settings.size()> properties{};
 
+constexpr bool haveOneNumber(TarvexError ours, tarvex::TarvexError::Code theirs) {
+    return static_cast<int>(ours) == static_cast<int>(theirs);
+}
+
 GError* makeError(const tarvex::TarvexError& error) {
+    using Code = tarvex::TarvexError::Code;
+    static_assert(haveOneNumber(TARVEX_ERROR_USAGE_DESCRIPTION, Code::usageDescription));
+    static_assert(haveOneNumber(TARVEX_ERROR_HTTP_ERROR, Code::httpError));
+    static_assert(haveOneNumber(TARVEX_ERROR_NO_CONSENT_TO_TRACK, Code::noConsentToTrack));
+    static_assert(
+        haveOneNumber(TARVEX_ERROR_NO_VIEW_TO_ATTACH_FOR_DISTANCE_TRACKING, Code::noViewToAttachForDistanceTracking));
+    static_assert(haveOneNumber(TARVEX_ERROR_DISTANCE_TRACKING_IS_NOT_AVAILABLE, Code::distanceTrackingIsNotAvailable));
+    static_assert(haveOneNumber(TARVEX_ERROR_LIGHT_TRACKING_IS_NOT_AVAILABLE, Code::lightTrackingIsNotAvailable));
+    static_assert(haveOneNumber(TARVEX_ERROR_NO_REFRESH_RATE, Code::noRefreshRate));
+    static_assert(haveOneNumber(TARVEX_ERROR_CANNOT_LOAD_TRACKING_DATA, Code::cannotLoadTrackingData));
     return g_error_new_literal(TARVEX_ERROR, static_cast<int>(error.code()),
                                error.errorDescription().value_or("").c_str());
 }
