@@ -9,11 +9,14 @@
 #include "tarvex/platform/platform.h"
 #include "tarvex/view.h"
 
-// What the layer's other libraries use of this one, and no host.
+// What the layer's other libraries and its tests use of this one, and no host.
 extern "C" {
 
 /// See `Library::customize`.
 TARVEX_GLIB_EXPORT gboolean tarvex_private_customize(const std::function<void(tarvex::platform::Platform&)>& change);
+
+/// Notifies of a change of "distance-available" when cameras come and go below `devices`, once it has been asked for.
+TARVEX_GLIB_EXPORT void tarvex_private_watch_cameras(const char* devices);
 
 /// A view that holds `view`; transfer full.
 TARVEX_GLIB_EXPORT TarvexView* tarvex_private_view(const std::shared_ptr<tarvex::View>& view);

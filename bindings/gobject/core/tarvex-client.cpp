@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "camera_watch.h"
 #include "library.h"
 #include "main_loop.h"
 #include "private.h"
@@ -72,6 +73,10 @@ enum class Availability : std::uint8_t { neverAsked, no, yes };
 std::atomic<Availability> lastAvailability = Availability::neverAsked;
 
 }  // namespace
+
+void tarvex_private_watch_cameras(const char* devices) {
+    tarvex::glib::watchCameras(devices, tarvex::glib::lookAtDistanceAgain);
+}
 
 void tarvex::glib::lookAtDistanceAgain() {
     // A host that measures light alone gets no warning about cameras.
@@ -226,6 +231,7 @@ gboolean tarvex_client_get_distance_available(TarvexClient* self) {
     g_return_val_if_fail(TARVEX_IS_CLIENT(self), FALSE);
     if (Library::shared().useOrComplain(G_STRFUNC) == nullptr) return FALSE;
     const bool isAvailable = distanceIsAvailable();
-    lastAvailability = isAvailable ? Availability::yes : Availability::no;
+    if (lastAvailability.exchange(isAvailable ? Availability::yes : Availability::no) == Availability::neverAsked)
+        tarvex_private_watch_cameras("/dev");
     return static_cast<gboolean>(isAvailable);
 }

@@ -72,8 +72,9 @@ TARVEX_GLIB_EXPORT G_DECLARE_FINAL_TYPE(TarvexClient, tarvex_client, TARVEX, CLI
  *
  * Whether distances can be measured at all: there is a camera, and the networks that find a face.
  *
- * Notified on the main context when a start of the distance reader, or a decision about a consent, finds it changed:
- * nothing watches the devices meanwhile.
+ * Notified on the main context when it has changed since it was read: a second after a camera's device came or went,
+ * and after a start of the distance reader or a decision about a consent, which may see a camera that is no device
+ * here.
  */
 
 /**

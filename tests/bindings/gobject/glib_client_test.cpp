@@ -106,6 +106,16 @@ TEST(GlibClient, StartsDistancesWhereThereIsACameraAndNotifiesWhenOneHasCome) {
     isPlugged = false;
     host.consent({TARVEX_READER_DISTANCE});
     EXPECT_TRUE(iterateUntil([&] { return notifications == 2; })) << "a decision looks as well";
+
+    const TemporaryDirectory devices;
+    tarvex_private_watch_cameras(devices.path().c_str());
+    isPlugged = true;
+    iterateUntil([] { return g_main_context_pending(nullptr) == FALSE; });  // it watches
+    writeFile(devices.path() / "video7", "");
+    EXPECT_TRUE(iterateUntil([&] { return notifications == 3; }));
+    isPlugged = false;
+    std::filesystem::remove(devices.path() / "video7");
+    EXPECT_TRUE(iterateUntil([&] { return notifications == 4; }));
     g_signal_handlers_disconnect_by_data(host.client, &notifications);
 }
 
