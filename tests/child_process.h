@@ -53,4 +53,27 @@ private:
     int output_ = -1;
 };
 
+/// A program with its arguments, made before a process that becomes it: what a process with threads has forked must not
+/// allocate, since one of them may have held the allocator's lock.
+class Program {
+public:
+    explicit Program(std::vector<std::string> command) : command_(std::move(command)) {
+        for (std::string& word : command_)
+            words_.push_back(word.data());
+        words_.push_back(nullptr);
+    }
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    /// Makes this process the program; returns 127 where that fails.
+    int become() const {
+        ::execv(words_.front(), words_.data());
+        return 127;
+    }
+
+private:
+    std::vector<std::string> command_;
+    std::vector<char*> words_;
+};
+
 }  // namespace tarvex::test

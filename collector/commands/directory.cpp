@@ -56,7 +56,7 @@ std::string pageAddress(const Configuration& configuration, std::uint16_t port, 
     const auto& page = configuration.page;
     const std::string scheme = page.certificate.empty() ? "http://" : "https://";
     const std::string& host = page.names.empty() ? page.address : page.names.front();
-    return scheme + hostAndPort(host, port) + "/?token=" + token;
+    return scheme + hostAndPort(host, port) + "/" + (token.empty() ? "" : "?token=" + token);
 }
 
 std::string hostAndPort(std::string host, std::uint16_t port) {

@@ -18,7 +18,7 @@ std::unique_ptr<Store> openConfiguredStore(const Configuration& configuration);
 /// collector's user alone may read. Throws `std::system_error`.
 std::string pageToken(const Configuration& configuration, bool renews = false);
 
-/// The page's address, with its token.
+/// The page's address, with the token unless that is empty.
 std::string pageAddress(const Configuration& configuration, std::uint16_t port, const std::string& token);
 
 /// As in an address: `host:port`, an address of IPv6 in brackets.

@@ -1,8 +1,12 @@
 #include "collector/service/service.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <csignal>
 
 #include <chrono>
+#include <cstdlib>
 #include <exception>
 #include <functional>
 #include <iostream>
@@ -36,6 +40,14 @@ double now() {
 
 void log(const std::string& line) {
     std::cerr << line + "\n" << std::flush;
+}
+
+/// True when the journal keeps what this program prints, for all who may read it.
+bool isKeptByTheJournal() {
+    const char* stream = std::getenv("JOURNAL_STREAM");
+    struct stat output{};
+    return stream != nullptr && ::fstat(STDOUT_FILENO, &output) == 0 &&
+           stream == std::to_string(output.st_dev) + ":" + std::to_string(output.st_ino);
 }
 
 /// Before this time, samples have expired.
@@ -98,6 +110,8 @@ public:
 
     std::uint16_t port() const { return server_.port(); }
     std::string address() const { return pageAddress(configuration_, port(), token_); }
+    /// What a log may say: without the token.
+    std::string openAddress() const { return pageAddress(configuration_, port(), ""); }
     HttpServer& server() { return server_; }
 
     /// Takes the token that is in the collector's directory now. On the thread that made the object.
@@ -219,7 +233,7 @@ int serve(const Configuration& configuration, const std::filesystem::path& annou
         if (configuration.retentionDays == 0) return;
         try {
             const auto expired = openStore(configuration.engine)->expire(expiry(configuration));
-            if (expired > 0) log("deleted " + std::to_string(expired) + " samples that were too old");
+            if (expired > 0) log("samples that were too old and are deleted: " + std::to_string(expired));
         } catch (const StoreUnavailable& failure) {
             log(std::string("samples that are too old stay until tomorrow: ") + failure.what());
         }
@@ -228,7 +242,10 @@ int serve(const Configuration& configuration, const std::filesystem::path& annou
     const auto ingestion = openIngestion(configuration, certificate, importer);
     PageService page(configuration);
     std::cout << "Documents are received on " << hostAndPort(configuration.ingest.address, ingestion->port()) << "\n"
-              << "The page: " << page.address() << "\n"
+              << "The page: "
+              << (isKeptByTheJournal() ? page.openAddress() + ", and `tarvex-collector token` gives access"
+                                       : page.address())
+              << "\n"
               << std::flush;
     Serving serving{.ingestion = *ingestion, .certificate = certificate ? certificate->chain : "", .page = page};
     if (!announcement.empty()) serving.announced.emplace(announcement, serving.contents());

@@ -9,6 +9,7 @@
 
 #include <csignal>
 
+#include "child_process.h"
 #include "prelude.h"
 
 namespace tarvex::test {
@@ -47,10 +48,7 @@ private:
 /// Starts a program of PostgreSQL, which ends with this process. Its words go to the file `log`.
 inline pid_t startPostgresqlProgram(std::vector<std::string> command, const std::filesystem::path& log) {
     command.front() = postgresqlPrograms() / command.front();
-    std::vector<char*> arguments;
-    for (std::string& argument : command)
-        arguments.push_back(argument.data());
-    arguments.push_back(nullptr);
+    const test::Program program(std::move(command));
     const passwd* user = ServerDirectory::user();
     const pid_t process = fork();
     if (process != 0) return process;
@@ -58,8 +56,7 @@ inline pid_t startPostgresqlProgram(std::vector<std::string> command, const std:
         _exit(126);
     prctl(PR_SET_PDEATHSIG, SIGQUIT);
     if (std::freopen(log.c_str(), "a", stdout) == nullptr || dup2(STDOUT_FILENO, STDERR_FILENO) < 0) _exit(126);
-    execv(arguments.front(), arguments.data());
-    _exit(127);
+    _exit(program.become());
 }
 
 /// A cluster of PostgreSQL for one test, reached by a socket in a directory of its own alone.

@@ -14,17 +14,18 @@ namespace {
 
 using ::testing::StartsWith;
 
-/// Runs the program; its output is the pipe's.
-std::unique_ptr<test::ChildProcess> run(std::vector<std::string> arguments) {
+/// Runs the program; its output is the pipe's, `toJournal` as if that were the journal's.
+std::unique_ptr<test::ChildProcess> run(std::vector<std::string> arguments, bool toJournal = false) {
+    arguments.insert(arguments.begin(), TARVEX_COLLECTOR_PROGRAM);
+    const test::Program program(std::move(arguments));
     return std::make_unique<test::ChildProcess>([&](int output) {
         ::dup2(output, STDOUT_FILENO);
-        std::vector<char*> words;
-        arguments.insert(arguments.begin(), TARVEX_COLLECTOR_PROGRAM);
-        for (std::string& argument : arguments)
-            words.push_back(argument.data());
-        words.push_back(nullptr);
-        ::execv(words.front(), words.data());
-        return 127;
+        struct stat stream{};
+        if (toJournal && ::fstat(output, &stream) == 0) {
+            const std::string journal = std::to_string(stream.st_dev) + ":" + std::to_string(stream.st_ino);
+            ::setenv("JOURNAL_STREAM", journal.c_str(), 1);
+        }
+        return program.become();
     });
 }
 
@@ -132,6 +133,12 @@ TEST_F(CollectorProgram, ReceivesKeepsAndShowsWhatHostsPost) {
     command({"nonsense"}, 2);
     test::writeFile(configuration_, "port = 1\n");
     command({"serve"}, 2);
+}
+
+TEST_F(CollectorProgram, KeepsTheTokenOfThePageOutOfTheJournal) {
+    const auto serving = run({"--config", configuration_, "serve"}, true);
+    EXPECT_THAT(outputOf(*serving, 2),
+                ::testing::ContainsRegex("The page: http://127.0.0.1:[0-9]+/, and `tarvex-collector token` gives"));
 }
 
 TEST_F(CollectorProgram, AnnouncesWhereItServesAsLongAsItDoes) {

@@ -20,17 +20,13 @@ inline Outcome run(std::vector<std::string> arguments, const Preparation& prepar
     const TemporaryDirectory directory;
     const auto errors = directory.path() / "errors";
     const auto file = ::open(errors.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    arguments.insert(arguments.begin(), TARVEX_TOOL_PROGRAM);
+    const test::Program program(std::move(arguments));
     test::ChildProcess process([&](int output) {
         ::dup2(output, STDOUT_FILENO);
         ::dup2(file, STDERR_FILENO);
         if (prepare && !prepare()) return 126;
-        std::vector<char*> words;
-        arguments.insert(arguments.begin(), TARVEX_TOOL_PROGRAM);
-        for (std::string& argument : arguments)
-            words.push_back(argument.data());
-        words.push_back(nullptr);
-        ::execv(words.front(), words.data());
-        return 127;
+        return program.become();
     });
     Outcome outcome;
     std::array<char, 4096> piece{};
