@@ -1,6 +1,8 @@
 #include "platform/camera/pipewire/pipewire_remote.h"
 
 #include <cerrno>
+#include <cstdlib>
+#include <filesystem>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -28,6 +30,22 @@ void describe(PipeWireCamera& camera, const spa_dict& properties) {
         if (camera.name.empty()) camera.name = valueOf(properties, key);
     camera.facing = facingOfLocation(valueOf(properties, "api.libcamera.location"));
     if (camera.facing == Facing::unknown) camera.facing = facingOfName(camera.name);
+}
+
+bool isThere(const std::filesystem::path& file) {
+    std::error_code failure;
+    return std::filesystem::exists(file, failure);
+}
+
+/// False where there is no trace of PipeWire but its library, which would only complain into the host's standard error.
+bool isInstalled() {
+    for (const char* variable : {"PIPEWIRE_REMOTE", "PIPEWIRE_CONFIG_DIR", "PIPEWIRE_CONFIG_NAME"})
+        if (std::getenv(variable) != nullptr) return true;
+    for (const char* variable : {"PIPEWIRE_RUNTIME_DIR", "XDG_RUNTIME_DIR"}) {
+        const char* directory = std::getenv(variable);
+        if (directory != nullptr && isThere(std::filesystem::path(directory) / "pipewire-0")) return true;
+    }
+    return isThere("/etc/pipewire/client.conf") || isThere("/usr/share/pipewire/client.conf");
 }
 
 }  // namespace
@@ -63,6 +81,7 @@ PipeWireRemote::~PipeWireRemote() {
 }
 
 std::expected<std::shared_ptr<PipeWireRemote>, std::string> PipeWireRemote::connect(std::optional<int> descriptor) {
+    if (!descriptor && !isInstalled()) return std::unexpected("PipeWire is not installed");
     auto connection = PipeWireConnection::open(descriptor);
     if (!connection) return std::unexpected("PipeWire cannot be reached: " + std::generic_category().message(errno));
     return std::shared_ptr<PipeWireRemote>(new PipeWireRemote(std::move(connection)));
