@@ -53,23 +53,36 @@ private:
     std::optional<RunningProgram> daemon_;
 };
 
-/// A further connection to the test's session bus, which the caller closes and owns.
-inline GDBusConnection* connectToSessionBus() {
-    const auto flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                                         G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    GDBusConnection* bus = g_dbus_connection_new_for_address_sync(std::getenv("DBUS_SESSION_BUS_ADDRESS"), flags,
-                                                                  nullptr, nullptr, nullptr);
-    if (bus == nullptr) throw std::runtime_error("the test has no session bus");
-    return bus;
-}
+/// A further connection to the test's session bus, closed with this.
+class BusConnection {
+public:
+    BusConnection() {
+        const auto flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                                             G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+        bus_ = g_dbus_connection_new_for_address_sync(std::getenv("DBUS_SESSION_BUS_ADDRESS"), flags, nullptr, nullptr,
+                                                      nullptr);
+        if (bus_ == nullptr) throw std::runtime_error("the test has no session bus");
+    }
+    ~BusConnection() {
+        g_dbus_connection_close_sync(bus_, nullptr, nullptr);
+        g_object_unref(bus_);
+    }
+    BusConnection(const BusConnection&) = delete;
+    BusConnection& operator=(const BusConnection&) = delete;
 
-/// Gives the connection a name on its bus.
-inline void ownName(GDBusConnection* bus, const char* name) {
-    GVariant* owned = g_dbus_connection_call_sync(
-        bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
-        g_variant_new("(su)", name, 0U), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
-    if (owned == nullptr) throw std::runtime_error(std::string("nobody can be ") + name);
-    g_variant_unref(owned);
-}
+    operator GDBusConnection*() const { return bus_; }  // NOLINT(google-explicit-constructor): as it is passed to C
+
+    /// Gives the connection a name.
+    void own(const char* name) const {
+        GVariant* owned = g_dbus_connection_call_sync(
+            bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
+            g_variant_new("(su)", name, 0U), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+        if (owned == nullptr) throw std::runtime_error(std::string("nobody can be ") + name);
+        g_variant_unref(owned);
+    }
+
+private:
+    GDBusConnection* bus_ = nullptr;
+};
 
 }  // namespace tarvex::test

@@ -24,14 +24,8 @@ public:
         : answer_(answer), hasCamera_(hasCamera), silence_(silence) {
         g_dbus_connection_add_filter(bus_, receive, this, nullptr);
         for (const char* name : {"org.freedesktop.portal.Desktop", "org.freedesktop.impl.portal.PermissionStore"})
-            test::ownName(bus_, name);
+            bus_.own(name);
     }
-    ~SimulatedPortal() {
-        g_dbus_connection_close_sync(bus_, nullptr, nullptr);
-        g_object_unref(bus_);
-    }
-    SimulatedPortal(const SimulatedPortal&) = delete;
-    SimulatedPortal& operator=(const SimulatedPortal&) = delete;
 
 private:
     static GDBusMessage* receive(GDBusConnection* bus, GDBusMessage* message, gboolean incoming, gpointer self) {
@@ -65,7 +59,7 @@ private:
     const char* answer_;
     const bool hasCamera_;
     const std::string_view silence_;
-    GDBusConnection* bus_ = test::connectToSessionBus();
+    const test::BusConnection bus_;
 };
 
 constexpr const char* host = "backend.example.org";

@@ -89,7 +89,7 @@ TEST(GlibBadInput, WhatBelongsOnTheMainThreadIsRefusedOnAnother) {
         tarvex_client_share_async(host.client, TRUE, Outcome::take, &outcome);
     }).join();
     EXPECT_TRUE(failure.is(TARVEX_HOST_ERROR, TARVEX_HOST_ERROR_WRONG_THREAD)) << failure.text();
-    EXPECT_TRUE(iterateUntil([&] { return outcome.isThere; }));
+    EXPECT_TRUE(runUntil([&] { return outcome.isThere; }));
     EXPECT_TRUE(outcome.error.is(TARVEX_HOST_ERROR, TARVEX_HOST_ERROR_WRONG_THREAD)) << outcome.error.text();
     EXPECT_THAT(host.documents(), IsEmpty());
     g_object_unref(request);
@@ -102,10 +102,10 @@ TEST(GlibBadInput, WhatIsDroppedInTheMiddleIsFinishedAllTheSame) {
     Outcome outcome;
     tarvex_client_share_async(host.client, TRUE, Outcome::take, &outcome);
     tarvex_client_share_async(host.client, TRUE, nullptr, nullptr);
-    EXPECT_TRUE(iterateUntil([&] { return host.documents().size() == 2; }));
+    EXPECT_TRUE(runUntil([&] { return host.documents().size() == 2; }));
     EXPECT_FALSE(outcome.isThere);
     g_object_set(host.backend, "holding", FALSE, nullptr);
-    EXPECT_TRUE(iterateUntil([&] { return outcome.isThere; }));
+    EXPECT_TRUE(runUntil([&] { return outcome.isThere; }));
     EXPECT_TRUE(outcome.succeeded);
 
     // Nobody holds the request any longer: it has to go once it is answered.
@@ -114,7 +114,7 @@ TEST(GlibBadInput, WhatIsDroppedInTheMiddleIsFinishedAllTheSame) {
     g_object_add_weak_pointer(G_OBJECT(request), &watched);
     EXPECT_TRUE(tarvex_consent_request_consent(request, nullptr));
     g_object_unref(request);
-    EXPECT_TRUE(iterateUntil([&] { return watched == nullptr; }));
+    EXPECT_TRUE(runUntil([&] { return watched == nullptr; }));
 }
 
 TEST(GlibBadInput, AnExitWithAnUploadUnderWayIsAGoodOne) {
@@ -124,7 +124,7 @@ TEST(GlibBadInput, AnExitWithAnUploadUnderWayIsAGoodOne) {
             g_object_set(host.backend, "holding", TRUE, nullptr);
             Outcome outcome;
             tarvex_client_share_async(host.client, TRUE, Outcome::take, &outcome);
-            iterateUntil([&] { return host.documents().size() == 1; });
+            runUntil([&] { return host.documents().size() == 1; });
             std::exit(0);
         },
         ::testing::ExitedWithCode(0), "");

@@ -100,28 +100,27 @@ TEST(GlibClient, StartsDistancesWhereThereIsACameraAndNotifiesWhenOneHasCome) {
     g_object_unref(view);
     EXPECT_TRUE(tarvex_client_in_progress(host.client, TARVEX_READER_DISTANCE));
     EXPECT_FALSE(tarvex_client_in_progress(host.client, TARVEX_READER_AMBIENT_LIGHT));
-    EXPECT_TRUE(iterateUntil([&] { return notifications == 1; }));
+    EXPECT_TRUE(runUntil([&] { return notifications == 1; }));
     EXPECT_TRUE(tarvex_client_get_distance_available(host.client));
     tarvex_client_stop(host.client, TARVEX_READER_DISTANCE);
     isPlugged = false;
     host.consent({TARVEX_READER_DISTANCE});
-    EXPECT_TRUE(iterateUntil([&] { return notifications == 2; })) << "a decision looks as well";
+    EXPECT_TRUE(runUntil([&] { return notifications == 2; })) << "a decision looks as well";
 
     const TemporaryDirectory devices;
     tarvex_private_watch_cameras(devices.path().c_str());
     isPlugged = true;
-    iterateUntil([] { return g_main_context_pending(nullptr) == FALSE; });  // it watches
+    runUntil([] { return g_main_context_pending(nullptr) == FALSE; });  // it watches
     writeFile(devices.path() / "video7", "");
-    EXPECT_TRUE(iterateUntil([&] { return notifications == 3; }));
+    EXPECT_TRUE(runUntil([&] { return notifications == 3; }));
     isPlugged = false;
     std::filesystem::remove(devices.path() / "video7");
-    EXPECT_TRUE(iterateUntil([&] { return notifications == 4; }));
+    EXPECT_TRUE(runUntil([&] { return notifications == 4; }));
     g_signal_handlers_disconnect_by_data(host.client, &notifications);
 }
 
 TEST(GlibClient, SamplesNotifiesSharesAndDeletes) {
     GlibHost host;
-    EXPECT_EQ(G_OBJECT(host.client), G_OBJECT(g_object_ref(host.client)));
     host.consent({TARVEX_READER_AMBIENT_LIGHT});
     EXPECT_TRUE(tarvex_client_start(host.client, TARVEX_READER_AMBIENT_LIGHT, 1, nullptr, nullptr));
     EXPECT_TRUE(tarvex_client_start(host.client, TARVEX_READER_AMBIENT_LIGHT, 5, nullptr, nullptr))
@@ -129,14 +128,14 @@ TEST(GlibClient, SamplesNotifiesSharesAndDeletes) {
     EXPECT_TRUE(tarvex_client_in_progress(host.client, TARVEX_READER_AMBIENT_LIGHT));
     tarvex_testing_light_sensor_report(host.sensor, 321, 1, 2, 3, 4);
     EXPECT_EQ(host.notifications, 0);
-    EXPECT_TRUE(iterateUntil([&] { return host.notifications == 3; }));
+    EXPECT_TRUE(runUntil([&] { return host.notifications == 3; }));
     EXPECT_EQ(tarvex_client_get_count(host.client), 3) << "a notification for each sample";
 
     g_object_set(host.backend, "status", 500, nullptr);
     Outcome refused;
     tarvex_client_share_async(host.client, TRUE, Outcome::take, &refused);
     EXPECT_FALSE(refused.isThere);
-    EXPECT_TRUE(iterateUntil([&] { return refused.isThere; }));
+    EXPECT_TRUE(runUntil([&] { return refused.isThere; }));
     EXPECT_TRUE(refused.error.is(TARVEX_ERROR, TARVEX_ERROR_HTTP_ERROR));
     EXPECT_THAT(refused.error.text(), HasSubstr("statusCode != 200"));
 
@@ -146,27 +145,27 @@ TEST(GlibClient, SamplesNotifiesSharesAndDeletes) {
     const int before = host.notifications;
     Outcome kept;
     tarvex_client_share_async(host.client, FALSE, Outcome::take, &kept);
-    EXPECT_TRUE(iterateUntil([&] { return kept.isThere; }));
+    EXPECT_TRUE(runUntil([&] { return kept.isThere; }));
     EXPECT_TRUE(kept.succeeded) << kept.error.text();
     EXPECT_GE(tarvex_client_get_count(host.client), 3);
     EXPECT_EQ(host.notifications, before);
     Outcome deleted;
     tarvex_client_share_async(host.client, TRUE, Outcome::take, &deleted);
-    EXPECT_TRUE(iterateUntil([&] { return deleted.isThere && host.notifications > before; }));
+    EXPECT_TRUE(runUntil([&] { return deleted.isThere && host.notifications > before; }));
     EXPECT_EQ(tarvex_client_get_count(host.client), 0);
     ASSERT_THAT(host.documents(), SizeIs(3));
     EXPECT_THAT(host.documents().back(), HasSubstr(R"("lux":321)"));
     EXPECT_THAT(host.documents().back(), HasSubstr("org.tarvex.GlibTest"));
 
     EXPECT_TRUE(tarvex_client_start(host.client, TARVEX_READER_AMBIENT_LIGHT, 0, nullptr, nullptr));
-    EXPECT_TRUE(iterateUntil([&] { return tarvex_client_get_count(host.client) > 0; }));
+    EXPECT_TRUE(runUntil([&] { return tarvex_client_get_count(host.client) > 0; }));
     tarvex_client_stop_all(host.client);
-    EXPECT_TRUE(iterateUntil([&] { return g_main_context_pending(nullptr) == FALSE; }));
+    EXPECT_TRUE(runUntil([&] { return g_main_context_pending(nullptr) == FALSE; }));
     const int sampled = host.notifications;
     for (int i = 0; i < 10; ++i)
         tarvex_client_delete_all(host.client);
     EXPECT_EQ(tarvex_client_get_count(host.client), 0);
-    EXPECT_TRUE(iterateUntil([&] { return g_main_context_pending(nullptr) == FALSE; }));
+    EXPECT_TRUE(runUntil([&] { return g_main_context_pending(nullptr) == FALSE; }));
     EXPECT_EQ(host.notifications, sampled + 1) << "several at once, while the main loop was busy";
 }
 

@@ -2,19 +2,10 @@
 
 #include <tarvex-testing-glib.h>
 
+#include "main_loop.h"
 #include "prelude.h"
 
 namespace tarvex::test {
-
-/// Runs the main loop until `holds`; false when it still does not after 20 s.
-inline bool iterateUntil(const std::function<bool()>& holds) {
-    const auto deadline = std::chrono::steady_clock::now() + 20s;
-    while (!holds()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        if (g_main_context_iteration(nullptr, FALSE) == FALSE) g_usleep(1000);
-    }
-    return true;
-}
 
 /// An error that a call has set; freed at the end.
 class Failure {
@@ -85,7 +76,7 @@ public:
         ASSERT_TRUE(tarvex_consent_request_consent(request, nullptr));
         EXPECT_EQ(answer, -1) << "the answer comes on the main loop";
         g_object_unref(request);
-        EXPECT_TRUE(iterateUntil([&] { return answer == 1; })) << "it lives until the answer";
+        EXPECT_TRUE(runUntil([&] { return answer == 1; })) << "it lives until the answer";
     }
 
     std::filesystem::path data() const { return directory_.path() / "data"; }

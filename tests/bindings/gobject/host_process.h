@@ -9,6 +9,15 @@
 
 namespace tarvex::test {
 
+/// An example.
+struct ExampleHost {
+    const char* name;
+    const char* command;  ///< in the words of a shell
+    const char* identifier;
+
+    friend void PrintTo(const ExampleHost& host, std::ostream* stream) { *stream << host.name; }
+};
+
 /// A light sensor, a backend and a home for the host of a test.
 class HostSurroundings {
 public:

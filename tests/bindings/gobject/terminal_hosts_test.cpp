@@ -7,21 +7,13 @@ namespace {
 
 using namespace test;
 
-struct TerminalHost {
-    const char* name;
-    const char* command;
-    const char* identifier;
-
-    friend void PrintTo(const TerminalHost& host, std::ostream* stream) { *stream << host.name; }
-};
-
-class TerminalHosts : public ::testing::TestWithParam<TerminalHost> {};
+class TerminalHosts : public ::testing::TestWithParam<ExampleHost> {};
 
 TEST_P(TerminalHosts, AreRefusedAskSampleShareAndKeepNothing) {
     const HostSurroundings surroundings;
     const auto run = [&](const std::string& answer) {
-        return ProcessRun("echo " + answer + " | timeout -k 5 60 env " + surroundings.environment() + " '" +
-                          GetParam().command + "'");
+        return ProcessRun("echo " + answer + " | timeout -k 5 60 env " + surroundings.environment() + " " +
+                          GetParam().command);
     };
     const ProcessRun refused = run("n");
     EXPECT_EQ(refused.status, 0) << refused.output;
@@ -45,10 +37,10 @@ TEST_P(TerminalHosts, AreRefusedAskSampleShareAndKeepNothing) {
     EXPECT_THAT(surroundings.document(2), HasSubstr(R"("lux":321)"));
 }
 
-const std::vector<TerminalHost> hosts{
-    {.name = "C", .command = TARVEX_C_HOST, .identifier = "org.tarvex.CHost"},
+const std::vector<ExampleHost> hosts{
+    {.name = "C", .command = "'" TARVEX_C_HOST "'", .identifier = "org.tarvex.CHost"},
 #ifdef TARVEX_VALA_HOST
-    {.name = "Vala", .command = TARVEX_VALA_HOST, .identifier = "org.tarvex.ValaHost"},
+    {.name = "Vala", .command = "'" TARVEX_VALA_HOST "'", .identifier = "org.tarvex.ValaHost"},
 #endif
 };
 

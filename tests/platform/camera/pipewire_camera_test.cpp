@@ -27,14 +27,8 @@ public:
 
     explicit SimulatedPortal(Answers answers) : answers_(std::move(answers)) {
         g_dbus_connection_add_filter(bus_, receive, &answers_, nullptr);
-        test::ownName(bus_, "org.freedesktop.portal.Desktop");
+        bus_.own("org.freedesktop.portal.Desktop");
     }
-    ~SimulatedPortal() {
-        g_dbus_connection_close_sync(bus_, nullptr, nullptr);
-        g_object_unref(bus_);
-    }
-    SimulatedPortal(const SimulatedPortal&) = delete;
-    SimulatedPortal& operator=(const SimulatedPortal&) = delete;
 
 private:
     /// Called on the bus connection's own thread.
@@ -64,7 +58,7 @@ private:
     }
 
     Answers answers_;
-    GDBusConnection* bus_ = test::connectToSessionBus();
+    const test::BusConnection bus_;
 };
 
 std::expected<NamedSource, std::string> open(const Source& source = UserCamera{}) {

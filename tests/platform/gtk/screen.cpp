@@ -49,15 +49,6 @@ void actAndWait(const std::vector<std::string>& command) {
 
 }  // namespace
 
-bool runUntil(const std::function<bool()>& holds) {
-    const auto deadline = std::chrono::steady_clock::now() + 20s;
-    while (!holds()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        if (g_main_context_iteration(nullptr, FALSE) == 0) g_usleep(1000);
-    }
-    return true;
-}
-
 void runFor(std::chrono::milliseconds time) {
     bool over = false;
     g_timeout_add_once(

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "main_loop.h"
 #include "platform/shared/handle.h"
 #include "running_program.h"
 #include "temporary_directory.h"
@@ -18,8 +19,7 @@ namespace tarvex::test {
 
 using namespace std::chrono_literals;
 
-/// Runs the main loop until `holds`; false when it still does not after 20 s.
-bool runUntil(const std::function<bool()>& holds);
+/// Runs the main loop meanwhile.
 void runFor(std::chrono::milliseconds time);
 
 /// An X server without a screen, a window manager on it, and an environment in which GTK looks the same everywhere.

@@ -31,14 +31,8 @@ public:
             const auto forget = [](gpointer state) { delete static_cast<std::shared_ptr<State>*>(state); };
             g_dbus_connection_add_filter(bus_, receive, new std::shared_ptr<State>(state_), forget);
         }
-        ownName(bus_, "org.freedesktop.portal.Desktop");
+        bus_.own("org.freedesktop.portal.Desktop");
     }
-    ~ScriptedPortal() {
-        g_dbus_connection_close_sync(bus_, nullptr, nullptr);
-        g_object_unref(bus_);
-    }
-    ScriptedPortal(const ScriptedPortal&) = delete;
-    ScriptedPortal& operator=(const ScriptedPortal&) = delete;
 
     int requestCount() const {
         const std::lock_guard lock(state_->mutex);
@@ -128,7 +122,7 @@ private:
     }
 
     const std::shared_ptr<State> state_ = std::make_shared<State>();
-    GDBusConnection* bus_ = connectToSessionBus();
+    const BusConnection bus_;
 };
 
 }  // namespace tarvex::test

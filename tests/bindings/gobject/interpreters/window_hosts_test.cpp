@@ -10,18 +10,10 @@ namespace {
 
 using namespace test;
 
-struct WindowHost {
-    const char* name;
-    const char* command;
-    const char* identifier;
-
-    friend void PrintTo(const WindowHost& host, std::ostream* stream) { *stream << host.name; }
-};
-
 /// One run of a host, from its window to its end.
 class WindowRun {
 public:
-    WindowRun(const WindowHost& host, const HostSurroundings& surroundings)
+    WindowRun(const ExampleHost& host, const HostSurroundings& surroundings)
         : log_(surroundings.home() / "log"),
           program_({"sh", "-c",
                     "exec env " + surroundings.environment() + " GI_TYPELIB_PATH='" +
@@ -64,7 +56,7 @@ std::int64_t recordsIn(const std::filesystem::path& data) {
     return store->viewContext().count(DataEntry::fetchRequest()).value();
 }
 
-class WindowHosts : public ::testing::TestWithParam<WindowHost> {};
+class WindowHosts : public ::testing::TestWithParam<ExampleHost> {};
 
 TEST_P(WindowHosts, AreRefusedAskSampleShareAndKeepNothing) {
     const VirtualScreen screen;
@@ -103,12 +95,14 @@ TEST_P(WindowHosts, AreRefusedAskSampleShareAndKeepNothing) {
     EXPECT_GT(documents(), shared) << "it went to the background";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Gobject, WindowHosts,
-    ::testing::Values(
-        WindowHost{.name = "python", .command = TARVEX_PYTHON_HOST, .identifier = "org.tarvex.PythonHost"},
-        WindowHost{.name = "javascript", .command = TARVEX_JAVASCRIPT_HOST, .identifier = "org.tarvex.JavaScriptHost"}),
-    [](const auto& host) { return host.param.name; });
+INSTANTIATE_TEST_SUITE_P(Gobject, WindowHosts,
+                         ::testing::Values(ExampleHost{.name = "python",
+                                                       .command = TARVEX_PYTHON_HOST,
+                                                       .identifier = "org.tarvex.PythonHost"},
+                                           ExampleHost{.name = "javascript",
+                                                       .command = TARVEX_JAVASCRIPT_HOST,
+                                                       .identifier = "org.tarvex.JavaScriptHost"}),
+                         [](const auto& host) { return host.param.name; });
 
 }  // namespace
 }  // namespace tarvex
