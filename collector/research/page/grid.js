@@ -5,9 +5,17 @@ import { mark } from "./problems.js";
 
 export const shownDays = 21;
 const rowsOfPage = 50;
-const collator = new Intl.Collator("en", { numeric: true });
+const collator = new Intl.Collator("en");
+const numberedCollator = new Intl.Collator("en", { numeric: true });
 const columns = { day: 0, samples: 1, least: 2, greatest: 3, seconds: 4 };
 const units = { light: "lux", distance: "cm" };
+
+/** Names that people gave come first, "P2" before "P10"; then those that hosts make, whose digits are no numbers. */
+function compareNames(one, other) {
+  const [isMade, isOtherMade] = [one, other].map((name) => /^[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}$/i.test(name));
+  if (isMade !== isOtherMade) return isMade ? 1 : -1;
+  return (isMade ? collator : numberedCollator).compare(one, other);
+}
 
 /** The samples that a day should bring; null when nobody knows. */
 function expectedOn(day, interval, now) {
@@ -59,7 +67,7 @@ export class Grid {
     const rows = this.study.participants
       .filter((participant) => nameOf(participant.identifier).toLowerCase().includes(text))
       .map((participant) => ({ participant, problems: problems.get(participant.identifier) ?? [] }));
-    const byName = (one, other) => collator.compare(one.participant.identifier, other.participant.identifier);
+    const byName = (one, other) => compareNames(one.participant.identifier, other.participant.identifier);
     const orders = {
       name: byName,
       silent: (one, other) => one.participant.lastContact - other.participant.lastContact || byName(one, other),
