@@ -27,10 +27,7 @@ public:
     }
     ~RunningProgram() { end(); }
     RunningProgram(RunningProgram&&) = default;
-    RunningProgram& operator=(RunningProgram&& other) noexcept {
-        std::swap(process_, other.process_);
-        return *this;
-    }
+    RunningProgram& operator=(RunningProgram&&) = delete;
 
     void signal(int number) const { g_subprocess_send_signal(process_.get(), number); }
     void end() {

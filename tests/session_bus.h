@@ -21,7 +21,7 @@ inline void requirePrograms(std::initializer_list<const char*> programs) {
 }
 
 /// A session bus of the test's own, which its process and the programs that it starts take for theirs. Not GLib's
-/// GTestDBus: that forks, whatever threads there are, a watcher that may never come to end.
+/// GTestDBus: that forks, whatever threads there are, a watcher that may never end.
 class SessionBus {
 public:
     /// `services`: a directory of files that name what the bus starts on demand.

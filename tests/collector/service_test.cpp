@@ -17,14 +17,11 @@ using ::testing::StartsWith;
 /// Runs the program; its output is the pipe's, `toJournal` as if that were the journal's.
 std::unique_ptr<test::ChildProcess> run(std::vector<std::string> arguments, bool toJournal = false) {
     arguments.insert(arguments.begin(), TARVEX_COLLECTOR_PROGRAM);
+    const char* asTheJournal = "exec 3>&1; JOURNAL_STREAM=$(stat -Lc %d:%i /dev/fd/3) exec \"$0\" \"$@\"";
+    if (toJournal) arguments.insert(arguments.begin(), {"/bin/sh", "-c", asTheJournal});
     const test::Program program(std::move(arguments));
     return std::make_unique<test::ChildProcess>([&](int output) {
         ::dup2(output, STDOUT_FILENO);
-        struct stat stream{};
-        if (toJournal && ::fstat(output, &stream) == 0) {
-            const std::string journal = std::to_string(stream.st_dev) + ":" + std::to_string(stream.st_ino);
-            ::setenv("JOURNAL_STREAM", journal.c_str(), 1);
-        }
         return program.become();
     });
 }

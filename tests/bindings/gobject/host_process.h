@@ -9,7 +9,7 @@
 
 namespace tarvex::test {
 
-/// An example.
+/// One of the examples, as a test runs it.
 struct ExampleHost {
     const char* name;
     const char* command;  ///< in the words of a shell

@@ -213,7 +213,7 @@ def two_applications():
     assert users[0] == users[2] != users[1], users
 
 
-def exit_with_upload(is_answered="answered"):
+def exit_with_upload(is_answered=True):
     host = Host()
     host.consent()
     client.connect("notify::count", lambda *arguments: None)
@@ -228,7 +228,7 @@ def exit_with_upload(is_answered="answered"):
 
 
 def exit_with_upload_that_is_never_answered():
-    exit_with_upload(is_answered="")
+    exit_with_upload(is_answered=False)
 
 
 globals()[sys.argv[1]](*sys.argv[2:])
